@@ -1,0 +1,41 @@
+// A device SDK whose every answer costs nothing: a read fills nothing in and just says that it has.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "collector/collector.h"
+
+namespace tev::bench {
+
+// How the counters stand in the SDK's list.
+enum class Order { contiguous, shuffled };
+
+struct Shape {
+  std::uint32_t devices = 1;
+  std::uint32_t device_counters = 1;
+  std::uint32_t planes = 0;
+  std::uint32_t counters_per_plane = 0;
+  Order order = Order::contiguous;
+
+  std::uint32_t countersPerDevice() const { return device_counters + planes * counters_per_plane; }
+};
+
+// Description lines of one device of that shape, in the order asked for; the same on every run.
+std::vector<std::string> descriptions(const Shape& shape);
+
+// The functions, playing `shape`. One shape at a time.
+const events::multipath::SdkFunctions& instantSdk(const Shape& shape);
+
+// The size of one sample's events.
+struct SampleSize {
+  std::size_t device_event;
+  std::size_t plane_event;
+  std::size_t sample;  // one device event and all plane events
+};
+SampleSize sampleSize(const Shape& shape);
+
+inline constexpr std::size_t kNameLength = 5;  // of every device: "d0000"
+
+}  // namespace tev::bench

@@ -1,0 +1,49 @@
+// Delivery: events into the host's serializer, beside a bare loop of a 16-byte header and a copy
+// each; and the swap of the buffers, whose cost is to follow what was used of them.
+#include <benchmark/benchmark.h>
+
+#include <cstring>
+#include <vector>
+
+#include "bench/compare.h"
+#include "bench/delivery.h"
+
+namespace tev::bench {
+namespace {
+
+void progress(benchmark::State& state) {
+  const auto event_size = static_cast<std::uint32_t>(state.range(0));
+  const auto room = state.range(1);  // events that a serializer holds; 0: all of them
+  const Shape shape{.device_counters = (event_size - std::uint32_t{kNameLength}) / 4};
+  Delivery delivery(shape, room == 0 ? 0 : static_cast<std::size_t>(room));
+  const double events = kPassesPerTurn;
+  const auto result = compare(
+      state, events * static_cast<double>(delivery.eventSize() + 16), [&] { delivery.deliver(); },
+      [&] { delivery.deliverBare(); }, [&] { delivery.refill(); }, 1);
+  state.counters["event_bytes"] = static_cast<double>(delivery.eventSize());
+  state.counters["ns_per_event"] = result.work_ns / events;
+}
+
+BENCHMARK(progress)
+    ->ArgNames({"bytes", "room"})
+    ->ArgsProduct({{32, 128, 512, 1024}, {0, 4}})
+    ->UseManualTime()
+    ->MinTime(0.05);
+
+// `share` percent of a buffer of 8 MiB have been written when it is swapped. The floor clears the
+// same bytes.
+void swap(benchmark::State& state) {
+  constexpr std::size_t kEvents = 8192;
+  constexpr std::uint32_t kCounters = 256;
+  const Shape shape{.device_counters = kCounters};
+  const auto used = kEvents * static_cast<std::size_t>(state.range(0)) / 100;
+  SwapWork work(shape, kEvents, used);
+  compare(
+      state, static_cast<double>(used * sampleSize(shape).sample), [&] { work.swap(); },
+      [&] { work.clearBare(); }, [&] { work.fill(); }, 1);
+}
+
+BENCHMARK(swap)->ArgNames({"share"})->Arg(1)->Arg(50)->Arg(100)->UseManualTime()->MinTime(0.1);
+
+}  // namespace
+}  // namespace tev::bench

@@ -1,0 +1,65 @@
+// The whole road in steady state: sample, swap, deliver, with all locks, clocks and clearing,
+// beside a bare loop that gathers by index, reads one clock per sample, and copies each event
+// behind a header; and beside a plain copy of the delivered bytes.
+#include <benchmark/benchmark.h>
+
+#include <cstring>
+#include <vector>
+
+#include "bench/compare.h"
+#include "bench/delivery.h"
+#include "bench/sampler.h"
+
+namespace tev::bench {
+namespace {
+
+void wholeRoad(benchmark::State& state) {
+  // One device event of 32 counters and four plane events of 16.
+  const Shape shape{.device_counters = 32,
+                    .planes = 4,
+                    .counters_per_plane = 16,
+                    .order = state.range(0) ? Order::shuffled : Order::contiguous};
+  const auto size = sampleSize(shape);
+  const std::size_t delivered = (size.sample + 16 * (shape.planes + 1)) * kPassesPerTurn;
+  std::vector<std::uint8_t> out(delivered + 4096);
+
+  HandDriven road(shape, samplingOptions().get());
+  BareSampler bare(shape);
+  const auto work = [&] {
+    for (int i = 0; i < kPassesPerTurn; ++i) road.pass();
+    road.deliver(out, out.size());
+  };
+  const auto floor = [&] {
+    bare.empty();
+    for (int i = 0; i < kPassesPerTurn; ++i) bare.pass();
+    std::uint8_t* to = out.data();
+    for (const auto& device : bare.devices()) {
+      const std::byte* event = device.bytes.data();
+      for (std::size_t i = 0; i < device.events; ++i) {
+        const bool plane = i % (shape.planes + 1) != 0;
+        const std::size_t bytes = plane ? size.plane_event : size.device_event;
+        to = putBlock(to, device.timestamps[i], plane, event, bytes);
+        event += bytes;
+      }
+    }
+    benchmark::DoNotOptimize(out.data());
+    benchmark::ClobberMemory();
+  };
+  const auto result = compare(
+      state, static_cast<double>(delivered), work, floor, [] {}, 1);
+  std::vector<std::uint8_t> copy(out.size());
+  const auto plain = [&] {
+    std::memcpy(copy.data(), out.data(), delivered);
+    benchmark::DoNotOptimize(copy.data());
+    benchmark::ClobberMemory();
+  };
+  const double values = double{kPassesPerTurn} * shape.countersPerDevice();
+  state.counters["ns_per_value"] = result.work_ns / values;
+  state.counters["floor_ns_per_value"] = result.floor_ns / values;
+  state.counters["memcpy_ns"] = nanoseconds(plain, 1000);
+}
+
+BENCHMARK(wholeRoad)->ArgName("shuffled")->Arg(1)->Arg(0)->UseManualTime()->MinTime(0.5);
+
+}  // namespace
+}  // namespace tev::bench

@@ -1,0 +1,134 @@
+// The sampling side, with and without the library.
+#pragma once
+
+#include <benchmark/benchmark.h>
+#include <time.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "bench/instant_sdk.h"
+#include "collector/collector.h"
+#include "provider/provider.h"
+
+namespace tev::bench {
+
+inline constexpr int kPassesPerTurn = 64;
+
+struct DeleteDict {
+  void operator()(tev_custom_options* dict) const { tev_dict_delete(dict); }
+};
+using Dict = std::unique_ptr<tev_custom_options, DeleteDict>;
+
+// Options under which a buffer holds the passes of a turn and some more.
+inline Dict samplingOptions() {
+  Dict dict(tev_dict_create());
+  tev_dict_add(dict.get(), "multipath-sample-interval-usec", "10000");
+  return dict;
+}
+
+inline std::uint64_t realtimeUsec() {
+  timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000 +
+         static_cast<std::uint64_t>(now.tv_nsec) / 1'000;
+}
+
+// The collector, one pass at a time, without its thread.
+class Sampler {
+ public:
+  explicit Sampler(const Shape& shape)
+      : collector_(samplingOptions().get(), {.sdk = &instantSdk(shape)}), values_(256) {
+    collector_.initialize();
+  }
+
+  void pass() {
+    const std::scoped_lock lock(free_lock_);
+    collector_.samplePass(values_.data());
+  }
+
+  // Hands out what has been sampled, and then what came before: both halves are empty afterwards.
+  void empty() {
+    for (int half = 0; half < 2; ++half) {
+      device_.clear();
+      plane_.clear();
+      collector_.getData(device_, plane_);
+    }
+  }
+
+  events::multipath::Collector& collector() { return collector_; }
+
+ private:
+  events::multipath::Collector collector_;
+  std::mutex free_lock_;  // the thread's own is held by nobody here
+  std::vector<std::uint32_t> values_;
+  std::vector<events::multipath::EventBuffer*> device_;
+  std::vector<events::multipath::EventBuffer*> plane_;
+};
+
+// What a pass comes down to: by hand, without checks, for one shape.
+class BareSampler {
+ public:
+  explicit BareSampler(const Shape& shape)
+      : shape_(shape), size_(sampleSize(shape)), values_(256), devices_(shape.devices) {
+    const auto texts = descriptions(shape);
+    gather_.resize(shape.planes + 1);
+    for (std::uint32_t i = 0; i < texts.size(); ++i) {
+      const auto plane = texts[i].rfind("plane ");
+      const bool of_plane = plane != std::string::npos;
+      gather_[of_plane ? 1 + std::stoul(texts[i].substr(plane + 6)) : 0].push_back(i);
+    }
+    for (auto& device : devices_) {
+      device.bytes.resize(size_.sample * (kPassesPerTurn + 1));
+      device.timestamps.resize((shape.planes + 1) * (kPassesPerTurn + 1));
+    }
+  }
+
+  void pass() {
+    const std::scoped_lock lock(free_lock_);
+    for (auto& device : devices_) {
+      const auto now = realtimeUsec();
+      for (std::uint32_t event = 0; event <= shape_.planes; ++event) {
+        device.timestamps[device.events++] = now;
+        std::memcpy(device.next, kName, kNameLength);
+        device.next += kNameLength;
+        if (event > 0) *device.next++ = static_cast<std::byte>(event - 1);
+        for (const auto index : gather_[event]) {
+          std::memcpy(device.next, &values_[index], 4);
+          device.next += 4;
+        }
+      }
+    }
+    benchmark::ClobberMemory();
+  }
+
+  void empty() {
+    for (auto& device : devices_) {
+      device.next = device.bytes.data();
+      device.events = 0;
+    }
+  }
+
+  struct Device {
+    std::vector<std::byte> bytes;
+    std::vector<std::uint64_t> timestamps;
+    std::byte* next = nullptr;
+    std::size_t events = 0;
+  };
+  const std::vector<Device>& devices() const { return devices_; }
+
+ private:
+  static constexpr char kName[] = "d0000";
+  Shape shape_;
+  SampleSize size_;
+  std::mutex free_lock_;
+  std::vector<std::uint32_t> values_;
+  std::vector<std::vector<std::uint32_t>> gather_;
+  std::vector<Device> devices_;
+};
+
+}  // namespace tev::bench

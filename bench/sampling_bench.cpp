@@ -1,0 +1,56 @@
+// One sampling pass over all devices, beside a bare loop that gathers the same counters by index
+// into packed records, reads the clock once per device, and takes one free lock.
+#include <benchmark/benchmark.h>
+#include <time.h>
+
+#include <cstring>
+#include <mutex>
+#include <vector>
+
+#include "bench/compare.h"
+#include "bench/instant_sdk.h"
+#include "bench/sampler.h"
+
+namespace tev::bench {
+namespace {
+
+void samplingPass(benchmark::State& state) {
+  const auto planes = static_cast<std::uint32_t>(state.range(2));
+  const auto counters = static_cast<std::uint32_t>(state.range(1));
+  Shape shape{.devices = static_cast<std::uint32_t>(state.range(0)),
+              .order = state.range(3) ? Order::shuffled : Order::contiguous};
+  // The counters are spread evenly over the device's event and the planes'.
+  shape.planes = planes;
+  shape.counters_per_plane = planes == 0 ? 0 : counters / (planes + 1);
+  shape.device_counters = counters - planes * shape.counters_per_plane;
+
+  Sampler sampler(shape);
+  BareSampler bare(shape);
+  // The buffers hold so many passes and are emptied, untimed, before each turn.
+  compare(
+      state, static_cast<double>(sampleSize(shape).sample) * shape.devices, [&] { sampler.pass(); },
+      [&] { bare.pass(); },
+      [&] {
+        sampler.empty();
+        bare.empty();
+      },
+      kPassesPerTurn);
+  const auto values = static_cast<double>(counters * shape.devices);
+  state.counters["ns_per_value"] = state.counters["work_ns"] / values;
+}
+
+void shapes(benchmark::internal::Benchmark* bench) {
+  for (const int devices : {1, 8, 64})
+    for (const int counters : {16, 64, 256})
+      for (const int planes : {0, 1, 4, 15})
+        for (const int shuffled : {0, 1}) bench->Args({devices, counters, planes, shuffled});
+}
+
+BENCHMARK(samplingPass)
+    ->ArgNames({"devices", "counters", "planes", "shuffled"})
+    ->Apply(shapes)
+    ->UseManualTime()
+    ->MinTime(0.02);
+
+}  // namespace
+}  // namespace tev::bench

@@ -1,0 +1,20 @@
+# How every target of this project is compiled.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+# Applies the project's warnings and include root to one target. Files are included by their path
+# from the root of the repository ("src/support/guard.h"), public headers as "tev/...".
+function(tev_target name)
+  target_compile_options(${name} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+    $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fno-gnu-unique>)
+  target_compile_definitions(${name} PRIVATE _GNU_SOURCE TEV_COMMON_LIBRARY)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+endfunction()

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+
+namespace tev::events::multipath {
+
+// Time as the sampling thread sees it: one clock for people's time stamps, another for intervals,
+// and the wait between two passes.
+class Clock {
+ public:
+  using TimePoint = std::chrono::steady_clock::time_point;
+  static constexpr TimePoint kNever = TimePoint::max();
+
+  virtual ~Clock() = default;
+
+  // Microseconds since the Unix epoch; may be stepped at any time.
+  virtual std::uint64_t realtimeUsec() = 0;
+
+  // Monotonic.
+  virtual TimePoint now() = 0;
+
+  // Waits, with `lock` released meanwhile, until `due` or until `wake` is notified and `awake`
+  // holds.
+  virtual void waitUntil(TimePoint due, std::unique_lock<std::mutex>& lock,
+                         std::condition_variable& wake, const std::function<bool()>& awake) = 0;
+
+  // The machine's clocks.
+  static Clock& system();
+};
+
+// `start` plus an interval, or Clock::kNever when the clock's type does not reach that far.
+Clock::TimePoint after(Clock::TimePoint start, std::uint64_t interval_usec);
+
+}  // namespace tev::events::multipath

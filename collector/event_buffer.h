@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cassert>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "src/support/malloc_ptr.h"
+#include "tev/export.h"
+
+namespace tev::events::multipath {
+
+// A fixed-capacity store of events of one size, back to back, each with a time stamp.
+//
+// While it is being filled, every byte from `write_offset` on is zero, so that an appended event
+// starts out zero-filled. Nothing is allocated after construction.
+class EventBuffer {
+ public:
+  // std::length_error when the sizes exceed what memory can hold, std::bad_alloc when it does not.
+  TEV_API EventBuffer(unsigned long event_size, unsigned long max_events);
+  TEV_API ~EventBuffer();
+  EventBuffer(const EventBuffer&) = delete;
+  EventBuffer& operator=(const EventBuffer&) = delete;
+
+  bool hasRoomFor(std::uint64_t events) const noexcept { return events <= max_events - num_events; }
+
+  // The place of one more event, which there must be room for. Null when events have no bytes.
+  std::byte* append(std::uint64_t timestamp_usec) noexcept {
+    assert(hasRoomFor(1));
+    std::byte* const event = data.get() + write_offset;
+    timestamps.push_back(timestamp_usec);
+    ++num_events;
+    write_offset += event_size;
+    return event;
+  }
+
+  // The event at `index`, below `num_events`.
+  const std::byte* at(std::uint64_t index) const noexcept {
+    return data.get() + index * event_size;
+  }
+
+  // Empties the buffer and zeroes what was written to it.
+  void clear() noexcept;
+
+  std::uint64_t event_size;  // bytes
+  std::uint64_t max_events;
+  std::uint64_t num_events = 0;    // written by the sampling thread
+  std::uint64_t write_offset = 0;  // bytes
+  std::uint64_t read_index = 0;    // events that the host has been given
+  std::uint64_t capacity_bytes;
+  support::MallocPtr<std::byte> data;     // null when capacity_bytes is 0
+  std::vector<std::uint64_t> timestamps;  // microseconds since the Unix epoch, one per event
+};
+
+}  // namespace tev::events::multipath

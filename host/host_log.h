@@ -1,0 +1,75 @@
+// The host's end of the logger that it shares with the plug-in.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace tev::host {
+
+// Takes the lines of all threads of the process. There is one.
+//
+// While the plug-in is being set up it listens to every level and remembers the last lines, so that
+// a refusal can be explained; afterwards only to the level that is to be shown.
+class HostLog {
+ public:
+  static HostLog& instance();
+
+  HostLog(const HostLog&) = delete;
+  HostLog& operator=(const HostLog&) = delete;
+
+  // Begins to listen. Lines up to `level` are shown, at once or, with `later`, by endSetUp().
+  void beginSetUp(std::uint32_t level, bool later);
+
+  // Says in one line how much of the set-up is to be shown, and forgets it.
+  void summarizeSetUp();
+
+  // The set-up went well: what is still to be shown is shown, and the rest forgotten.
+  void endSetUp();
+
+  // The lines that explain a refusal, the telling one last: errors, with the warnings among them;
+  // else the last lines of any level. Those that were shown already are left out of `unshown`.
+  struct Explanation {
+    std::string reason;                // one line without its tag; empty when nothing was said
+    std::vector<std::string> unshown;  // lines, with their level
+  };
+  Explanation explainRefusal() const;
+
+  // Between these, lines are kept instead of shown, because the terminal is being drawn upon.
+  void holdBack();
+  void release();
+
+  // The last `count` lines that are being kept.
+  std::vector<std::string> lastHeldBack(std::size_t count) const;
+
+  // A line of the host's own, shown as it is.
+  void say(const std::string& line);
+
+  void write(std::uint32_t level, std::string text);
+
+ private:
+  struct Line {
+    std::uint32_t level;
+    std::string text;
+    std::string time;
+    bool shown;
+  };
+
+  HostLog() = default;
+  void show(std::string line);
+
+  mutable std::mutex mutex_;  // guards everything below
+  std::uint32_t level_ = 0;
+  bool setting_up_ = false;
+  bool later_ = false;
+  bool holding_back_ = false;
+  std::deque<Line> serious_;  // errors and warnings of the set-up, the last ones
+  std::deque<Line> others_;   // its other lines, the last ones
+  std::deque<std::string> held_back_;
+  std::size_t dropped_ = 0;  // of these, for want of room
+};
+
+}  // namespace tev::host

@@ -1,0 +1,62 @@
+// How far a counter has moved, across the ends of its range.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+namespace tev::host {
+
+// From one value of an unsigned number of 32 or 64 bits to the next. A value that has fallen has
+// either decreased or gone round the end of its range. It is taken to have gone round when it fell
+// by more than a quarter of the range, or when the step before was so large that another one
+// forward lies nearer to it than a step back; else to have decreased.
+std::int64_t stepBetween(std::uint64_t before, std::uint64_t now, unsigned bits,
+                         std::int64_t step_before);
+
+// One unsigned number, sample by sample.
+class CounterTrack {
+ public:
+  // `counting_mode` is the field's: a RUNNING_SUM never decreases, and values of a DELTA are steps
+  // themselves.
+  CounterTrack(unsigned bits, std::uint32_t counting_mode)
+      : bits_(bits), counting_mode_(counting_mode) {}
+
+  void sample(std::uint64_t value, std::uint64_t timestamp_usec);
+
+  std::uint64_t value() const { return value_; }
+
+  // Whether it looks like a quantity that goes up and down: more than one step in sixteen goes
+  // down.
+  bool isGauge() const { return falls_ * 16 > steps_; }
+
+  // Sum of all steps since the first sample.
+  std::int64_t total() const { return static_cast<std::int64_t>(total_); }
+
+  // Steps per second between the samples that stood last when endWindow() was last called and the
+  // time before; nothing until there have been two.
+  std::optional<double> perSecond() const { return per_second_; }
+  void endWindow();
+
+  // The same between the first sample and the last.
+  std::optional<double> perSecondOfAll() const;
+
+ private:
+  std::int64_t stepTo(std::uint64_t value) const;
+
+  unsigned bits_;
+  std::uint32_t counting_mode_;
+  bool started_ = false;
+  std::uint64_t value_ = 0;
+  std::uint64_t timestamp_usec_ = 0;
+  std::int64_t step_ = 0;
+  std::uint64_t steps_ = 0;
+  std::uint64_t falls_ = 0;
+  std::uint64_t total_ = 0;  // modulo 2^64
+
+  std::uint64_t first_usec_ = 0;
+  std::uint64_t window_usec_ = 0;  // where the window begins
+  std::uint64_t window_total_ = 0;
+  std::optional<double> per_second_;
+};
+
+}  // namespace tev::host

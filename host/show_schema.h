@@ -1,0 +1,11 @@
+#pragma once
+
+#include "host/run_options.h"
+
+namespace tev::host {
+
+// tev-host schema: prints the types that the plug-in registers. Returns the exit code; throws
+// RunError.
+int showSchema(const RunOptions& options);
+
+}  // namespace tev::host

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "tev/schema.h"
+
+namespace tev::events::multipath {
+
+// A number by which equal event layouts are recognised: FNV-1a, 64 bits, over the texts of all
+// fields. A field that lacks its name, description or type ends the text there.
+std::uint64_t layoutSignature(std::span<const tev_type_field_info_t> fields);
+
+}  // namespace tev::events::multipath

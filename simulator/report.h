@@ -1,0 +1,13 @@
+// The one function of the telemetry library that no device SDK has: what its user has done so far.
+#pragma once
+
+#include <cstdint>
+
+extern "C" {
+
+// Writes one "name value" line for each of lists_created, lists_destroyed, opens, closes, creates,
+// destroys, starts, stops, misuses, and for each SDK function that has been called. At most `size`
+// bytes with the NUL are written; the result is the length of the whole text, as snprintf's is.
+__attribute__((visibility("default"))) std::uint32_t vuna_simulator_report(char* text,
+                                                                           std::uint32_t size);
+}

@@ -1,0 +1,21 @@
+// Arithmetic on sizes that come from outside: what 64 bits cannot hold is a std::length_error.
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+
+namespace tev::support {
+
+inline std::uint64_t checkedAdd(std::uint64_t a, std::uint64_t b) {
+  std::uint64_t sum = 0;
+  if (__builtin_add_overflow(a, b, &sum)) throw std::length_error("size exceeds 64 bits");
+  return sum;
+}
+
+inline std::uint64_t checkedMultiply(std::uint64_t a, std::uint64_t b) {
+  std::uint64_t product = 0;
+  if (__builtin_mul_overflow(a, b, &product)) throw std::length_error("size exceeds 64 bits");
+  return product;
+}
+
+}  // namespace tev::support

@@ -1,0 +1,55 @@
+#include "src/support/set_file.h"
+
+#include <boost/filesystem/operations.hpp>
+#include <boost/filesystem/path.hpp>
+
+#include "src/support/text.h"
+#include "src/support/text_file.h"
+#include "tev/logger.h"
+
+namespace tev::support {
+namespace {
+
+constexpr const char* kFunction = "loadFromFile";  // of both classes
+
+bool isMissing(const std::string& filename) {
+  boost::system::error_code ignored;
+  return boost::filesystem::status(filename, ignored).type() == boost::filesystem::file_not_found;
+}
+
+void logLines(const std::string& filename, const SetFileKind& kind,
+              const std::vector<std::string>& lines) {
+  TEV_LOG_DEBUG("[%s] loading %s file %s", kFunction, kind.extension, filename.c_str());
+  for (const auto& line : lines) TEV_LOG_DEBUG("[%s] %s", kFunction, line.c_str());
+  TEV_LOG_DEBUG("[%s] -----------------------", kFunction);
+}
+
+}  // namespace
+
+std::string_view trimLine(std::string_view line) {
+  return trimView(line, " \t\r\n");
+}
+
+bool loadSetFile(const std::string& filename, const SetFileKind& kind, std::string& name,
+                 const std::function<bool(const std::vector<std::string>&)>& load) {
+  if (filename.empty()) {
+    TEV_LOG_ERROR("[%s] empty filename", kFunction);
+    return false;
+  }
+  if (isMissing(filename)) {
+    TEV_LOG_ERROR("[%s] file %s does not exist", kFunction, filename.c_str());
+    return false;
+  }
+  const auto lines = readLines(filename);
+  if (!lines) {
+    TEV_LOG_WARNING("[%s] cannot open %s file %s", kFunction, kind.content, filename.c_str());
+    return false;
+  }
+  name = boost::filesystem::path(filename).stem().string();
+  logLines(filename, kind, *lines);
+  if (load(*lines)) return true;
+  TEV_LOG_WARNING("[%s] no patterns found in %s", kFunction, filename.c_str());
+  return false;
+}
+
+}  // namespace tev::support

@@ -1,0 +1,240 @@
+#include "tev/filters.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/support/captured_log.h"
+
+namespace {
+
+using tev::test::CapturedLog;
+using tev::test::LogLine;
+using Tokens = std::vector<std::string>;
+
+struct Filter {
+  std::array<tev_filter_token_t, TEV_FILTER_MAX_TOKENS> incl;
+  std::array<tev_filter_token_t, TEV_FILTER_MAX_TOKENS> excl;
+  std::size_t incl_count = 99;
+  std::size_t excl_count = 99;
+
+  explicit Filter(const char* expression) {
+    std::memset(&incl, 'x', sizeof incl);
+    std::memset(&excl, 'x', sizeof excl);
+    tev_filter_get_incl_excl_tokens(expression, incl.data(), &incl_count, excl.data(), &excl_count);
+  }
+  Tokens inclusive() const { return {incl.begin(), incl.begin() + incl_count}; }
+  Tokens exclusive() const { return {excl.begin(), excl.begin() + excl_count}; }
+  bool passes(const char* name) {
+    return tev_filter_have_match(incl.data(), incl_count, excl.data(), excl_count, name);
+  }
+};
+
+std::string repeated(const std::string& text, int times) {
+  std::string all;
+  while (times-- > 0) all += text;
+  return all;
+}
+
+TEST(Filters, ExpressionsSplitIntoTokens) {
+  const struct {
+    const char* expression;
+    Tokens inclusive, exclusive;
+  } rows[] = {
+      {nullptr, {}, {}},
+      {"", {}, {}},
+      {"+", {}, {}},
+      {"-", {}, {}},
+      {"++", {}, {}},
+      {"+-", {}, {}},
+      {"eth", {"eth"}, {}},
+      {"+eth", {"eth"}, {}},
+      {"-lo", {}, {"lo"}},
+      {"eth+np0", {"eth", "np0"}, {}},
+      {"eth-eth1", {"eth"}, {"eth1"}},
+      {"--a+-b-+c+", {"c"}, {"a", "b"}},
+      {" a b -^c$", {" a b "}, {"^c$"}},
+      {"\xff+\x80", {"\xff", "\x80"}, {}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.expression ? row.expression : "null");
+    const Filter filter(row.expression);
+    EXPECT_EQ(filter.inclusive(), row.inclusive);
+    EXPECT_EQ(filter.exclusive(), row.exclusive);
+  }
+}
+
+TEST(Filters, SplittingEndsAtTheFirstTokenThatDoesNotFit) {
+  const std::string longest(127, 'a');
+  const std::string full = repeated("+i", 32) + repeated("-e", 32);
+  const std::string too_long = "Token of size 128 is too long to keep in the tokens array";
+  const struct {
+    const char* name;
+    std::string expression;
+    std::size_t inclusive, exclusive;
+    std::vector<std::string> errors;
+  } rows[] = {
+      {"longest", longest + "-" + longest, 1, 1, {}},
+      {"too long", "a-b+" + longest + "a+c-d", 1, 1, {too_long}},
+      {"full", full, 32, 32, {}},
+      {"33rd inclusive", full + "+i-", 32, 32, {"Cannot handle more than 32 tokens"}},
+      {"33rd exclusive", repeated("-e", 33) + "+i", 0, 32, {"Cannot handle more than 32 tokens"}},
+      {"33rd, too long", full + "-" + longest + "a", 32, 32, {"Cannot handle more than 32 tokens"}},
+      {"a sign more", full + "+-", 32, 32, {}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const CapturedLog log;
+    const Filter filter(row.expression.c_str());
+    EXPECT_EQ(filter.inclusive().size(), row.inclusive);
+    EXPECT_EQ(filter.exclusive().size(), row.exclusive);
+    EXPECT_EQ(log.texts(TEV_LEVEL_ERROR), row.errors);
+    EXPECT_EQ(log.lines().size(), row.errors.size());
+  }
+}
+
+TEST(Filters, SplittingNeedsAllOutputs) {
+  Filter filter("a-b");
+  tev_filter_get_incl_excl_tokens("c-d", nullptr, &filter.incl_count, filter.excl.data(),
+                                  &filter.excl_count);
+  EXPECT_EQ(filter.incl_count + filter.excl_count, 0u);
+  tev_filter_get_incl_excl_tokens("c-d", filter.incl.data(), nullptr, nullptr, nullptr);
+}
+
+TEST(Filters, SingleTokens) {
+  const struct {
+    const char* token;
+    Tokens matching, other;
+  } rows[] = {
+      {"", {"", "eth0"}, {}},
+      {"^", {"", "eth0"}, {}},
+      {"^^^", {"", "eth0"}, {}},
+      {"$", {"", "eth0"}, {}},
+      {"$$", {"", "eth0"}, {}},
+      {"^$", {""}, {"eth0"}},
+      {"^^$$", {""}, {"eth0"}},
+      {"eth", {"eth", "ETH0", "xeth0", "eTh"}, {"", "et", "e-th"}},
+      {"ETH", {"eth0"}, {}},
+      {"^eth", {"ETH0", "eth"}, {"xeth0", "thX", ""}},
+      {"^^eth", {"eth0"}, {"xeth0"}},
+      {"np0$", {"enp1np0", "NP0"}, {"np0x", "np0np0", ""}},
+      {"np0$$", {"enp1np0"}, {"np0x"}},
+      {"^eth0$", {"eth0", "Eth0"}, {"eth00", "xeth0", "eth0eth0"}},
+      // Only the first occurrence of the core counts.
+      {"ab$", {"ab", "xab"}, {"abab", "abxab"}},
+      {"aa$", {"aa"}, {"aaa"}},
+      {"^ab$", {"ab"}, {"abab"}},
+      {"aab", {"aaab"}, {}},
+      // Text after a '$' and a '^' after the core fit nothing.
+      {"a$b", {}, {"a$b", "ab", "a", "b"}},
+      {"$a", {}, {"a", "$a", ""}},
+      {"a^", {}, {"a", "a^"}},
+      {"a$^", {}, {"a"}},
+      {"^$a", {}, {"", "a"}},
+      {"^a^$", {}, {"a"}},
+      // Bytes above 127 compare as they are.
+      {"\xe4$", {"\xe4", "a\xe4"}, {"\xc4", "\xe4\xe4"}},
+  };
+  for (const auto& row : rows) {
+    for (const auto& name : row.matching)
+      EXPECT_TRUE(tev_filter_match_single_token(name.c_str(), row.token))
+          << row.token << " " << name;
+    for (const auto& name : row.other)
+      EXPECT_FALSE(tev_filter_match_single_token(name.c_str(), row.token))
+          << row.token << " " << name;
+  }
+  EXPECT_FALSE(tev_filter_match_single_token(nullptr, ""));
+  EXPECT_FALSE(tev_filter_match_single_token("", nullptr));
+}
+
+// The slots stand at the end of a block of memory, where the sanitizer sees a look beyond them.
+TEST(Filters, SlotsWithoutTheirNulEndWithTheSlot) {
+  const auto slot = std::make_unique<tev_filter_token_t[]>(1);
+  char* const token = slot[0];
+  const auto fill = [token](const std::string& text) {
+    ASSERT_EQ(text.size(), sizeof(tev_filter_token_t));
+    text.copy(token, text.size());
+  };
+  const std::string core(126, 'a');
+
+  fill(std::string(128, '^'));
+  EXPECT_TRUE(tev_filter_match_single_token("eth0", token));
+  fill(std::string(128, '$'));
+  EXPECT_TRUE(tev_filter_match_single_token("eth0", token));
+  fill("^" + core + "$");
+  EXPECT_TRUE(tev_filter_match_single_token(core.c_str(), token));
+  EXPECT_FALSE(tev_filter_match_single_token((core + "a").c_str(), token));
+  fill(core + "$b");
+  EXPECT_FALSE(tev_filter_match_single_token(core.c_str(), token));
+
+  fill(core + "bc");
+  const CapturedLog log;
+  const std::string name = core + "bcd";
+  EXPECT_TRUE(tev_filter_have_match(slot.get(), 1, slot.get(), 0, name.c_str()));
+  EXPECT_EQ(log.lines(),
+            (std::vector<LogLine>{{7, "[tev_filter_have_match] inclusive token 'was' " + core +
+                                          "bc found in '" + name + "'"}}));
+}
+
+TEST(Filters, NamesPassWithEveryInclusiveAndNoExclusiveToken) {
+  const struct {
+    const char* expression;
+    Tokens passing, refused;
+  } rows[] = {
+      {"", {"", "eth0"}, {}},
+      {"eth+0", {"eth0", "0eth"}, {"eth1", "lo0"}},
+      {"-lo", {"eth0", ""}, {"lo", "LO0"}},
+      {"eth-eth1", {"eth0"}, {"eth1", "eth10", "lo"}},
+      {"eth-eth", {}, {"eth", "lo"}},
+      {"^rdma-0$-1$", {"rdma2"}, {"rdma0", "rdma1", "xrdma2"}},
+  };
+  for (const auto& row : rows) {
+    Filter filter(row.expression);
+    for (const auto& name : row.passing)
+      EXPECT_TRUE(filter.passes(name.c_str())) << row.expression << " " << name;
+    for (const auto& name : row.refused)
+      EXPECT_FALSE(filter.passes(name.c_str())) << row.expression << " " << name;
+  }
+}
+
+TEST(Filters, FilteringNeedsBothArraysAndAName) {
+  Filter filter("");
+  EXPECT_FALSE(tev_filter_have_match(nullptr, 0, filter.excl.data(), 0, "eth0"));
+  EXPECT_FALSE(tev_filter_have_match(filter.incl.data(), 0, nullptr, 0, "eth0"));
+  EXPECT_FALSE(filter.passes(nullptr));
+  EXPECT_TRUE(filter.passes("eth0"));
+}
+
+TEST(Filters, CountsBeyondTheArraysAreCut) {
+  const std::string full = repeated("+eth", 32) + repeated("-lo", 32);
+  const auto filter = std::make_unique<Filter>(full.c_str());
+  filter->incl_count = filter->excl_count = SIZE_MAX;
+  EXPECT_TRUE(filter->passes("eth0"));
+}
+
+TEST(Filters, EachTestIsTraced) {
+  Filter filter("eth+0+x-lo");
+  const CapturedLog log;
+  filter.passes("eth1");
+  filter.passes("lo");
+  EXPECT_EQ(log.lines(),
+            (std::vector<LogLine>{
+                {7, "[tev_filter_have_match] exclusive token 'was not' lo found in 'eth1'"},
+                {7, "[tev_filter_have_match] inclusive token 'was' eth found in 'eth1'"},
+                {7, "[tev_filter_have_match] inclusive token 'was not' 0 found in 'eth1'"},
+                {7, "[tev_filter_have_match] exclusive token 'was' lo found in 'lo'"}}));
+}
+
+TEST(Filters, LowerCase) {
+  char text[] = "ETH0-\xc4_z";
+  tev_filter_to_lower(text);
+  EXPECT_STREQ(text, "eth0-\xc4_z");
+  tev_filter_to_lower(nullptr);
+}
+
+}  // namespace

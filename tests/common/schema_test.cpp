@@ -1,0 +1,490 @@
+#include "tev/schema.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "src/data/schema/schema_json.h"
+#include "tests/support/captured_log.h"
+
+namespace {
+
+using tev::test::CapturedLog;
+
+struct DestroyTypeSystem {
+  void operator()(tev_type_system_t* type_system) const { tev_destroy_type_system(type_system); }
+};
+using Fields = std::vector<tev_type_field_info_t>;
+
+class SchemaTest : public testing::Test {
+ protected:
+  int add(const char* name, const Fields& fields, std::uint8_t* index = nullptr) {
+    return tev_schema_add_type(schema, name, fields.data(), fields.size(), index);
+  }
+
+  std::unique_ptr<tev_type_system_t, DestroyTypeSystem> types{tev_create_type_system()};
+  tev_schema_t* schema = tev_type_system_add_schema(types.get(), "test", 1, nullptr);
+};
+
+using SchemaId = SchemaTest;
+using SchemaJson = SchemaTest;
+using TypeSystem = SchemaTest;
+
+std::vector<std::string> indexedFields(const tev_schema_t* schema, std::uint8_t type_index) {
+  std::size_t count = 0;
+  const char** const names = tev_schema_get_indexed_fields(schema, type_index, &count);
+  std::vector<std::string> copy(names, names + count);
+  std::free(names);
+  return copy;
+}
+
+const Fields kTwoWords = {{"a", "", "uint32_t", TEV_VALUE_ABSOLUTE, 1},
+                          {"b", "", "uint32_t", TEV_VALUE_ABSOLUTE, 1}};
+
+TEST(BuiltinTypes, SizesAreTheCompilers) {
+  struct Row {
+    std::uint32_t id;
+    const char* name;
+    std::size_t size;
+  };
+  const Row rows[] = {
+      {1, "bool", sizeof(bool)},
+      {2, "char", sizeof(char)},
+      {3, "short", sizeof(short)},
+      {4, "int", sizeof(int)},
+      {5, "long", sizeof(long)},
+      {6, "long long", sizeof(long long)},
+      {7, "unsigned char", sizeof(unsigned char)},
+      {8, "unsigned short", sizeof(unsigned short)},
+      {9, "unsigned int", sizeof(unsigned)},
+      {10, "unsigned long", sizeof(unsigned long)},
+      {11, "unsigned long long", sizeof(unsigned long long)},
+      {12, "float", sizeof(float)},
+      {13, "double", sizeof(double)},
+      {14, "int8_t", 1},
+      {15, "int16_t", 2},
+      {16, "int32_t", 4},
+      {17, "int64_t", 8},
+      {18, "uint8_t", 1},
+      {19, "uint16_t", 2},
+      {20, "uint32_t", 4},
+      {21, "uint64_t", 8},
+      {22, "timestamp", 8},
+  };
+  const std::unique_ptr<tev_type_system_t, DestroyTypeSystem> types(tev_create_type_system());
+  ASSERT_EQ(types->builtin->num_types, std::size(rows));
+  EXPECT_STREQ(types->builtin->name, "<built-in>");
+  EXPECT_EQ(tev::schema::versionText(types->builtin->version), "1.5.0");
+  for (const Row& row : rows) {
+    EXPECT_STREQ(tev_builtin_type_name(row.id), row.name);
+    EXPECT_EQ(tev_builtin_type_size(row.id), row.size) << row.name;
+    EXPECT_EQ(tev_builtin_type_from_name(row.name), row.id);
+    const auto& registered = *types->builtin->types[row.id - 1];
+    EXPECT_STREQ(registered.name, row.name);
+    EXPECT_EQ(registered.size, row.size) << row.name;
+    EXPECT_EQ(registered.builtin_id, row.id) << row.name;
+  }
+  for (const std::uint32_t unknown : {0u, 23u, UINT32_MAX}) {
+    EXPECT_EQ(tev_builtin_type_name(unknown), nullptr) << unknown;
+    EXPECT_EQ(tev_builtin_type_size(unknown), 0u) << unknown;
+  }
+  for (const char* unknown : {static_cast<const char*>(nullptr), "", "Int", "uint128_t"})
+    EXPECT_EQ(tev_builtin_type_from_name(unknown), 0u);
+}
+
+TEST(ValueTypes, NamesAndTheSynonym) {
+  for (const std::uint32_t value : {0u, 1u, 2u})
+    EXPECT_EQ(tev_value_type_from_string(tev_value_type_string(value)), value);
+  EXPECT_STREQ(tev_value_type_string(1), "RUNNING_SUM");
+  EXPECT_EQ(tev_value_type_from_string("ABSOLUTE_MONOTONIC"), 1u);
+  EXPECT_EQ(tev_value_type_string(3), nullptr);
+  EXPECT_EQ(tev_value_type_from_string("absolute"), TEV_VALUE_UNKNOWN);
+  EXPECT_EQ(tev_value_type_from_string(nullptr), TEV_VALUE_UNKNOWN);
+}
+
+TEST_F(SchemaTest, RecordsArePacked) {
+  std::uint8_t index = 99;
+  ASSERT_EQ(
+      add("sample",
+          {{"a", "", "uint64_t", 0, 1}, {"b", "", "char", 0, 64}, {"c", "", "uint32_t", 0, 2}},
+          &index),
+      TEV_SCHEMA_OK);
+  EXPECT_EQ(index, 0);
+  // A byte before arrays of a composite type: 1 + 3 * 80 + 2.
+  ASSERT_EQ(
+      add("nested",
+          {{"x", "", "bool", 0, 1}, {"samples", "", "sample", 0, 3}, {"y", "", "short", 0, 1}},
+          &index),
+      TEV_SCHEMA_OK);
+  EXPECT_EQ(index, 1);
+  EXPECT_EQ(tev_schema_sizeof_type(schema, "sample"), 80u);
+  EXPECT_EQ(tev_schema_sizeof_type(schema, "nested"), 243u);
+  EXPECT_EQ(tev_schema_sizeof_type(schema, "double"), 8u);
+  EXPECT_EQ(tev_schema_sizeof_type(schema, "missing"), 0u);
+
+  const auto* sample = tev_schema_find_type_definition(schema, "sample");
+  const auto* nested = tev_schema_find_type_definition(schema, "nested");
+  const std::uint64_t expected[][3] = {{0, 8, 72}, {0, 1, 241}};
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(sample->fields[i]->offset, expected[0][i]);
+    EXPECT_EQ(nested->fields[i]->offset, expected[1][i]);
+  }
+  EXPECT_EQ(nested->fields[1]->type, sample);
+  EXPECT_EQ(nested->fields[1]->type_size, 80u);
+}
+
+TEST_F(SchemaTest, RefusedTypesLeaveTheSchemaAsItWas) {
+  ASSERT_EQ(add("known", kTwoWords), TEV_SCHEMA_OK);
+  struct Row {
+    const char* name;
+    Fields fields;
+    int status;
+    const char* message;
+  };
+  const Row rows[] = {
+      {"int", kTwoWords, 2, "Schema 'test' already contains type 'int'"},
+      {"known", kTwoWords, 2, "Schema 'test' already contains type 'known'"},
+      {"new",
+       {{"a", "", "int", 0, 1}, {"f", "", "nowhere", 0, 1}},
+       3,
+       "Unable to register type 'new': type 'nowhere' of the field 'f' is undefined"},
+      {"self",
+       {{"f", "", "self", 0, 1}},
+       3,
+       "Unable to register type 'self': type 'self' of the field 'f' is undefined"},
+      {"new",
+       {{"a", "", "int", 0, 1}, {"a", "", "int", 0, 1}, {"b", "", "int", 0, 1}},
+       2,
+       "[tev_schema_add_type] Failed to register new type 'new': field name 'a' occurs more than "
+       "once."},
+  };
+  for (const Row& row : rows) {
+    const CapturedLog log;
+    std::uint8_t index = 77;
+    EXPECT_EQ(add(row.name, row.fields, &index), row.status) << row.message;
+    EXPECT_EQ(log.lines(), (std::vector<tev::test::LogLine>{{3, row.message}}));
+    EXPECT_EQ(index, 77);
+    EXPECT_EQ(schema->num_types, 1);
+  }
+}
+
+TEST_F(SchemaTest, MissingArgumentsAreInvalid) {
+  const tev_type_field_info_t nameless = {nullptr, "", "int", 0, 1};
+  const tev_type_field_info_t typeless = {"f", "", nullptr, 0, 1};
+  EXPECT_EQ(tev_schema_add_type(nullptr, "t", kTwoWords.data(), 2, nullptr), TEV_SCHEMA_INVALID);
+  EXPECT_EQ(tev_schema_add_type(schema, nullptr, kTwoWords.data(), 2, nullptr), TEV_SCHEMA_INVALID);
+  EXPECT_EQ(tev_schema_add_type(schema, "t", nullptr, 1, nullptr), TEV_SCHEMA_INVALID);
+  EXPECT_EQ(tev_schema_add_type(schema, "t", &nameless, 1, nullptr), TEV_SCHEMA_INVALID);
+  EXPECT_EQ(tev_schema_add_type(schema, "t", &typeless, 1, nullptr), TEV_SCHEMA_INVALID);
+  EXPECT_EQ(schema->num_types, 0);
+}
+
+// The last field's name is never compared.
+TEST_F(SchemaTest, DuplicateFieldNames) {
+  struct Row {
+    std::vector<const char*> names;
+    int status;
+  };
+  const Row rows[] = {
+      {{}, 0},
+      {{"a", "a"}, 0},
+      {{"a", "b", "a"}, 0},
+      {{"a", "a", "b"}, 2},
+      {{"a", "b", "a", "b"}, 2},
+      {{"a", "b", "c", "c"}, 0},
+  };
+  for (std::size_t i = 0; i < std::size(rows); ++i) {
+    Fields fields;
+    for (const char* name : rows[i].names) fields.push_back({name, nullptr, "int", 0, 1});
+    EXPECT_EQ(add(("type" + std::to_string(i)).c_str(), fields), rows[i].status) << "row " << i;
+  }
+}
+
+TEST_F(SchemaTest, HoldsAtMost254Types) {
+  for (int i = 0; i < 254; ++i)
+    ASSERT_EQ(add(("type" + std::to_string(i)).c_str(), kTwoWords), TEV_SCHEMA_OK) << i;
+  const CapturedLog log;
+  EXPECT_EQ(add("type0", kTwoWords), TEV_SCHEMA_FULL);  // before the name is looked at
+  EXPECT_TRUE(log.contains(3,
+                           "[tev_schema_add_type] Unable to add new type, reached TEV_MAX_TYPES. "
+                           "schema->num_types = 254"));
+}
+
+TEST_F(SchemaTest, SizesThat64BitsCannotHoldFail) {
+  // 8 * 65535^3 bytes: a little below 2^51.
+  ASSERT_EQ(add("p1", {{"f", "", "uint64_t", 0, 65535}}), TEV_SCHEMA_OK);
+  ASSERT_EQ(add("p2", {{"f", "", "p1", 0, 65535}}), TEV_SCHEMA_OK);
+  ASSERT_EQ(add("p3", {{"f", "", "p2", 0, 65535}}), TEV_SCHEMA_OK);
+  EXPECT_EQ(add("product", {{"f", "", "p3", 0, 65535}}), TEV_SCHEMA_FAILED);
+  EXPECT_EQ(add("sum", {{"f", "", "p3", 0, 8000}, {"g", "", "p3", 0, 8000}}), TEV_SCHEMA_FAILED);
+  EXPECT_EQ(schema->num_types, 3);
+  EXPECT_EQ(add("fits", {{"f", "", "p3", 0, 8000}}), TEV_SCHEMA_OK);
+  EXPECT_EQ(tev_type_system_get_max_event_type_size(types.get()), UINT32_MAX);
+}
+
+TEST_F(SchemaTest, FieldIndexes) {
+  ASSERT_EQ(add("t", {{"a", "", "int", 0, 1},
+                      {"b", "", "int", 0, 1},
+                      {"c", "", "int", 0, 1},
+                      {"a", "", "int", 0, 1}}),
+            TEV_SCHEMA_OK);
+  struct Row {
+    std::vector<const char*> names;
+    std::vector<int> indexes;
+    std::vector<std::string> indexed;
+    const char* message;
+  };
+  const Row rows[] = {
+      {{"c", "a"}, {2, 0, 1, 0}, {"a", "c"}, nullptr},
+      {{"b"}, {0, 1, 0, 0}, {"b"}, nullptr},
+      {{"x", "b", nullptr, "c"},
+       {0, 1, 2, 0},
+       {"b", "c"},
+       "Mismatch in assigned indices: expected 4, but assigned 2 (t)."},
+      {{}, {0, 0, 0, 0}, {}, nullptr},
+  };
+  for (const Row& row : rows) {
+    const CapturedLog log;
+    const char* none = nullptr;
+    const char* const* names = row.names.empty() ? &none : row.names.data();
+    EXPECT_EQ(tev_schema_set_field_indexes(schema, 0, names, row.names.size()), TEV_SCHEMA_OK);
+    for (std::size_t i = 0; i < row.indexes.size(); ++i)
+      EXPECT_EQ(schema->types[0]->fields[i]->index, row.indexes[i]) << "field " << i;
+    EXPECT_EQ(indexedFields(schema, 0), row.indexed);
+    EXPECT_EQ(log.lines().size(), row.message ? 1u : 0u);
+    if (row.message) {
+      EXPECT_TRUE(log.contains(7, row.message));
+    }
+  }
+}
+
+TEST_F(SchemaTest, FieldIndexesRefuseInvalidArguments) {
+  ASSERT_EQ(add("t", kTwoWords), TEV_SCHEMA_OK);
+  const char* names[] = {"a"};
+  const CapturedLog log;
+  EXPECT_EQ(tev_schema_set_field_indexes(nullptr, 0, names, 1), TEV_SCHEMA_INVALID);
+  EXPECT_EQ(tev_schema_set_field_indexes(schema, 0, nullptr, 1), TEV_SCHEMA_INVALID);
+  EXPECT_EQ(tev_schema_set_field_indexes(schema, 1, names, 1), TEV_SCHEMA_INVALID);
+  EXPECT_EQ(log.texts(3),
+            (std::vector<std::string>{
+                "[tev_schema_set_field_indexes] Schema pointer is NULL!",
+                "[tev_schema_set_field_indexes] Index names array is NULL!",
+                "[tev_schema_set_field_indexes] Invalid type_index: 1 (out of range, max: 0)"}));
+
+  std::size_t count = 5;
+  EXPECT_EQ(tev_schema_get_indexed_fields(schema, 0, nullptr), nullptr);
+  EXPECT_EQ(tev_schema_get_indexed_fields(nullptr, 0, &count), nullptr);
+  EXPECT_EQ(count, 0u);
+  count = 5;
+  EXPECT_EQ(tev_schema_get_indexed_fields(schema, 1, &count), nullptr);
+  EXPECT_EQ(count, 0u);
+  EXPECT_EQ(log.texts(3).size(), 6u);
+}
+
+TEST_F(TypeSystem, HoldsAtMost255Schemas) {
+  std::uint8_t index = 0;
+  for (int i = 1; i < 255; ++i) {
+    ASSERT_NE(tev_type_system_add_schema(types.get(), nullptr, 1, &index), nullptr) << i;
+    ASSERT_EQ(index, i);
+  }
+  const CapturedLog log;
+  EXPECT_EQ(tev_type_system_add_schema(types.get(), "more", 1, &index), nullptr);
+  EXPECT_TRUE(log.lines().empty());
+  EXPECT_EQ(tev_type_system_remove_last_schema(types.get()), 254);
+  EXPECT_NE(tev_type_system_add_schema(types.get(), "more", 1, &index), nullptr);
+  EXPECT_EQ(index, 254);
+}
+
+TEST_F(TypeSystem, RemovingFromAnEmptyOneDoesNothing) {
+  EXPECT_EQ(tev_type_system_remove_last_schema(types.get()), 0);
+  EXPECT_EQ(tev_type_system_remove_last_schema(types.get()), 0);
+  EXPECT_EQ(tev_type_system_remove_last_schema(nullptr), 0);
+}
+
+TEST_F(TypeSystem, FindsSchemasByIdInSlotOrder) {
+  ASSERT_EQ(add("t", kTwoWords), TEV_SCHEMA_OK);
+  tev_schema_t* twin = tev_type_system_add_schema(types.get(), "test", 1, nullptr);
+  ASSERT_EQ(tev_schema_add_type(twin, "t", kTwoWords.data(), 2, nullptr), TEV_SCHEMA_OK);
+  tev_type_system_add_schema(types.get(), "empty", 1, nullptr);
+  tev_type_system_update_md5_hashes(types.get());
+  EXPECT_STREQ(twin->id_string, schema->id_string);
+
+  const CapturedLog log;
+  std::uint8_t index = 9;
+  EXPECT_EQ(tev_type_system_find_schema(types.get(), twin->id_string, &index), 1);
+  EXPECT_EQ(index, 0);
+  EXPECT_TRUE(log.contains(7, std::string("Schema already exists ") + twin->id_string));
+  EXPECT_EQ(tev_type_system_find_schema(types.get(), std::string(32, '0').c_str(), &index), 1);
+  EXPECT_EQ(index, 2);
+  EXPECT_EQ(tev_type_system_find_schema(types.get(), "ff", nullptr), 0);
+  EXPECT_EQ(tev_type_system_find_schema(types.get(), nullptr, nullptr), 0);
+}
+
+TEST_F(TypeSystem, LargestSizes) {
+  EXPECT_EQ(tev_type_system_max_type_size(types.get()), 0u);  // the built-in types do not count
+  ASSERT_EQ(add("t", kTwoWords), TEV_SCHEMA_OK);
+  types->counters->record_size = 7;
+  EXPECT_EQ(tev_type_system_get_max_event_type_size(types.get()), 8u);
+  EXPECT_EQ(tev_type_system_max_type_size(types.get()), 8u);
+  types->counters->record_size = 9;
+  EXPECT_EQ(tev_type_system_get_max_event_type_size(types.get()), 8u);
+  EXPECT_EQ(tev_type_system_max_type_size(types.get()), 9u);
+}
+
+std::string goldenText(const std::string& name) {
+  std::ifstream file(std::string(TEST_DATA) + "/" + name, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+TEST_F(SchemaId, GoldenMultipathEvents) {
+  tev_schema_t* golden = tev_type_system_add_schema(types.get(), "multipath_events", 1, nullptr);
+  const Fields device = {
+      {"device_name", "Device Name", "char", TEV_VALUE_ABSOLUTE, 12},
+      {"rx_pkts", "received packets", "uint32_t", TEV_VALUE_ABSOLUTE, 1},
+      {"cnp_rate", "CNPs sent/received, per \"second\"", "uint32_t", TEV_VALUE_ABSOLUTE, 1},
+      {"ecn", "ECN marks \xE2\x80\x94 r\xC3\xA9seau", "uint32_t", TEV_VALUE_ABSOLUTE, 1}};
+  const Fields plane = {{"device_name", "Device Name", "char", TEV_VALUE_ABSOLUTE, 12},
+                        {"plane", "Plane ID", "uint8_t", TEV_VALUE_ABSOLUTE, 1},
+                        {"tx_bytes", "transmitted bytes", "uint32_t", TEV_VALUE_ABSOLUTE, 1},
+                        {"rtt", "round trip\ttime \\ us", "uint32_t", TEV_VALUE_ABSOLUTE, 1}};
+  const char* keys[] = {"device_name", "plane"};
+  ASSERT_EQ(tev_schema_add_type(golden, "multipath_event_device", device.data(), 4, nullptr), 0);
+  ASSERT_EQ(tev_schema_add_type(golden, "multipath_event_plane", plane.data(), 4, nullptr), 0);
+  ASSERT_EQ(tev_schema_set_field_indexes(golden, 0, keys, 1), 0);
+  ASSERT_EQ(tev_schema_set_field_indexes(golden, 1, keys, 2), 0);
+
+  EXPECT_EQ(tev::schema::jsonText(*golden), goldenText("multipath_events.json"));
+  tev_type_system_update_md5_hashes(types.get());
+  EXPECT_STREQ(golden->id_string, "ad5427b4571fff4a6a6a14ee4323e079");
+}
+
+TEST_F(SchemaId, GoldenMixedModes) {
+  tev_schema_t* golden = tev_type_system_add_schema(types.get(), "mixed modes", 131844, nullptr);
+  const Fields sample = {{"a", "", "uint64_t", TEV_VALUE_RUNNING_SUM, 1},
+                         {"name", "a name", "char", TEV_VALUE_ABSOLUTE, 64},
+                         {"pair", "two words", "uint32_t", TEV_VALUE_DELTA, 2}};
+  const char* keys[] = {"name"};
+  ASSERT_EQ(tev_schema_add_type(golden, "sample", sample.data(), 3, nullptr), 0);
+  ASSERT_EQ(tev_schema_set_field_indexes(golden, 0, keys, 1), 0);
+
+  EXPECT_EQ(tev::schema::jsonText(*golden), goldenText("mixed.json"));
+  tev_type_system_update_md5_hashes(types.get());
+  EXPECT_STREQ(golden->id_string, "e31ae2712f86f663789450636ba4e4b4");
+}
+
+TEST_F(SchemaId, StaysUnsetWithoutTypes) {
+  EXPECT_STREQ(schema->id_string, "00000000000000000000000000000000");
+  tev_type_system_update_md5_hashes(types.get());
+  EXPECT_TRUE(tev_schema_id_is_unset(&schema->id));
+  EXPECT_EQ(tev::schema::jsonText(*schema), std::nullopt);
+
+  ASSERT_EQ(add("t", {}), TEV_SCHEMA_OK);
+  EXPECT_NE(tev::schema::jsonText(*schema)->find("\"fields\": [],\n"), std::string::npos);
+  EXPECT_TRUE(tev_schema_id_is_unset(&schema->id));  // until it is computed
+  tev_type_system_update_md5_hashes(types.get());
+  EXPECT_FALSE(tev_schema_id_is_unset(&schema->id));
+}
+
+TEST_F(SchemaJson, TextsWithoutAFormLeaveTheirKeyOut) {
+  tev_schema_t* nameless = tev_type_system_add_schema(types.get(), nullptr, 0xFFFFFFFF, nullptr);
+  const Fields fields = {{"bad\xFF", nullptr, "char", 7, 1}};
+  ASSERT_EQ(tev_schema_add_type(nameless, "\xC0\xAF", fields.data(), 1, nullptr), 0);
+  EXPECT_EQ(tev::schema::jsonText(*nameless), R"({
+    "title": "Telumbra schema",
+    "tev_version": "1.5.0",
+    "provider_version": "255.255.65535",
+    "types": [
+        {
+            "size": 1,
+            "fields": [
+                {
+                    "type_name": "char",
+                    "offset": 0,
+                    "type_size": 1,
+                    "index": 0
+                }
+            ],
+            "type_index": 0
+        }
+    ]
+})");
+}
+
+TEST_F(SchemaJson, Escapes) {
+  struct Row {
+    const char* text;
+    const char* json;
+  };
+  const Row rows[] = {
+      {"\b\f\n\r\t", R"("\b\f\n\r\t")"},
+      {"\x01\x1f\x7f", "\"\\u0001\\u001f\x7f\""},
+      {"a/b//", R"("a\/b\/\/")"},
+      {"\"\\/", R"("\"\\\/")"},
+      {"\xF0\x9F\x98\x80", "\"\xF0\x9F\x98\x80\""},
+      {"\xED\xA0\x80", nullptr},      // half of a surrogate pair
+      {"\xF4\x90\x80\x80", nullptr},  // beyond U+10FFFF
+      {"\xC3", nullptr},              // cut
+      {"", "\"\""},
+  };
+  for (std::size_t i = 0; i < std::size(rows); ++i) {
+    tev_schema_t* one = tev_type_system_add_schema(types.get(), "one", 1, nullptr);
+    const tev_type_field_info_t field = {"f", rows[i].text, "int", 0, 1};
+    ASSERT_EQ(tev_schema_add_type(one, "t", &field, 1, nullptr), 0);
+    const std::string text = tev::schema::jsonText(*one).value();
+    const std::string key = "\"description\": ";
+    if (rows[i].json)
+      EXPECT_NE(text.find(key + rows[i].json + ",\n"), std::string::npos) << "row " << i << text;
+    else
+      EXPECT_EQ(text.find(key), std::string::npos) << "row " << i << text;
+  }
+}
+
+TEST(SchemaIdText, RoundTripAndRefusals) {
+  const std::string text = "00112233445566778899aabbccddeeff";
+  tev_schema_id_t id{};
+  ASSERT_TRUE(tev_schema_from_id_string(text.c_str(), &id));
+  for (int i = 0; i < 16; ++i) EXPECT_EQ(id.bytes[i], i * 0x11);
+  char* const back = tev_schema_id_string(&id);
+  EXPECT_EQ(back, text);
+  std::free(back);
+
+  const tev_schema_id_t before = id;
+  const std::string refused[] = {"",         text.substr(1),        text + "0",
+                                 text + " ", "g" + text.substr(1),  text.substr(1) + "g",
+                                 " " + text, "0x" + text.substr(2), "+1" + text.substr(2)};
+  for (const std::string& wrong : refused) {
+    EXPECT_FALSE(tev_schema_from_id_string(wrong.c_str(), &id)) << wrong;
+    EXPECT_EQ(tev_compare_schema_id(&id, &before), 0) << wrong;
+  }
+  EXPECT_TRUE(tev_schema_from_id_string("00112233445566778899AABBCCDDEEFF", &id));
+  EXPECT_EQ(tev_compare_schema_id(&id, &before), 0);
+}
+
+TEST(SchemaIdText, MarksAndComparison) {
+  tev_schema_id_t blob{};
+  EXPECT_TRUE(tev_schema_id_is_unset(&blob));
+  EXPECT_FALSE(tev_schema_id_is_blob(&blob));
+  tev_schema_id_set_blob(&blob);
+  EXPECT_TRUE(tev_schema_id_is_blob(&blob));
+  EXPECT_FALSE(tev_schema_id_is_unset(&blob));
+  char text[TEV_SCHEMA_ID_STRING_SIZE];
+  tev_schema_id_to_schema_string(&blob, text);
+  EXPECT_STREQ(text, "424c4f425f444154415f534348454d41");
+
+  tev_schema_id_t high{};
+  high.bytes[0] = 0x80;  // compares as unsigned
+  EXPECT_GT(tev_compare_schema_id(&high, &blob), 0);
+  EXPECT_LT(tev_compare_schema_id(&blob, &high), 0);
+  tev_copy_schema_id(&high, &blob);
+  EXPECT_TRUE(tev_schema_id_is_blob(&high));
+  tev_reset_schema_id(&high);
+  EXPECT_TRUE(tev_schema_id_is_unset(&high));
+}
+
+}  // namespace
