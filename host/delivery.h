@@ -8,6 +8,7 @@
 
 #include "host/formatter.h"
 #include "host/schema_view.h"
+#include "host/selection.h"
 #include "host/series.h"
 
 namespace tev::host {
@@ -17,20 +18,25 @@ struct TypeTotals {
   std::uint64_t bytes = 0;  // of the events alone
 };
 
-// Decodes, counts, and passes on to a formatter: all events, or the first `samples` of each series.
+// Decodes, counts, and passes on to a formatter: all events of the wanted types and devices, or the
+// first `samples` of each series of these.
 class Delivery {
  public:
-  Delivery(const SchemaView& schema, Formatter& formatter, std::optional<std::uint64_t> samples);
+  Delivery(const SchemaView& schema, const DeviceFilter& devices, Formatter& formatter,
+           std::optional<std::uint64_t> samples);
 
   // Throws RunError for blocks that do not hold together.
   void consume(std::span<const std::uint8_t> blocks);
 
-  // Whether every series has had its samples. One that has fallen far behind the others, by more
-  // than as many samples again, is not waited for: its device has most likely gone.
+  // Whether every wanted series has had its samples. One that has fallen far behind the others, by
+  // more than as many samples again, is not waited for: its device has most likely gone.
   bool isComplete() const;
 
+  // Of all devices, and the wanted types.
   const SeriesTable& series() const { return series_; }
+
   const SchemaView& schema() const { return schema_; }
+  const DeviceFilter& devices() const { return devices_; }
 
   // Of what was passed on, by the type's number.
   const std::vector<TypeTotals>& totals() const { return totals_; }
@@ -39,6 +45,7 @@ class Delivery {
   void take(const Event& event);
 
   const SchemaView& schema_;
+  const DeviceFilter& devices_;
   Formatter& formatter_;
   std::optional<std::uint64_t> samples_;
   SeriesTable series_;

@@ -130,6 +130,21 @@ HostLog::Explanation HostLog::explainRefusal() const {
   return explanation;
 }
 
+std::vector<std::string> HostLog::linesOf(const std::function<void()>& action) {
+  std::vector<std::string> lines;
+  const auto collect = [this](std::vector<std::string>* into) {
+    const std::scoped_lock lock(mutex_);
+    collected_ = into;
+    acting_ = std::this_thread::get_id();
+  };
+  const std::uint32_t level = tev_set_log_level(TEV_LEVEL_WARNING);
+  collect(&lines);
+  action();
+  collect(nullptr);
+  tev_set_log_level(level);
+  return lines;
+}
+
 void HostLog::holdBack() {
   const std::scoped_lock lock(mutex_);
   holding_back_ = true;
@@ -157,6 +172,10 @@ void HostLog::say(const std::string& line) {
 
 void HostLog::write(std::uint32_t level, std::string text) {
   const std::scoped_lock lock(mutex_);
+  if (collected_ && acting_ == std::this_thread::get_id()) {
+    collected_->emplace_back(untagged(text));
+    return;
+  }
   Line line{level, std::move(text), timeStamp(), false};
   if (level <= level_ && !(setting_up_ && later_)) {
     show(line.time + tev_priority_level_string_logger(level) + line.text);

@@ -4,8 +4,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace tev::host {
@@ -38,6 +40,10 @@ class HostLog {
   };
   Explanation explainRefusal() const;
 
+  // The errors and warnings that `action` logs on this thread, without their tags, in place of
+  // showing them.
+  std::vector<std::string> linesOf(const std::function<void()>& action);
+
   // Between these, lines are kept instead of shown, because the terminal is being drawn upon.
   void holdBack();
   void release();
@@ -66,6 +72,8 @@ class HostLog {
   bool setting_up_ = false;
   bool later_ = false;
   bool holding_back_ = false;
+  std::vector<std::string>* collected_ = nullptr;  // of the action under way
+  std::thread::id acting_;                         // its thread
   std::deque<Line> serious_;  // errors and warnings of the set-up, the last ones
   std::deque<Line> others_;   // its other lines, the last ones
   std::deque<std::string> held_back_;

@@ -7,7 +7,9 @@
 #include <cstdio>
 #include <memory>
 #include <numeric>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "host/delivery.h"
 #include "host/errors.h"
@@ -16,6 +18,7 @@
 #include "host/host_log.h"
 #include "host/output_file.h"
 #include "host/schema_view.h"
+#include "host/selection.h"
 #include "host/session.h"
 #include "host/stop_signal.h"
 #include "host/summary.h"
@@ -71,15 +74,22 @@ class Run {
       : options_(options),
         output_(output),
         session_(options.plugin),
-        schema_(*session_.types()),
+        schema_(selected(*session_.types(), options.selection)),
+        devices_(options.selection.filter),
         log_off_the_screen_(formatFor(options, output), output),
         formatter_(makeFormatter(formatFor(options, output), schema_, output)),
-        delivery_(schema_, *formatter_, options.samples),
+        delivery_(schema_, devices_, *formatter_, options.samples),
         fetcher_(session_.provider(), session_.types(), options.buffer_bytes,
                  [this](std::span<const std::uint8_t> blocks) {
                    delivery_.consume(blocks);
                    output_.flushWhenLarge();
-                 }) {}
+                 }) {
+    if (const auto counts = session_.provider().sampleCounts()) {
+      std::vector<std::string> names;
+      for (const DeviceCounts& one : *counts) names.push_back(one.device);
+      devices_.expectOneOf(names);
+    }
+  }
 
   // Throws what ends the run early; the summary is worth printing nevertheless.
   void sample() {
@@ -92,6 +102,7 @@ class Run {
       HostLog::instance().say("tev-host: the plug-in went on delivering after its stop: cut off");
     formatter_->end(status());
     output_.close();
+    expectAnyWanted();
   }
 
   void printSummary() {
@@ -105,6 +116,20 @@ class Run {
   }
 
  private:
+  static SchemaView selected(const tev_type_system_t& types, const SelectionOptions& options) {
+    SchemaView schema(types);
+    select(schema, options);
+    return schema;
+  }
+
+  // Not every plug-in names its devices before their events do.
+  void expectAnyWanted() const {
+    std::vector<std::string> names;
+    for (const Series& series : delivery_.series().all())
+      if (std::ranges::find(names, series.device) == names.end()) names.push_back(series.device);
+    devices_.expectOneOf(names);
+  }
+
   bool isOver() const {
     return StopSignal::requests() > 0 || (options_.duration && Clock::now() >= end_);
   }
@@ -158,6 +183,7 @@ class Run {
   OutputFile& output_;
   Session session_;
   SchemaView schema_;
+  DeviceFilter devices_;
   LogOffTheScreen log_off_the_screen_;
   std::unique_ptr<Formatter> formatter_;
   Delivery delivery_;

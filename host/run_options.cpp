@@ -35,6 +35,8 @@ constexpr char kExamples[] = R"(Examples:
       five samples of every network interface of this machine, as JSON lines
   tev-host run --simulate --option multipath-sample-interval-usec=1000 --duration 10 --output run.jsonl
       ten seconds at 1 kHz, into a file
+  tev-host run --simulate --fset types.fset --cset counters.cset --filter=-rdma2
+      some types, fields and counters, of all devices but rdma2
   tev-host run --option multipath-vuna-lib-path=/path/to/libvuna_telemetry.so
       a real device SDK
 
@@ -52,6 +54,7 @@ struct Given {
   std::string output;
   std::string duration;
   std::string samples;
+  SelectionOptions selection;
 };
 
 template <class Number>
@@ -187,6 +190,18 @@ void addRunOptions(CLI::App& command, Given& given) {
       ->type_name("FORMAT");
   command.add_option("--output", given.output, "Write to this file instead of standard output")
       ->type_name("FILE");
+  command
+      .add_option("--fset", given.selection.field_set,
+                  "Write the types and fields that this field-set file names, and no others")
+      ->type_name("FILE");
+  command
+      .add_option("--cset", given.selection.counter_set,
+                  "Write the counters that this counter-set file names, under their aliases")
+      ->type_name("FILE");
+  command
+      .add_option("--filter", given.selection.filter,
+                  "Write the devices whose names pass, like eth+np0 or =-lo")
+      ->type_name("EXPRESSION");
   command.add_option("--duration", given.duration, "Stop after this time; fractions are fine")
       ->type_name("SECONDS");
   command.add_option("--samples", given.samples, "Stop after so many samples of each device")
@@ -205,6 +220,7 @@ void addRunOptions(CLI::App& command, Given& given) {
 void readRunOptions(const Given& given, RunOptions& options) {
   if (!given.format.empty()) options.format = formatNamed(given.format);
   options.output = given.output;
+  options.selection = given.selection;
   if (!given.duration.empty()) options.duration = seconds("--duration", given.duration);
   if (!given.samples.empty())
     options.samples =

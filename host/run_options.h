@@ -25,8 +25,16 @@ struct PluginOptions {
   bool log_level_given = false;
 };
 
+// What is written out; nothing: all.
+struct SelectionOptions {
+  std::optional<std::string> field_set;    // path of a field-set file
+  std::optional<std::string> counter_set;  // path of a counter-set file
+  std::string filter;                      // filter expression over the names of devices
+};
+
 struct RunOptions {
   PluginOptions plugin;
+  SelectionOptions selection;
   std::uint64_t buffer_bytes = std::uint64_t{1} << 20;
   std::chrono::milliseconds update{1000};
   std::optional<Format> format;  // nothing: as the output suggests

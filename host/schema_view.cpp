@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <set>
 #include <string_view>
 
 #include "host/errors.h"
@@ -61,7 +60,7 @@ class Columns {
     const std::size_t size = tev_builtin_type_size(field.type->builtin_id);
     if (size == 0 || size != field.type->size) refuse(name, "is of an unknown type");
     Column column;
-    column.name = uniqueName(name);
+    column.name = names_.add(name);
     column.description = field.description ? asPrintable(field.description) : "";
     column.builtin_id = field.type->builtin_id;
     column.counting_mode = field.counting_mode;
@@ -72,16 +71,9 @@ class Columns {
     view_.columns.push_back(std::move(column));
   }
 
-  std::string uniqueName(const std::string& name) {
-    std::string unique = name;
-    for (int number = 2; !names_.insert(unique).second; ++number)
-      unique = fmt::format("{}_{}", name, number);
-    return unique;
-  }
-
   TypeView& view_;
   std::size_t fields_ = 0;
-  std::set<std::string> names_{"timestamp", "type"};
+  UniqueNames names_;
 };
 
 TypeView viewOf(const tev_type_definition_t& type, std::size_t number) {
@@ -98,6 +90,13 @@ TypeView viewOf(const tev_type_definition_t& type, std::size_t number) {
 }
 
 }  // namespace
+
+std::string UniqueNames::add(const std::string& name) {
+  std::string unique = name;
+  for (int number = 2; !taken_.insert(unique).second; ++number)
+    unique = fmt::format("{}_{}", name, number);
+  return unique;
+}
 
 SchemaView::SchemaView(const tev_type_system_t& type_system) {
   for (std::size_t s = 0; s < type_system.num_schemas; ++s) {

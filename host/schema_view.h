@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -14,8 +15,7 @@ namespace tev::host {
 // One value, or one array of values, of a built-in type.
 struct Column {
   // As printed. Fields of composite ones have dotted names ("port.rx", "port[2].rx"). Unique in its
-  // type; a name that is taken already, also by the columns "timestamp" and "type" that every event
-  // has, gets "_2" behind it, and so on.
+  // type.
   std::string name;
   std::string description;
   std::uint32_t builtin_id = TEV_TYPE_NONE;
@@ -26,12 +26,23 @@ struct Column {
   std::uint16_t key = 0;           // 0: no key field; else its position among them, from 1
 };
 
+// The names of one type's columns. One that is taken already, also by the columns "timestamp" and
+// "type" that every event has, gets "_2" behind it, and so on.
+class UniqueNames {
+ public:
+  std::string add(const std::string& name);
+
+ private:
+  std::set<std::string> taken_{"timestamp", "type"};
+};
+
 struct TypeView {
   std::string name;
+  bool wanted = true;           // its events are written out
   std::uint64_t size = 0;       // bytes of one event
   std::size_t number = 0;       // among all types of the view, from 0
-  std::vector<Column> columns;  // in the order of the bytes
-  std::vector<Column> keys;     // the key columns, in the order of the key
+  std::vector<Column> columns;  // those to be written out, in the order of the bytes
+  std::vector<Column> keys;     // all key columns, in the order of the key
 };
 
 // Made once the plug-in has registered its types; needs the type system no longer.
@@ -45,6 +56,7 @@ class SchemaView {
 
   // All types, by schema and type index.
   const std::vector<TypeView>& types() const { return types_; }
+  std::vector<TypeView>& types() { return types_; }
 
  private:
   std::vector<TypeView> types_;

@@ -17,6 +17,7 @@ struct Series {
   std::size_t number = 0;         // among all series, in order of appearance, from 0
   std::string device;             // first value of the key; empty when the type has no key
   std::vector<std::string> keys;  // the others
+  bool wanted = true;             // may be written out
   std::uint64_t arrived = 0;      // events
   std::uint64_t written = 0;      // of these, those that were passed on to the output
   std::uint64_t first_usec = 0;   // time stamps of the first and the last event that arrived

@@ -40,9 +40,11 @@ std::vector<DeviceRow> deviceRows(const Delivery& delivery,
                                   const std::optional<std::vector<DeviceCounts>>& counts) {
   std::vector<DeviceRow> rows;
   if (counts)
-    for (const DeviceCounts& one : *counts) rowOf(rows, one.device).counts = one.counts;
+    for (const DeviceCounts& one : *counts)
+      if (delivery.devices().passes(one.device)) rowOf(rows, one.device).counts = one.counts;
   // A sample of a device is one event of each of its series.
   for (const Series& series : delivery.series().all()) {
+    if (!series.wanted) continue;
     DeviceRow& row = rowOf(rows, series.device);
     row.samples = std::max(row.samples, series.written);
     if (!row.per_second) row.per_second = perSecond(series);
@@ -71,10 +73,12 @@ void appendDevices(std::string& out, const std::vector<DeviceRow>& rows) {
 void appendTypes(std::string& out, const Delivery& delivery) {
   const auto& types = delivery.schema().types();
   std::size_t width = sizeof "type" - 1;
-  for (const TypeView& type : types) width = std::max(width, displayWidth(asPrintable(type.name)));
+  for (const TypeView& type : types)
+    if (type.wanted) width = std::max(width, displayWidth(asPrintable(type.name)));
   constexpr auto kRow = "  {}  {:>12}  {:>14}\n";
   fmt::format_to(std::back_inserter(out), kRow, padRight("type", width), "events", "bytes");
   for (const TypeView& type : types) {
+    if (!type.wanted) continue;
     const TypeTotals& totals = delivery.totals()[type.number];
     fmt::format_to(std::back_inserter(out), kRow, padRight(asPrintable(type.name), width),
                    totals.events, totals.bytes);

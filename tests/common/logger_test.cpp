@@ -383,7 +383,8 @@ TEST_F(LoggerRegistration, NullAndTheOwnStateChangeNothing) {
 }
 
 TEST_F(LoggerRegistration, AdoptsWhatTheKindNeeds) {
-  pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+  // Stays the logger's until the process ends.
+  static pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
   struct Row {
     std::uint32_t kind;
     bool takes_stream, takes_function;

@@ -33,7 +33,7 @@ void readSources(const char* text) {
   // Long ranges are read in full: no more of them than time allows.
   std::size_t digits = 0;
   for (const char* at = text; *at; ++at) digits += *at >= '0' && *at <= '9';
-  if (digits > 6) return;
+  if (digits > 5) return;
   tev_source_array_t* const array = tev_create_source_array_from_string(text);
   if (!array) return;
   check(array->count <= TEV_MAX_SOURCES, "no more than there are numbers for");

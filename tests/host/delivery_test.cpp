@@ -28,13 +28,14 @@ class DeliveryTest : public testing::Test {
   }
 
   SampleTypes types_;
+  DeviceFilter devices_;
   CountingFormatter formatter_;
   std::uint64_t now_ = 0;
 };
 
 TEST_F(DeliveryTest, IsCompleteWhenEverySeriesIs) {
   const SchemaView schema(*types_);
-  Delivery delivery(schema, formatter_, 3);
+  Delivery delivery(schema, devices_, formatter_, 3);
   EXPECT_FALSE(delivery.isComplete()) << "nothing has come";
   send(delivery, 1, 5);
   send(delivery, 2, 2);
@@ -49,7 +50,7 @@ TEST_F(DeliveryTest, IsCompleteWhenEverySeriesIs) {
 
 TEST_F(DeliveryTest, DoesNotWaitForADeviceThatHasGone) {
   const SchemaView schema(*types_);
-  Delivery delivery(schema, formatter_, 3);
+  Delivery delivery(schema, devices_, formatter_, 3);
   send(delivery, 1, 1);
   send(delivery, 2, 3 + 3 + 10);
   EXPECT_FALSE(delivery.isComplete());
@@ -59,7 +60,7 @@ TEST_F(DeliveryTest, DoesNotWaitForADeviceThatHasGone) {
 
 TEST_F(DeliveryTest, NeverEndsWithoutALimit) {
   const SchemaView schema(*types_);
-  Delivery delivery(schema, formatter_, std::nullopt);
+  Delivery delivery(schema, devices_, formatter_, std::nullopt);
   send(delivery, 1, 100);
   EXPECT_FALSE(delivery.isComplete());
   EXPECT_EQ(formatter_.count, 100);

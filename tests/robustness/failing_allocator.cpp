@@ -3,15 +3,12 @@
 #include <atomic>
 #include <cstddef>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define TEV_OWN_ALLOCATOR 0
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define TEV_OWN_ALLOCATOR 0
-#endif
-#endif
-#ifndef TEV_OWN_ALLOCATOR
-#define TEV_OWN_ALLOCATOR 1
+#if SANITIZED  // linked with --wrap
+#define REPLACED(name) __wrap_##name
+#define ORIGINAL(name) __real_##name
+#else
+#define REPLACED(name) name
+#define ORIGINAL(name) __libc_##name
 #endif
 
 namespace {
@@ -21,12 +18,6 @@ thread_local long allocations_until_failure = -1;
 thread_local bool has_failed = false;
 std::atomic<long> blocks_in_use{0};
 
-}  // namespace
-
-#if TEV_OWN_ALLOCATOR
-
-namespace {
-
 bool mustFail() {
   if (allocations_until_failure < 0 || allocations_until_failure-- > 0) return false;
   has_failed = true;
@@ -34,7 +25,7 @@ bool mustFail() {
 }
 
 void* counted(void* block) {
-  if (block) blocks_in_use.fetch_add(1, std::memory_order_relaxed);
+  if (block && !SANITIZED) blocks_in_use.fetch_add(1, std::memory_order_relaxed);
   return block;
 }
 
@@ -42,39 +33,33 @@ void* counted(void* block) {
 
 extern "C" {
 
-void* __libc_malloc(std::size_t size);
-void* __libc_calloc(std::size_t count, std::size_t size);
-void* __libc_realloc(void* block, std::size_t size);
-void __libc_free(void* block);
+void* ORIGINAL(malloc)(std::size_t size);
+void* ORIGINAL(calloc)(std::size_t count, std::size_t size);
+void* ORIGINAL(realloc)(void* block, std::size_t size);
+void ORIGINAL(free)(void* block);
 
-void* malloc(std::size_t size) {
-  return mustFail() ? nullptr : counted(__libc_malloc(size));
+void* REPLACED(malloc)(std::size_t size) {
+  return mustFail() ? nullptr : counted(ORIGINAL(malloc)(size));
 }
 
-void* calloc(std::size_t count, std::size_t size) {
-  return mustFail() ? nullptr : counted(__libc_calloc(count, size));
+void* REPLACED(calloc)(std::size_t count, std::size_t size) {
+  return mustFail() ? nullptr : counted(ORIGINAL(calloc)(count, size));
 }
 
-void* realloc(void* block, std::size_t size) {
+void* REPLACED(realloc)(void* block, std::size_t size) {
   if (mustFail()) return nullptr;
-  void* const resized = __libc_realloc(block, size);
+  void* const resized = ORIGINAL(realloc)(block, size);
   return block ? resized : counted(resized);
 }
 
-void free(void* block) {
-  if (block) blocks_in_use.fetch_sub(1, std::memory_order_relaxed);
-  __libc_free(block);
+void REPLACED(free)(void* block) {
+  if (block && !SANITIZED) blocks_in_use.fetch_sub(1, std::memory_order_relaxed);
+  ORIGINAL(free)(block);
 }
 
 }  // extern "C"
 
-#endif
-
 namespace tev::test {
-
-bool canFailAllocations() {
-  return TEV_OWN_ALLOCATOR;
-}
 
 void failAllocation(long n) {
   has_failed = false;

@@ -2,7 +2,6 @@
 // nothing may be lost, and what was there before must be as it was.
 
 #include <gtest/gtest.h>
-#include <malloc.h>
 
 #include <cstdint>
 #include <cstdlib>
@@ -11,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/robustness/failing_allocator.h"
 #include "tests/support/environment.h"
 #include "tests/support/temp_tree.h"
 #include "tev/device_utils.h"
@@ -19,68 +19,7 @@
 #include "tev/schema.h"
 #include "tev/sources.h"
 
-// The sanitizers bring an allocator of their own.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define TEV_OWN_ALLOCATOR 0
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define TEV_OWN_ALLOCATOR 0
-#endif
-#endif
-#ifndef TEV_OWN_ALLOCATOR
-#define TEV_OWN_ALLOCATOR 1
-#endif
-
-#if TEV_OWN_ALLOCATOR
-
-namespace {
-
-// This thread's; -1: off.
-thread_local long allocations_until_failure = -1;
-thread_local bool has_failed = false;
-thread_local long blocks_in_use = 0;
-
-bool mustFail() {
-  if (allocations_until_failure < 0 || allocations_until_failure-- > 0) return false;
-  has_failed = true;
-  return true;
-}
-
-void* counted(void* block) {
-  if (block) ++blocks_in_use;
-  return block;
-}
-
-}  // namespace
-
-extern "C" {
-
-void* __libc_malloc(std::size_t size);
-void* __libc_calloc(std::size_t count, std::size_t size);
-void* __libc_realloc(void* block, std::size_t size);
-void __libc_free(void* block);
-
-void* malloc(std::size_t size) {
-  return mustFail() ? nullptr : counted(__libc_malloc(size));
-}
-
-void* calloc(std::size_t count, std::size_t size) {
-  return mustFail() ? nullptr : counted(__libc_calloc(count, size));
-}
-
-void* realloc(void* block, std::size_t size) {
-  if (mustFail()) return nullptr;
-  void* const resized = __libc_realloc(block, size);
-  return block ? resized : counted(resized);
-}
-
-void free(void* block) {
-  if (block) --blocks_in_use;
-  __libc_free(block);
-}
-
-}  // extern "C"
-
+namespace tev::test {
 namespace {
 
 // `operation` returns whether it succeeded, and cleans up behind itself either way.
@@ -88,15 +27,14 @@ void failEachAllocation(const char* name, const std::function<bool()>& operation
   ASSERT_TRUE(operation()) << name;  // what is allocated once for the whole process is there now
   constexpr long kMany = 2000;
   for (long n = 0; n < kMany; ++n) {
-    const long before = blocks_in_use;
-    has_failed = false;
-    allocations_until_failure = n;
+    const long before = blocksInUse();
+    failAllocation(n);
     const bool succeeded = operation();
-    allocations_until_failure = -1;
+    const bool has_failed = endFailing();
     ASSERT_EQ(succeeded, !has_failed) << name << ", allocation " << n;
-    ASSERT_EQ(blocks_in_use, before) << name << ", allocation " << n;
+    ASSERT_EQ(blocksInUse(), before) << name << ", allocation " << n;
     if (!has_failed) {
-      ASSERT_GT(n, 0) << name << " allocates nothing";
+      ASSERT_TRUE(n > 0 || SANITIZED) << name << " allocates nothing";
       return;
     }
   }
@@ -193,9 +131,9 @@ TEST_F(AllocationFailure, Schema) {
 }
 
 TEST_F(AllocationFailure, Sources) {
-  tev::test::Environment environment;
+  Environment environment;
   environment.set("TEV_SOURCE_ID", "an identity that is too long for a short string");
-  tev::test::TempTree tree;
+  TempTree tree;
   const std::string list = tree.write("list", "alpha\nbeta\n");
   using Create = std::function<tev_source_array_t*()>;
   const std::map<std::string, Create> creators = {
@@ -226,18 +164,12 @@ TEST_F(AllocationFailure, LoggerContextAndStringTemplate) {
     return ctx != nullptr;
   });
 
-  allocations_until_failure = 0;
-  char* const text = tev_expand_string_template("%s", "text");
-  allocations_until_failure = -1;
-  EXPECT_EQ(text, nullptr);
+  failEachAllocation("expanded template", [] {
+    char* const text = tev_expand_string_template("%s", "text");
+    std::free(text);
+    return text != nullptr;
+  });
 }
 
 }  // namespace
-
-#else
-
-TEST(AllocationFailure, NeedsAnAllocatorOfItsOwn) {
-  GTEST_SKIP() << "built with a sanitizer";
-}
-
-#endif
+}  // namespace tev::test

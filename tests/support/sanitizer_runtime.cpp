@@ -1,0 +1,32 @@
+// What the sanitizers' run-time libraries do otherwise in a test program.
+#if SANITIZED
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+
+#define EXPORTED __attribute__((visibility("default")))
+
+// Sizes that no memory holds are asked for on purpose, and must come back as null.
+static constexpr const char* kOptions = "allocator_may_return_null=1:max_allocation_size_mb=256";
+
+extern "C" {
+EXPORTED const char* __asan_default_options() {
+  return kOptions;
+}
+EXPORTED const char* __tsan_default_options() {
+  return kOptions;
+}
+}
+
+// Theirs ends the process where the standard one throws.
+EXPORTED void* operator new(std::size_t size) {
+  if (void* const memory = std::malloc(size)) return memory;
+  throw std::bad_alloc();
+}
+EXPORTED void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+EXPORTED void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
+#endif
