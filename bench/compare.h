@@ -48,7 +48,7 @@ Compared compare(benchmark::State& state, double bytes, Work&& work, Floor&& flo
                  Between&& between, int repetitions) {
   std::vector<double> work_ns;
   std::vector<double> floor_ns;
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     between();
     work_ns.push_back(nanoseconds(work, repetitions));
     between();

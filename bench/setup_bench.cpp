@@ -18,7 +18,7 @@ void constructAndInitialize(benchmark::State& state) {
                     .planes = 4,
                     .counters_per_plane = 50};
   const auto options = samplingOptions();
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     const HandDriven provider(shape, options.get());
     benchmark::DoNotOptimize(&provider);
   }
@@ -30,7 +30,7 @@ BENCHMARK(constructAndInitialize)->ArgName("devices")->Arg(1)->Arg(16)->Arg(64)-
 
 void counterParsing(benchmark::State& state) {
   const auto lines = descriptions({.device_counters = 56, .planes = 4, .counters_per_plane = 50});
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     events::multipath::SlotInfo slot;
     slot.counter_infos = lines;
     events::multipath::parseCounters(slot);
@@ -46,7 +46,7 @@ void schemaAddAndId(benchmark::State& state) {
   for (int i = 0; i < 256; ++i) names.push_back("counter_" + std::to_string(i));
   for (const auto& name : names)
     fields.push_back({name.c_str(), "counted by the device", "uint32_t", TEV_VALUE_ABSOLUTE, 1});
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     tev_type_system_t* const types = tev_create_type_system();
     tev_schema_t* const schema = tev_type_system_add_schema(types, "bench", 1, nullptr);
     tev_schema_add_type(schema, "type", fields.data(), fields.size(), nullptr);

@@ -1,4 +1,4 @@
-#include "tests/end_to_end/plugin.h"
+#include "tests/support/plugin.h"
 
 #include <gtest/gtest.h>
 

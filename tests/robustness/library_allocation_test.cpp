@@ -164,11 +164,11 @@ TEST_F(AllocationFailure, LoggerContextAndStringTemplate) {
     return ctx != nullptr;
   });
 
-  failEachAllocation("expanded template", [] {
-    char* const text = tev_expand_string_template("%s", "text");
-    std::free(text);
-    return text != nullptr;
-  });
+  if (SANITIZED) return;  // the C library's own allocations do not fail there
+  failAllocation(0);
+  char* const text = tev_expand_string_template("%s", "text");
+  endFailing();
+  EXPECT_EQ(text, nullptr);
 }
 
 }  // namespace

@@ -8,11 +8,13 @@
 #include <cstring>
 #include <exception>
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "provider/provider.h"
@@ -40,20 +42,22 @@ class Rig {
  public:
   static constexpr int kPasses = 4;
 
-  Rig() : buffer_(std::size_t{1} << 16) {
+  explicit Rig(std::initializer_list<std::pair<const char*, const char*>> entries = {})
+      : options_(options({{"update", "60000"}})), buffer_(std::size_t{1} << 16) {
+    for (const auto& [key, value] : entries) tev_dict_add(options_.get(), key, value);
     for (const std::string number : {"0", "1"}) {
       const std::string folder = "sys/class/infiniband/rdma" + number + "/device/";
-      tree_.write(folder + "uevent", "PCI_SLOT_NAME=0000:01:00." + number + "\n");
-      tree_.folder(folder + "net/an-interface-with-a-long-name-" + number);
+      tree.write(folder + "uevent", "PCI_SLOT_NAME=0000:01:00." + number + "\n");
+      tree.folder(folder + "net/an-interface-with-a-long-name-" + number);
     }
     sdk.add("rdma0", {"rx, received", "tx, sent, plane 0", "tx, sent, plane 1"}, {1, 2, 3});
     sdk.add("rdma1", {"rx, received", "err, errors"}, {4, 5});
     clock_.passes = kPasses;
     clock_.waits.reserve(16);
-    options_ = options({{"update", "60000"}});
   }
 
   FakeSdk sdk;
+  TempTree tree;  // with a /sys and a /dev of its own
   // Called around the set-up: the construction and the initialization.
   std::function<void()> before_set_up = [] {};
   std::function<void()> after_set_up = [] {};
@@ -68,7 +72,7 @@ class Rig {
         tev_create_type_system(), tev_destroy_type_system);
     if (!types) return life;
     const Surroundings surroundings{
-        .sdk = &functions, .clock = &clock_, .roots = {tree_.path("sys"), tree_.path("dev")}};
+        .sdk = &functions, .clock = &clock_, .roots = {tree.path("sys"), tree.path("dev")}};
     std::unique_ptr<Provider> provider;
     before_set_up();
     try {
@@ -165,7 +169,6 @@ class Rig {
     ASSERT_EQ(at, serializer.used);
   }
 
-  TempTree tree_;
   FakeClock clock_;
   Options options_;
   std::vector<std::uint8_t> buffer_;

@@ -247,6 +247,7 @@ FakeDevice& FakeSdk::add(std::string name, std::vector<std::string> lines,
 }
 
 const Fault* FakeSdk::enter(const char* function) {
+  const std::scoped_lock lock(mutex_);
   const unsigned call = ++calls[function];
   for (const auto& fault : faults)
     if (fault.function == function && fault.call == call) return &fault;

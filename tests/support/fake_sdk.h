@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -77,6 +78,7 @@ class FakeSdk {
 
  private:
   events::multipath::SdkFunctions functions_;
+  std::mutex mutex_;  // guards the counting of calls: devices may be read side by side
   std::multiset<std::string> held_;
 };
 

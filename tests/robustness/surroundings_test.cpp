@@ -1,0 +1,125 @@
+// Options and /sys trees of every odd kind. Either the provider refuses with an error in the log,
+// or it samples as ever.
+
+#include <sys/stat.h>
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "tests/robustness/rig.h"
+#include "tests/support/captured_log.h"
+
+namespace tev::test {
+namespace {
+
+constexpr const char* kOptions[] = {"multipath-sample-interval-usec",
+                                    "update",
+                                    "multipath-max-buffer-size",
+                                    "multipath-clear-sampled-counters",
+                                    "multipath-devices",
+                                    "multipath-sdk-log-level"};
+
+constexpr const char* kValues[] = {"",
+                                   " ",
+                                   "0",
+                                   "1",
+                                   "-1",
+                                   "2147483648",
+                                   "9223372036854775808",
+                                   "18446744073709551615",
+                                   "18446744073709551616",
+                                   "1e9",
+                                   "0x10",
+                                   "true",
+                                   ",",
+                                   "%s%n%999999d",
+                                   "\xff\xfe\x01"};
+
+TEST(Surroundings, AnyOptionIsRefusedOrServes) {
+  std::uint64_t realtime_usec = 4'000'000'000'000'000;
+  int tried = 0;
+  int refused = 0;
+  for (const char* const option : kOptions)
+    for (const char* const value : kValues) {
+      // At interval 0 nothing waits for the clock, and the rig's moves on by being waited for.
+      if (option == kOptions[0] && std::isdigit(*value) && std::strtoull(value, nullptr, 10) == 0)
+        continue;
+      SCOPED_TRACE(std::string(option) + "=" + value);
+      const CapturedLog log(TEV_LEVEL_INFO);
+      Rig rig{{option, value}};
+      rig.startAt(realtime_usec += 3'600'000'000);
+      const Life life = rig.live();
+      Rig::expectAccountedFor(life);
+      Rig::expectInOrder(rig.sdk.trace);
+      ++tried;
+      if (life.initialized) continue;
+      ++refused;
+      // What the constructor throws is the entry point's to log.
+      EXPECT_TRUE(!life.constructed || !log.lines().empty());
+    }
+  EXPECT_GT(refused, 10);
+  std::printf("options tried: %d\nof these refused: %d\n", tried, refused);
+}
+
+// What may stand in the place of an entry.
+using Spoil = void (*)(TempTree& tree, const std::string& entry);
+struct Form {
+  const char* name;
+  Spoil spoil;
+};
+const Form kForms[] = {
+    {"missing", [](TempTree&, const std::string&) {}},
+    {"empty file", [](TempTree& tree, const std::string& entry) { tree.write(entry, ""); }},
+    {"no text",
+     [](TempTree& tree, const std::string& entry) {
+       tree.write(entry, std::string("\0\xff\n\0PCI_SLOT_NAME=\xff\0\n", 22));
+     }},
+    {"one huge line",
+     [](TempTree& tree, const std::string& entry) {
+       tree.write(entry, "PCI_SLOT_NAME=" + std::string(1 << 20, '%'));
+     }},
+    {"empty folder", [](TempTree& tree, const std::string& entry) { tree.folder(entry); }},
+    {"dangling link",
+     [](TempTree& tree, const std::string& entry) { tree.link(entry, "nowhere"); }},
+    {"link to itself",
+     [](TempTree& tree, const std::string& entry) { tree.link(entry, tree.path(entry)); }},
+    {"link to its folder", [](TempTree& tree, const std::string& entry) { tree.link(entry, "."); }},
+    {"pipe",
+     [](TempTree& tree, const std::string& entry) {
+       std::filesystem::create_directories(std::filesystem::path(tree.path(entry)).parent_path());
+       ASSERT_EQ(mkfifo(tree.path(entry).c_str(), 0600), 0);
+     }},
+    {"without permissions",
+     [](TempTree& tree, const std::string& entry) {
+       std::filesystem::permissions(tree.folder(entry), std::filesystem::perms::none);
+     }},
+};
+
+TEST(Surroundings, NoSysTreeKeepsDevicesFromBeingSampled) {
+  std::uint64_t realtime_usec = 5'000'000'000'000'000;
+  int tried = 0;
+  for (const std::string entry :
+       {"sys", "sys/class", "sys/class/infiniband", "sys/class/infiniband/rdma0",
+        "sys/class/infiniband/rdma0/device", "sys/class/infiniband/rdma0/device/uevent",
+        "sys/class/infiniband/rdma0/device/net", "sys/class/infiniband/another", "dev", "dev/zrd",
+        "dev/zrd/zrd0"})
+    for (const Form& form : kForms) {
+      SCOPED_TRACE(entry + ": " + form.name);
+      const CapturedLog log(TEV_LEVEL_INFO);
+      Rig rig;
+      rig.startAt(realtime_usec += 3'600'000'000);
+      std::filesystem::remove_all(rig.tree.path(entry));
+      form.spoil(rig.tree, entry);
+      const Life life = rig.live();
+      EXPECT_EQ(life.devices, 2u);
+      EXPECT_EQ(life.delivered, 2u * Rig::kPasses);
+      Rig::expectAccountedFor(life);
+      ++tried;
+    }
+  std::printf("trees tried: %d\n", tried);
+}
+
+}  // namespace
+}  // namespace tev::test
