@@ -19,7 +19,8 @@ void dictGet(benchmark::State& state) {
   tev_custom_options* const dict = tev_dict_create();
   for (int i = 0; i < state.range(0); ++i)
     tev_dict_add(dict, ("some-option-" + std::to_string(i)).c_str(), "value");
-  for ([[maybe_unused]] const auto _ : state) benchmark::DoNotOptimize(tev_dict_get(dict, "some-option-7"));
+  for ([[maybe_unused]] const auto _ : state)
+    benchmark::DoNotOptimize(tev_dict_get(dict, "some-option-7"));
   tev_dict_delete(dict);
 }
 BENCHMARK(dictGet)->ArgName("entries")->Arg(8)->Arg(64)->Arg(512);
@@ -50,7 +51,8 @@ BENCHMARK(disabledMessage)->UseManualTime()->MinTime(0.05);
 
 void lineToAFile(benchmark::State& state) {
   tev_init_file_logger("/dev/null", TEV_LEVEL_DEBUG);
-  for ([[maybe_unused]] const auto _ : state) TEV_LOG_DEBUG("[bench] device %s has %d counters", "rdma0", 256);
+  for ([[maybe_unused]] const auto _ : state)
+    TEV_LOG_DEBUG("[bench] device %s has %d counters", "rdma0", 256);
   tev_close_logger();
   tev_set_log_level(0);
 }
@@ -74,7 +76,8 @@ void counterSetMiss(benchmark::State& state) {
   ProviderCounterSet set;
   set.loadFromLines(patterns(state.range(0), "x"));
   const std::string name = "plane_tx_congestion_bytes";
-  for ([[maybe_unused]] const auto _ : state) benchmark::DoNotOptimize(set.shouldIncludeCounter(name, ""));
+  for ([[maybe_unused]] const auto _ : state)
+    benchmark::DoNotOptimize(set.shouldIncludeCounter(name, ""));
 }
 BENCHMARK(counterSetMiss)->ArgName("patterns")->Arg(1)->Arg(10)->Arg(100);
 

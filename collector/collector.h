@@ -143,7 +143,9 @@ class Collector {
   std::size_t device_name_length_ = 0;  // bytes of the name field of every event
 
   std::mutex mutex_;              // held for a whole pass, and for a whole swap
-  std::condition_variable wake_;  // the sampling thread's: to stop, or once a swap is done
+  // The sampling thread's. Two, so that a swap does not wake it from its interval.
+  std::condition_variable wake_;     // between passes: to stop
+  std::condition_variable swapped_;  // while a swap is let in: it is done, or to stop
   std::atomic<bool> running_{false};
   std::atomic<std::uint32_t> swaps_waiting_{0};
   std::uint64_t swaps_done_ = 0;              // guarded by mutex_

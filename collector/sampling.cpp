@@ -79,6 +79,7 @@ bool Collector::stop() {
   // since the flag changed knows that it will be woken.
   { const std::scoped_lock lock(mutex_); }
   wake_.notify_all();
+  swapped_.notify_all();
   if (sampling_thread_.joinable()) sampling_thread_.join();
   return true;
 }
@@ -193,7 +194,7 @@ void Collector::waitForNextPass(Clock::TimePoint& due, std::unique_lock<std::mut
   // Passes that follow each other at once would keep the mutex from a swap that waits for it.
   if (swaps_waiting_ > 0) {
     const auto seen = swaps_done_;
-    wake_.wait(lock, [&] { return swaps_done_ != seen || !running_; });
+    swapped_.wait(lock, [&] { return swaps_done_ != seen || !running_; });
   }
 }
 
@@ -220,7 +221,7 @@ void Collector::getData(std::vector<EventBuffer*>& device_buffers,
       dev.first_pair_active = !dev.first_pair_active;
     }
   }
-  wake_.notify_all();
+  swapped_.notify_all();
 }
 
 tev_multipath_sample_counts_t Collector::sampleCounts(std::size_t index) const {

@@ -124,61 +124,57 @@ bool Collector::setSlotInfo(DevCtx& dev, unsigned char slot, const vuna_devinfo*
                             unsigned int algo_id) {
   const char* const name = dev.name.c_str();
   const unsigned number = slot;
+  // Whether the SDK had an answer; logged when it had none.
+  const auto slot_told = [&](vuna_status status, const char* what) {
+    if (status != kVunaSuccess)
+      TEV_LOG_WARNING("[multipath] Could not get %s for slot %u of device %s: %s", what, number,
+                      name, api_.errorName(status));
+    return status == kVunaSuccess;
+  };
+  const auto device_told = [&](vuna_status status, const char* what) {
+    if (status != kVunaSuccess)
+      TEV_LOG_WARNING("[multipath] Could not get %s for device %s: %s", what, name,
+                      api_.errorName(status));
+    return status == kVunaSuccess;
+  };
+
   SlotInfo& info = dev.slot_info;
   info.slot = slot;
 
   std::uint32_t major = 0;
-  if (const auto status =
-          api_.vuna_telemetry_mp_get_algo_major_version(dev.context, slot, &major)) {
-    TEV_LOG_WARNING("[multipath] Could not get algo major version for slot %u of device %s: %s",
-                    number, name, api_.errorName(status));
-    return false;
-  }
   std::uint32_t minor = 0;
-  if (const auto status =
-          api_.vuna_telemetry_mp_get_algo_minor_version(dev.context, slot, &minor)) {
-    TEV_LOG_WARNING("[multipath] Could not get algo minor version for slot %u of device %s: %s",
-                    number, name, api_.errorName(status));
+  if (!slot_told(api_.vuna_telemetry_mp_get_algo_major_version(dev.context, slot, &major),
+                 "algo major version") ||
+      !slot_told(api_.vuna_telemetry_mp_get_algo_minor_version(dev.context, slot, &minor),
+                 "algo minor version"))
     return false;
-  }
   const std::string version = std::to_string(major) + "." + std::to_string(minor);
   TEV_LOG_INFO("[multipath] Device %s: algo_id=%u, algo_version=%s", name, algo_id,
                version.c_str());
 
   std::uint32_t info_len = 0;
-  if (const auto status = api_.vuna_telemetry_mp_cap_get_max_algo_info_len(devinfo, &info_len)) {
-    TEV_LOG_WARNING("[multipath] Could not get max algo info len for device %s: %s", name,
-                    api_.errorName(status));
+  if (!device_told(api_.vuna_telemetry_mp_cap_get_max_algo_info_len(devinfo, &info_len),
+                   "max algo info len"))
     return false;
-  }
   if (info_len == 0) {
     TEV_LOG_WARNING("[multipath] Max algo info len for device %s is 0", name);
     return false;
   }
   TextBuffer algo_info(info_len);
-  if (const auto status =
-          api_.vuna_telemetry_mp_get_algo_info(dev.context, slot, algo_info.data())) {
-    TEV_LOG_WARNING("[multipath] Could not get algo info for slot %u of device %s: %s", number,
-                    name, api_.errorName(status));
+  if (!slot_told(api_.vuna_telemetry_mp_get_algo_info(dev.context, slot, algo_info.data()),
+                 "algo info"))
     return false;
-  }
   algo_info.terminate();
   info.algo_info = algo_info.data();
 
   info.num_counters = 0;
-  if (const auto status =
-          api_.vuna_telemetry_mp_get_num_counters(dev.context, slot, &info.num_counters)) {
-    TEV_LOG_WARNING("[multipath] Could not get num counters for slot %u of device %s: %s", number,
-                    name, api_.errorName(status));
+  if (!slot_told(api_.vuna_telemetry_mp_get_num_counters(dev.context, slot, &info.num_counters),
+                 "num counters"))
     return false;
-  }
   std::uint32_t counter_len = 0;
-  if (const auto status =
-          api_.vuna_telemetry_mp_cap_get_max_counter_info_len(devinfo, &counter_len)) {
-    TEV_LOG_WARNING("[multipath] Could not get max counter info len for device %s: %s", name,
-                    api_.errorName(status));
+  if (!device_told(api_.vuna_telemetry_mp_cap_get_max_counter_info_len(devinfo, &counter_len),
+                   "max counter info len"))
     return false;
-  }
   if (info.num_counters > kMaxCounters)
     TEV_LOG_WARNING(
         "[multipath] Slot %u of device %s declares %u counters, looking at the first %u", number,

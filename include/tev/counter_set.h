@@ -12,7 +12,7 @@
 
 TEV_C_BEGIN
 
-/* Every call reports a null handle in the log, and returns false or null. */
+/* Every call but destroy reports a null handle in the log, and returns false or null. */
 typedef struct tev_provider_counter_set_t tev_provider_counter_set_t;
 
 /* An empty set, to be released with tev_provider_counter_set_destroy(); null when memory is short.

@@ -40,7 +40,9 @@ enum {
 };
 
 /* A host's log function. `format` carries no trailing newline. Called on whichever thread logs, the
- * plug-in's sampling thread among them, so it must be thread-safe and must not block for long. */
+ * plug-in's sampling thread among them, which holds up the provider meanwhile: it must be
+ * thread-safe, must not block for long, and must neither call the provider nor take a lock that is
+ * held around a call of it. */
 typedef void (*tev_log_func_t)(uint32_t level, const char* format, ...);
 
 /* One module's logger, as handed to another. */

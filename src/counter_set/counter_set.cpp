@@ -1,6 +1,7 @@
 #include "tev/counter_set.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "src/support/set_file.h"
 #include "tev/logger.h"
@@ -42,23 +43,22 @@ bool ProviderCounterSet::loadFromFile(const std::string& filename,
 
 bool ProviderCounterSet::initializeFromLines(const std::vector<std::string>& lines,
                                              const std::vector<std::string>& user_tags) {
-  name_.clear();
   return loadFromLines(lines, user_tags);
 }
 
 bool ProviderCounterSet::loadFromLines(const std::vector<std::string>& lines,
                                        const std::vector<std::string>& user_tags) {
   TEV_LOG_DEBUG("[%s] Loading cset file from lines...", kLoadFromLines);
-  counter_pattern_to_alias_.clear();
-  user_tag_values_.clear();
+  ProviderCounterSet loaded;  // takes this set's place when all has gone well
   for (const auto& raw_line : lines) {
     const auto line = trimLine(raw_line);
     if (line.empty()) continue;
     if (line.starts_with('#'))
-      readUserTag(trimLine(line.substr(1)), user_tags);
+      loaded.readUserTag(trimLine(line.substr(1)), user_tags);
     else
-      readEntry(line);
+      loaded.readEntry(line);
   }
+  std::swap(*this, loaded);
   return isInitialized();
 }
 

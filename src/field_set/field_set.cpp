@@ -1,6 +1,7 @@
 #include "tev/field_set.h"
 
 #include <algorithm>
+#include <utility>
 #include <string_view>
 
 #include "src/support/set_file.h"
@@ -54,21 +55,21 @@ bool ProviderFieldSet::loadFromFile(const std::string& filename) {
 }
 
 bool ProviderFieldSet::initializeFromLines(const std::vector<std::string>& lines) {
-  name_.clear();
   return loadFromLines(lines);
 }
 
 bool ProviderFieldSet::loadFromLines(const std::vector<std::string>& lines) {
-  type_patterns_.clear();
+  ProviderFieldSet loaded;  // takes this set's place when all has gone well
   std::shared_ptr<FieldPatterns> section;  // the current one's list
   for (const auto& raw_line : lines) {
     const auto line = trimLine(raw_line);
     if (line.empty() || line.starts_with('#')) continue;
     if (isHeader(line))
-      section = openSection(line.substr(1, line.size() - 2));
+      section = loaded.openSection(line.substr(1, line.size() - 2));
     else if (section)
       section->emplace_back(line);
   }
+  std::swap(*this, loaded);
   return isInitialized();
 }
 

@@ -21,7 +21,7 @@ tev_provider_field_set_t* tev_provider_field_set_create(void) {
 }
 
 void tev_provider_field_set_destroy(tev_provider_field_set_t* field_set) {
-  destroyHandle(field_set);
+  if (given(__func__, field_set, kHandle)) destroyHandle(field_set);
 }
 
 bool tev_provider_field_set_init_from_file(tev_provider_field_set_t* field_set,

@@ -1,7 +1,7 @@
 #include "src/support/set_file.h"
 
 #include <boost/filesystem/operations.hpp>
-#include <boost/filesystem/path.hpp>
+#include <utility>
 
 #include "src/support/text.h"
 #include "src/support/text_file.h"
@@ -15,6 +15,12 @@ constexpr const char* kFunction = "loadFromFile";  // of both classes
 bool isMissing(const std::string& filename) {
   boost::system::error_code ignored;
   return boost::filesystem::status(filename, ignored).type() == boost::filesystem::file_not_found;
+}
+
+// The last part of the path, without its last extension.
+std::string stemOf(const std::string& path) {
+  const std::string name = path.substr(path.rfind('/') + 1);
+  return name.substr(0, name.rfind('.'));
 }
 
 void logLines(const std::string& filename, const SetFileKind& kind,
@@ -40,14 +46,16 @@ bool loadSetFile(const std::string& filename, const SetFileKind& kind, std::stri
     TEV_LOG_ERROR("[%s] file %s does not exist", kFunction, filename.c_str());
     return false;
   }
-  const auto lines = readLines(filename);
+  const auto lines = readLines(filename, CutText::kRefused);
   if (!lines) {
     TEV_LOG_WARNING("[%s] cannot open %s file %s", kFunction, kind.content, filename.c_str());
     return false;
   }
-  name = boost::filesystem::path(filename).stem().string();
+  std::string stem = stemOf(filename);
   logLines(filename, kind, *lines);
-  if (load(*lines)) return true;
+  const bool loaded = load(*lines);
+  name = std::move(stem);
+  if (loaded) return true;
   TEV_LOG_WARNING("[%s] no patterns found in %s", kFunction, filename.c_str());
   return false;
 }

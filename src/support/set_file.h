@@ -17,9 +17,9 @@ struct SetFileKind {
   const char* extension;
 };
 
-// Reads a set file, puts the stem of its name into `name`, and hands its lines to `load`, which
-// tells whether they held any pattern. False, with the reason logged, when they did not or there is
-// no such file.
+// Reads a set file, hands its lines to `load`, which tells whether they held any pattern, and puts
+// the stem of the file's name into `name`. False, with the reason logged, when they did not, or
+// when the file cannot be read as a whole.
 bool loadSetFile(const std::string& filename, const SetFileKind& kind, std::string& name,
                  const std::function<bool(const std::vector<std::string>&)>& load);
 

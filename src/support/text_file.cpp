@@ -6,8 +6,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <string_view>
+#include <utility>
 
-#include "src/support/text.h"
 #include "tev/logger.h"
 
 namespace tev::support {
@@ -33,41 +34,64 @@ class Descriptor {
 bool waitForMore(int fd) {
   constexpr int kPatienceMsec = 2000;
   pollfd waited{fd, POLLIN, 0};
-  return ::poll(&waited, 1, kPatienceMsec) > 0;
+  int ready = 0;
+  do
+    ready = ::poll(&waited, 1, kPatienceMsec);
+  while (ready < 0 && errno == EINTR);
+  return ready > 0;
 }
 
+struct Text {
+  std::string bytes;
+  bool whole;
+};
+
 // Reads until the end. The limit, or an error after the first byte, ends the text before the line
-// that it cuts, with a warning.
-std::optional<std::string> readUpTo(int fd, const std::string& path, std::size_t max_bytes) {
+// that it cuts.
+std::optional<Text> readUpTo(int fd, std::size_t max_bytes) {
   std::string text;
   char chunk[4096];
-  while (text.size() < max_bytes) {
-    const ssize_t got = ::read(fd, chunk, std::min(sizeof chunk, max_bytes - text.size()));
+  while (text.size() <= max_bytes) {
+    const ssize_t got = ::read(fd, chunk, sizeof chunk);
     if (got < 0 && errno == EINTR) continue;
     if (got < 0 && errno == EAGAIN && waitForMore(fd)) continue;
     if (got < 0 && text.empty() && errno != EAGAIN) return std::nullopt;
-    if (got == 0) return text;
+    if (got == 0) return Text{std::move(text), true};
     if (got < 0) break;
     text.append(chunk, static_cast<std::size_t>(got));
   }
-  // Cut short: half a line could mean something else than the whole.
-  text.erase(text.rfind('\n') == std::string::npos ? 0 : text.rfind('\n') + 1);
-  TEV_LOG_WARNING("%s: only the first %zu bytes are read", path.c_str(), text.size());
-  return text;
+  // Half a line could mean something else than the whole.
+  text.resize(std::min(text.size(), max_bytes));
+  text.erase(text.rfind('\n') + 1);
+  return Text{std::move(text), false};
+}
+
+std::vector<std::string> linesOf(std::string_view text) {
+  std::vector<std::string> lines;
+  while (!text.empty()) {
+    const std::string_view line = text.substr(0, text.find('\n'));
+    lines.emplace_back(line);
+    text.remove_prefix(std::min(text.size(), line.size() + 1));
+  }
+  return lines;
 }
 
 }  // namespace
 
-std::optional<std::vector<std::string>> readLines(const std::string& path, std::size_t max_bytes) {
+std::optional<std::vector<std::string>> readLines(const std::string& path, CutText cut,
+                                                  std::size_t max_bytes) {
   const Descriptor file(path.c_str());
   if (file.get() < 0) return std::nullopt;
-  const auto text = readUpTo(file.get(), path, max_bytes);
+  const auto text = readUpTo(file.get(), max_bytes);
   if (!text) return std::nullopt;
-
-  const auto pieces = split(*text, '\n');
-  std::vector<std::string> lines(pieces.begin(), pieces.end());
-  if (lines.back().empty()) lines.pop_back();  // after the last line feed there is no line
-  return lines;
+  if (!text->whole) {
+    TEV_LOG_WARNING("%s: only the first %zu bytes are read", path.c_str(), text->bytes.size());
+    if (cut == CutText::kRefused) {
+      errno = EFBIG;
+      return std::nullopt;
+    }
+  }
+  return linesOf(text->bytes);
 }
 
 }  // namespace tev::support

@@ -18,6 +18,7 @@
 namespace {
 
 using Lines = std::optional<std::vector<std::string>>;
+using tev::support::CutText;
 using tev::support::readLines;
 using tev::test::CapturedLog;
 using tev::test::LogLine;
@@ -56,8 +57,11 @@ TEST(TextFile, Lines) {
 
 TEST(TextFile, ReadingIsBounded) {
   TempTree tree;
-  EXPECT_EQ(readLines(tree.write("f", "abc\ndef\n"), 5), (Lines{{"abc"}}));  // half a line is none
-  EXPECT_EQ(readLines("/dev/zero", 10000), Lines{std::vector<std::string>{}});
+  const std::string file = tree.write("f", "abc\ndef");
+  EXPECT_EQ(readLines(file, CutText::kKept, 6), (Lines{{"abc"}}));  // half a line is none
+  EXPECT_EQ(readLines(file, CutText::kRefused, 6), std::nullopt);
+  EXPECT_EQ(readLines(file, CutText::kRefused, 7), (Lines{{"abc", "def"}}));
+  EXPECT_EQ(readLines("/dev/zero", CutText::kKept, 10000), Lines{std::vector<std::string>{}});
   const std::string pipe = tree.path("pipe");
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   EXPECT_EQ(readLines(pipe), Lines{std::vector<std::string>{}});

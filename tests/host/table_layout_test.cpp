@@ -12,7 +12,6 @@ namespace tev::host {
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 TableBlock device(const std::string& title, std::size_t columns) {

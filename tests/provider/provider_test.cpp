@@ -306,6 +306,7 @@ TEST_F(ProviderTest, EventsWithoutBytesNeverFindRoom) {
   EXPECT_EQ(progress(blocks), TEV_PROGRESS_FULL);
   EXPECT_EQ(progress(blocks), TEV_PROGRESS_FULL);
   EXPECT_TRUE(blocks.empty());
+  EXPECT_TRUE(log.contains(3, "schema multipath_events type index 0 size is zero"));
 }
 
 }  // namespace

@@ -13,8 +13,10 @@
 #include "tests/robustness/failing_allocator.h"
 #include "tests/support/environment.h"
 #include "tests/support/temp_tree.h"
+#include "tev/counter_set.h"
 #include "tev/device_utils.h"
 #include "tev/dict.h"
+#include "tev/field_set.h"
 #include "tev/logger.h"
 #include "tev/schema.h"
 #include "tev/sources.h"
@@ -155,6 +157,50 @@ TEST_F(AllocationFailure, Sources) {
     return text != nullptr;
   });
   tev_destroy_source(source);
+}
+
+TEST_F(AllocationFailure, Sets) {
+  TempTree tree;
+  const char* const lines[] = {"[type]", "a pattern of some length = an alias with it"};
+  const std::string file = tree.write("set", std::string(lines[0]) + "\n" + lines[1] + "\n");
+  tev_provider_field_set_t* const fields = tev_provider_field_set_create();
+  tev_provider_counter_set_t* const counters = tev_provider_counter_set_create();
+  ASSERT_TRUE(tev_provider_field_set_init_from_file(fields, file.c_str()));
+  ASSERT_TRUE(tev_provider_counter_set_init_from_file(counters, file.c_str()));
+  const std::map<std::string, std::function<bool()>> loads = {
+      {"field set, lines",
+       [=] { return tev_provider_field_set_init_from_lines(fields, lines, 2); }},
+      {"field set, file",
+       [&] { return tev_provider_field_set_init_from_file(fields, file.c_str()); }},
+      {"counter set, lines",
+       [=] { return tev_provider_counter_set_init_from_lines(counters, lines, 2); }},
+      {"counter set, file",
+       [&] { return tev_provider_counter_set_init_from_file(counters, file.c_str()); }},
+  };
+  for (const auto& [name, load] : loads)
+    failEachAllocation(name.c_str(), [&load = load, fields, counters] {
+      const bool loaded = load();
+      EXPECT_FALSE(tev_provider_field_set_should_include_field(fields, "type", "b"))
+          << "half a set";
+      EXPECT_TRUE(tev_provider_field_set_is_type_of_interest(fields, "type"));
+      EXPECT_TRUE(tev_provider_counter_set_should_include_counter(counters, "[type]"));
+      return loaded;
+    });
+  failEachAllocation("alias", [=] {
+    char* const alias =
+        tev_provider_counter_set_get_counter_alias(counters, "a pattern of some length");
+    std::free(alias);
+    return alias != nullptr;
+  });
+  failEachAllocation("create", [] {
+    auto* const created = tev_provider_counter_set_create();
+    auto* const other = tev_provider_field_set_create();
+    tev_provider_counter_set_destroy(created);
+    if (other) tev_provider_field_set_destroy(other);
+    return created && other;
+  });
+  tev_provider_field_set_destroy(fields);
+  tev_provider_counter_set_destroy(counters);
 }
 
 TEST_F(AllocationFailure, LoggerContextAndStringTemplate) {

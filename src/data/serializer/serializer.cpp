@@ -97,13 +97,14 @@ int tev_data_serializer_write_events_ts(tev_data_serializer_t* serializer,
                                         std::uint8_t schema_index, std::uint8_t type_index,
                                         const void* events, std::uint8_t count,
                                         std::uint64_t timestamp_usec) {
-  if (!serializer || (!events && count != 0)) return 0;
+  if (!serializer) return 0;
   const std::uint64_t size = eventSize(*serializer, schema_index, type_index);
   if (size == 0) {
     static constinit LogThrottle throttle;
     logNoSize(throttle, *serializer, schema_index, type_index);
     return 0;
   }
+  if (!events && count != 0) return 0;
   const std::uint64_t room = roomForEvents(leftOf(*serializer));
   if (size > room) return 0;
 
