@@ -38,6 +38,12 @@ void Delivery::take(const Event& event) {
   formatter_.event(event, series);
 }
 
+bool Delivery::isHopeless() const {
+  const auto& all = series_.all();
+  return std::ranges::none_of(all, &Series::wanted) &&
+         std::ranges::any_of(all, [](const Series& one) { return one.arrived > kPatience; });
+}
+
 bool Delivery::isComplete() const {
   if (!samples_) return false;
   bool any_wanted = false;

@@ -32,6 +32,9 @@ class Delivery {
   // more than as many samples again, is not waited for: its device has most likely gone.
   bool isComplete() const;
 
+  // Whether events of other devices keep coming, and none of a wanted one.
+  bool isHopeless() const;
+
   // Of all devices, and the wanted types.
   const SeriesTable& series() const { return series_; }
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <deque>
+#include <map>
 #include <optional>
 
 #include "host/formatter.h"
@@ -102,7 +103,8 @@ class TableFormatter : public Formatter {
       if (column.key != 0) continue;
       Field field{&column, std::nullopt, ""};
       if (isCounterSized(column))
-        field.track.emplace(static_cast<unsigned>(column.element_size * 8), column.counting_mode);
+        field.track.emplace(static_cast<unsigned>(column.element_size * 8), column.counting_mode,
+                            trends_[&column]);
       added.fields.push_back(std::move(field));
     }
   }
@@ -159,6 +161,7 @@ class TableFormatter : public Formatter {
   LiveScreen screen_;
   const bool live_ = canRedraw(output_);
   const bool bold_ = live_ && !std::getenv("NO_COLOR");
+  std::map<const Column*, Trend> trends_;
   std::deque<SeriesFields> all_;  // by the series' number
   bool has_news_ = false;
 };

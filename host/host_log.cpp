@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <exception>
 #include <string_view>
+#include <utility>
 
 #include "host/text.h"
 #include "src/support/clock.h"
@@ -17,9 +18,10 @@
 namespace tev::host {
 namespace {
 
-constexpr std::size_t kRemembered = 200;
+constexpr std::size_t kRemembered = 1000;
 constexpr std::size_t kHeldBack = 1000;
-constexpr std::size_t kLastLines = 8;
+constexpr std::size_t kLastLines = 6;
+constexpr std::size_t kReasonLines = 3;
 
 // What the plug-in, and this process's own copy of the library, call from any thread.
 void takeLine(std::uint32_t level, const char* format, ...) TEV_PRINTF_FORMAT(2, 3);
@@ -32,6 +34,7 @@ void takeLine(std::uint32_t level, const char* format, ...) {
     const int length = std::vsnprintf(nullptr, 0, format, arguments);
     std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
     std::vsnprintf(text.data(), text.size() + 1, format, again);
+    std::ranges::replace(text, '\t', ' ');
     HostLog::instance().write(level, asPrintable(text));
   } catch (const std::exception&) {  // no memory for a line: the line is lost, the caller is not
   }
@@ -79,54 +82,45 @@ void HostLog::beginSetUp(std::uint32_t level, bool later) {
     level_ = level;
     later_ = later;
     setting_up_ = true;
-    serious_.clear();
-    others_.clear();
+    set_up_.clear();
   }
   tev_set_log_func(takeLine, std::max<std::uint32_t>(level, TEV_LEVEL_DEBUG));
 }
 
-void HostLog::summarizeSetUp() {
-  const std::scoped_lock lock(mutex_);
-  const auto unshown = std::count_if(serious_.begin(), serious_.end(), [this](const Line& line) {
-    return !line.shown && line.level <= level_;
-  });
-  serious_.clear();
-  if (unshown > 0)
-    show(fmt::format("tev-host: {} warnings during set-up (--log-level warning shows them)",
-                     unshown));
-}
-
-void HostLog::endSetUp() {
+void HostLog::endSetUp(const std::function<bool(const std::string&)>& news) {
   const std::scoped_lock lock(mutex_);
   tev_set_log_level(level_);
   setting_up_ = false;
-  std::deque<Line> to_show = std::move(serious_);
-  others_.clear();
-  serious_.clear();
-  for (Line& line : to_show)
-    if (!line.shown && line.level <= level_)
-      show(line.time + tev_priority_level_string_logger(line.level) + line.text);
+  for (const Line& line : std::exchange(set_up_, {}))
+    if (!line.shown && line.level <= level_ && news(line.text)) show(stamped(line));
+}
+
+// The last error, or warning when there is none; but when more was said after the last of them, the
+// end of that: a refusal has its conclusion last.
+std::string HostLog::reason() const {
+  const auto is_serious = [](const Line& line) { return line.level <= TEV_LEVEL_WARNING; };
+  const auto last_serious = std::find_if(set_up_.rbegin(), set_up_.rend(), is_serious);
+  if (last_serious != set_up_.rend() && last_serious == set_up_.rbegin()) {
+    const auto most_serious = std::ranges::min_element(set_up_.rbegin(), set_up_.rend(),
+                                                       std::ranges::less{}, &Line::level);
+    return std::string(untagged(most_serious->text));
+  }
+  std::string reason;
+  const auto said_after = static_cast<std::size_t>(last_serious - set_up_.rbegin());
+  const std::size_t lines = std::min(said_after, kReasonLines);
+  for (std::size_t i = set_up_.size() - lines; i < set_up_.size(); ++i)
+    reason += (reason.empty() ? "" : "; ") + std::string(untagged(set_up_[i].text));
+  return reason;
 }
 
 HostLog::Explanation HostLog::explainRefusal() const {
   const std::scoped_lock lock(mutex_);
-  const std::deque<Line>& telling = serious_.empty() ? others_ : serious_;
-  Explanation explanation;
-  if (telling.empty()) return explanation;
-
-  // The last line of the most serious level: what comes last is the conclusion.
-  const auto most_serious = std::ranges::min_element(telling.rbegin(), telling.rend(),
-                                                     std::ranges::less_equal{}, &Line::level);
-  const auto last = std::find_if(telling.rbegin(), telling.rend(), [&](const Line& line) {
-    return line.level == most_serious->level;
-  });
-  explanation.reason = untagged(last->text);
-  const std::size_t first =
-      serious_.empty() && others_.size() > kLastLines ? others_.size() - kLastLines : 0;
-  for (std::size_t i = first; i < telling.size(); ++i)
-    if (!telling[i].shown)
-      explanation.unshown.push_back(tev_priority_level_string_logger(telling[i].level) +
-                                    telling[i].text);
+  Explanation explanation{reason(), {}};
+  for (std::size_t i = 0; i < set_up_.size(); ++i) {
+    const Line& line = set_up_[i];
+    if (!line.shown && (line.level <= TEV_LEVEL_WARNING || i + kLastLines >= set_up_.size()))
+      explanation.unshown.push_back(tev_priority_level_string_logger(line.level) + line.text);
+  }
   return explanation;
 }
 
@@ -139,9 +133,17 @@ std::vector<std::string> HostLog::linesOf(const std::function<void()>& action) {
   };
   const std::uint32_t level = tev_set_log_level(TEV_LEVEL_WARNING);
   collect(&lines);
-  action();
-  collect(nullptr);
-  tev_set_log_level(level);
+  const auto restore = [&] {
+    collect(nullptr);
+    tev_set_log_level(level);
+  };
+  try {
+    action();
+  } catch (...) {
+    restore();
+    throw;
+  }
+  restore();
   return lines;
 }
 
@@ -178,11 +180,14 @@ void HostLog::write(std::uint32_t level, std::string text) {
   }
   Line line{level, std::move(text), timeStamp(), false};
   if (level <= level_ && !(setting_up_ && later_)) {
-    show(line.time + tev_priority_level_string_logger(level) + line.text);
+    show(stamped(line));
     line.shown = true;
   }
-  if (setting_up_)
-    keepLast(level <= TEV_LEVEL_WARNING ? serious_ : others_, std::move(line), kRemembered);
+  if (setting_up_) keepLast(set_up_, std::move(line), kRemembered);
+}
+
+std::string HostLog::stamped(const Line& line) {
+  return line.time + tev_priority_level_string_logger(line.level) + line.text;
 }
 
 void HostLog::show(std::string line) {

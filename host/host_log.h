@@ -26,16 +26,13 @@ class HostLog {
   // Begins to listen. Lines up to `level` are shown, at once or, with `later`, by endSetUp().
   void beginSetUp(std::uint32_t level, bool later);
 
-  // Says in one line how much of the set-up is to be shown, and forgets it.
-  void summarizeSetUp();
+  // The set-up went well: of what is still to be shown, all is shown that is `news`.
+  void endSetUp(const std::function<bool(const std::string&)>& news);
 
-  // The set-up went well: what is still to be shown is shown, and the rest forgotten.
-  void endSetUp();
-
-  // The lines that explain a refusal, the telling one last: errors, with the warnings among them;
-  // else the last lines of any level. Those that were shown already are left out of `unshown`.
+  // The lines that explain a refusal: all errors and warnings, and the last lines of any level.
+  // Those that were shown already are left out of `unshown`.
   struct Explanation {
-    std::string reason;                // one line without its tag; empty when nothing was said
+    std::string reason;                // on one line, without tags; empty when nothing was said
     std::vector<std::string> unshown;  // lines, with their level
   };
   Explanation explainRefusal() const;
@@ -65,6 +62,8 @@ class HostLog {
   };
 
   HostLog() = default;
+  std::string reason() const;
+  static std::string stamped(const Line& line);
   void show(std::string line);
 
   mutable std::mutex mutex_;  // guards everything below
@@ -74,8 +73,7 @@ class HostLog {
   bool holding_back_ = false;
   std::vector<std::string>* collected_ = nullptr;  // of the action under way
   std::thread::id acting_;                         // its thread
-  std::deque<Line> serious_;  // errors and warnings of the set-up, the last ones
-  std::deque<Line> others_;   // its other lines, the last ones
+  std::deque<Line> set_up_;                        // its last lines
   std::deque<std::string> held_back_;
   std::size_t dropped_ = 0;  // of these, for want of room
 };

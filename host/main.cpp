@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <exception>
 
@@ -23,9 +26,23 @@ int dispatch(int argc, char** argv) {
   return kExitFine;
 }
 
+// What is opened later must not take the place of a standard stream that the caller closed: writing
+// to that is to fail.
+void occupyStandardStreams() {
+  while (true) {
+    const int descriptor = open("/dev/null", O_RDONLY);
+    if (descriptor < 0) return;
+    if (descriptor > STDERR_FILENO) {
+      close(descriptor);
+      return;
+    }
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  occupyStandardStreams();
   try {
     return dispatch(argc, argv);
   } catch (const tev::host::UsageError& error) {

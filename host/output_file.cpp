@@ -25,7 +25,7 @@ OutputFile::OutputFile(const std::string& path) {
     return;
   }
   name_ = path;
-  descriptor_ = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  descriptor_ = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
   if (descriptor_ < 0) fail(errno);
   owned_ = true;
 }
@@ -36,6 +36,11 @@ OutputFile::~OutputFile() {
 
 void OutputFile::fail(int error) const {
   throw RunError(fmt::format("cannot write {}: {}", name_, std::strerror(error)));
+}
+
+void OutputFile::begin() {
+  if (owned_ && ftruncate(descriptor_, 0) != 0 && errno != EINVAL)
+    fail(errno);  // no file: a device
 }
 
 bool OutputFile::isTerminal() const {

@@ -15,11 +15,14 @@ class ClosedPipe : public std::exception {
 // A file or standard output, written through a buffer of its own.
 class OutputFile {
  public:
-  // Standard output for an empty path and for "-". An existing file is emptied. Throws RunError.
+  // Standard output for an empty path and for "-". Throws RunError.
   explicit OutputFile(const std::string& path);
   ~OutputFile();
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
+
+  // Empties an existing file.
+  void begin();
 
   bool isTerminal() const;
   int descriptor() const { return descriptor_; }

@@ -37,8 +37,7 @@ void CounterTrack::sample(std::uint64_t value, std::uint64_t timestamp_usec) {
   if (started_) {
     step_ = stepTo(value);
     total_ += static_cast<std::uint64_t>(step_);
-    ++steps_;
-    falls_ += step_ < 0;
+    trend_->step(step_);
   } else {
     started_ = true;
     first_usec_ = window_usec_ = timestamp_usec;

@@ -13,21 +13,36 @@ namespace tev::host {
 std::int64_t stepBetween(std::uint64_t before, std::uint64_t now, unsigned bits,
                          std::int64_t step_before);
 
+// Which way a field goes, in all the series that have it.
+class Trend {
+ public:
+  void step(std::int64_t step) {
+    moves_ += step != 0;
+    falls_ += step < 0;
+  }
+
+  // Whether it looks like a quantity that goes up and down: more than one move in sixteen goes
+  // down.
+  bool isGauge() const { return falls_ * 16 > moves_; }
+
+ private:
+  std::uint64_t moves_ = 0;
+  std::uint64_t falls_ = 0;
+};
+
 // One unsigned number, sample by sample.
 class CounterTrack {
  public:
   // `counting_mode` is the field's: a RUNNING_SUM never decreases, and values of a DELTA are steps
-  // themselves.
-  CounterTrack(unsigned bits, std::uint32_t counting_mode)
-      : bits_(bits), counting_mode_(counting_mode) {}
+  // themselves. `trend` is told of every step, and must outlive this.
+  CounterTrack(unsigned bits, std::uint32_t counting_mode, Trend& trend)
+      : bits_(bits), counting_mode_(counting_mode), trend_(&trend) {}
 
   void sample(std::uint64_t value, std::uint64_t timestamp_usec);
 
   std::uint64_t value() const { return value_; }
 
-  // Whether it looks like a quantity that goes up and down: more than one step in sixteen goes
-  // down.
-  bool isGauge() const { return falls_ * 16 > steps_; }
+  bool isGauge() const { return trend_->isGauge(); }
 
   // Sum of all steps since the first sample.
   std::int64_t total() const { return static_cast<std::int64_t>(total_); }
@@ -45,12 +60,11 @@ class CounterTrack {
 
   unsigned bits_;
   std::uint32_t counting_mode_;
+  Trend* trend_;
   bool started_ = false;
   std::uint64_t value_ = 0;
   std::uint64_t timestamp_usec_ = 0;
   std::int64_t step_ = 0;
-  std::uint64_t steps_ = 0;
-  std::uint64_t falls_ = 0;
   std::uint64_t total_ = 0;  // modulo 2^64
 
   std::uint64_t first_usec_ = 0;

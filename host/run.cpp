@@ -89,12 +89,14 @@ class Run {
       for (const DeviceCounts& one : *counts) names.push_back(one.device);
       devices_.expectOneOf(names);
     }
+    output_.begin();
   }
 
   // Throws what ends the run early; the summary is worth printing nevertheless.
   void sample() {
     start_ = Clock::now();
     if (options_.duration) end_ = start_ + *options_.duration;
+    formatter_->update(status());
     output_.flush();
     fetchUntilTheEnd();
     session_.provider().stop();
@@ -136,7 +138,7 @@ class Run {
 
   void fetchUntilTheEnd() {
     Clock::time_point due = start_;
-    while (!delivery_.isComplete()) {
+    while (!delivery_.isComplete() && !delivery_.isHopeless()) {
       due = nextDue(due);
       StopSignal::waitUntil(options_.duration ? std::min(due, end_) : due);
       if (isOver()) return;  // what there is comes with the drain
@@ -174,8 +176,7 @@ class Run {
         [](std::uint64_t sum, const DeviceCounts& one) { return sum + one.counts.lost; });
     if (lost > 0 && !std::exchange(said_lost_, true))
       HostLog::instance().say(
-          "tev-host: samples are being lost, because the plug-in's buffers fill up between two "
-          "updates: use a smaller --update or larger buffers");
+          "tev-host: samples are being lost: lower --update or raise multipath-max-buffer-size");
     return lost;
   }
 

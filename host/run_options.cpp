@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <iostream>
 #include <limits>
+#include <span>
 #include <string_view>
 #include <system_error>
 
@@ -35,7 +36,7 @@ constexpr char kExamples[] = R"(Examples:
       five samples of every network interface of this machine, as JSON lines
   tev-host run --simulate --option multipath-sample-interval-usec=1000 --duration 10 --output run.jsonl
       ten seconds at 1 kHz, into a file
-  tev-host run --simulate --fset types.fset --cset counters.cset --filter=-rdma2
+  tev-host run --simulate --fset types.fset --cset counters.cset --filter -rdma2
       some types, fields and counters, of all devices but rdma2
   tev-host run --option multipath-vuna-lib-path=/path/to/libvuna_telemetry.so
       a real device SDK
@@ -169,6 +170,7 @@ void addPluginOptions(CLI::App& command, Given& given) {
   command.add_option("--option", given.options, "Option for the plug-in; may be repeated")
       ->type_name("KEY=VALUE")
       ->expected(1)
+      ->allow_extra_args(false)
       ->take_all();
   command
       .add_option("--simulate", given.scenario,
@@ -200,7 +202,7 @@ void addRunOptions(CLI::App& command, Given& given) {
       ->type_name("FILE");
   command
       .add_option("--filter", given.selection.filter,
-                  "Write the devices whose names pass, like eth+np0 or =-lo")
+                  "Write the devices whose names pass, like eth+np0 or -lo")
       ->type_name("EXPRESSION");
   command.add_option("--duration", given.duration, "Stop after this time; fractions are fine")
       ->type_name("SECONDS");
@@ -231,14 +233,37 @@ void readRunOptions(const Given& given, RunOptions& options) {
     options.buffer_bytes = byteSize("--buffer-size", given.buffer_size);
 }
 
+std::vector<const CLI::App*> commandsOf(const CLI::App& app) {
+  return app.get_subcommands([](const CLI::App*) { return true; });
+}
+
 // The parser takes whatever follows an option for its value, the next option included.
-void refuseMissingValues(int argc, const char* const* argv, const CLI::App& command) {
-  for (const std::string_view word : std::vector<std::string_view>(argv + 1, argv + argc))
-    if (word.starts_with("--") && word.find('=') == word.size() - 1)
-      throw UsageError(fmt::format("{} needs a value", word.substr(0, word.size() - 1)));
-  for (const CLI::Option* const option : command.get_options())
-    for (const std::string& text : option->results())
-      if (text.starts_with("--")) throw UsageError(option->get_name() + " needs a value");
+void refuseMissingValues(std::span<const char* const> words, const CLI::App& app) {
+  const auto takes_value = [&](std::string_view word) {
+    return std::ranges::any_of(commandsOf(app), [&](const CLI::App* command) {
+      const CLI::Option* const option = command->get_option_no_throw(std::string(word));
+      return option && option->get_expected_min() > 0;
+    });
+  };
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    const std::string_view word = words[i];
+    if (!word.starts_with("--")) continue;
+    const std::size_t equals = word.find('=');
+    const bool empty = equals == word.size() - 1;
+    const bool followed = equals != std::string_view::npos || i + 1 == words.size() ||
+                          !std::string_view(words[i + 1]).starts_with("--");
+    if (empty || (!followed && takes_value(word)))
+      throw UsageError(fmt::format("{} needs a value", word.substr(0, equals)));
+  }
+}
+
+// The parser would only say that there is no command.
+void refuseUnknownCommand(std::span<const char* const> words, const CLI::App& app) {
+  if (words.empty() || std::string_view(words[0]).starts_with("-")) return;
+  if (std::ranges::none_of(commandsOf(app), [&](const CLI::App* command) {
+        return command->get_name() == words[0];
+      }))
+    throw UsageError(fmt::format("unknown command '{}': run or schema is needed", words[0]));
 }
 
 // The app holds references to `given`.
@@ -267,18 +292,23 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const Companions
   CLI::App app(kProgramText, "tev-host");
   describe(app, given);
 
+  const auto words = std::span(argv, static_cast<std::size_t>(argc)).subspan(argc > 0 ? 1 : 0);
+  refuseUnknownCommand(words, app);
+  refuseMissingValues(words, app);
   CommandLine line;
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& answer) {
     app.exit(answer);
     return line;
+  } catch (const CLI::ExtrasError&) {
+    std::vector<std::string> extras = app.remaining(true);
+    throw UsageError(fmt::format("not expected here: {}", fmt::join(extras, " ")));
   } catch (const CLI::ParseError& error) {
     throw UsageError(error.what());
   }
 
   const CLI::App& command = *app.get_subcommands().front();
-  refuseMissingValues(argc, argv, command);
   line.command = command.get_name() == "run" ? Command::run : Command::schema;
   readRunOptions(given, line.run);
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <functional>
 #include <set>
+#include <utility>
 
 #include "host/errors.h"
 #include "host/host_log.h"
@@ -49,9 +50,8 @@ Set load(const char* option, const std::string& path, const SchemaView& schema,
   HostLog& log = HostLog::instance();
   const auto lines = log.linesOf([&] { loaded = set.loadFromFile(path); });
   if (!loaded)
-    throw UsageError(fmt::format("{} {}: {}{}", option, asPrintable(path),
-                                 lines.empty() ? "it cannot be used" : lines.back(),
-                                 names(schema)));
+    throw UsageError(fmt::format("{} {}: {}{}", option, path.empty() ? "''" : asPrintable(path),
+                                 fmt::join(lines, "\n  "), names(schema)));
   for (const std::string& line : lines)
     log.say(fmt::format("tev-host: {} {}: {}", option, asPrintable(path), line));
   return set;
@@ -90,10 +90,15 @@ void selectFields(SchemaView& schema, const std::string& path) {
 
 void rename(TypeView& type, const ProviderCounterSet& set) {
   UniqueNames names;
+  std::vector<std::pair<Column*, std::string>> renamed;
   for (Column& column : type.columns) {
-    const std::string alias = column.key == 0 ? set.getCounterAlias(column.name) : "";
-    column.name = names.add(alias.empty() ? column.name : asUtf8(alias));
+    std::string alias = column.key == 0 ? set.getCounterAlias(column.name) : "";
+    if (alias.empty())
+      names.add(column.name);  // who keeps its name has it
+    else
+      renamed.emplace_back(&column, asUtf8(alias));
   }
+  for (const auto& [column, alias] : renamed) column->name = names.add(alias);
 }
 
 void selectCounters(SchemaView& schema, const std::string& path) {
@@ -135,8 +140,9 @@ void DeviceFilter::expectOneOf(const std::vector<std::string>& devices) const {
   if (devices.empty() ||
       std::ranges::any_of(devices, [this](const std::string& device) { return passes(device); }))
     return;
-  throw UsageError(fmt::format("--filter {}: no device passes\n  The devices are: {}",
-                               asPrintable(expression_), commaSeparated(devices)));
+  throw UsageError(
+      fmt::format("--filter {}: no device passes that has a chosen type\n  The devices are: {}",
+                  asPrintable(expression_), commaSeparated(devices)));
 }
 
 }  // namespace tev::host

@@ -2,6 +2,7 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
 #include <new>
 #include <string>
 
@@ -25,10 +26,20 @@ Dict makeDict(const PluginOptions& options) {
   return dict;
 }
 
+// That the simulator's adapters are none of this machine's is no news to who asked for it.
+bool saysThatAdaptersAreMissing(const std::string& line) {
+  constexpr const char* kTexts[] = {"Failed to get HCA info", "Could not get port identifiers",
+                                    "No network interface found for RDMA device "};
+  return std::ranges::any_of(
+      kTexts, [&](const char* text) { return line.find(text) != std::string::npos; });
+}
+
 std::string refusal(const Plugin& plugin, const PluginOptions& options) {
   const auto explanation = HostLog::instance().explainRefusal();
   std::string text = "the plug-in could not be set up";
   if (!explanation.reason.empty()) text += ": " + explanation.reason;
+  if (explanation.reason.ends_with("stoull"))
+    text += "\n  An option that is to be a number is none, or too large.";
   if (!plugin.sharesLogger()) text += "\n  It keeps a log of its own, which may say why.";
   for (const std::string& line : explanation.unshown) text += "\n  " + line;
   text += "\n  The options were:";
@@ -48,9 +59,9 @@ Session::Session(const PluginOptions& options) : types_(tev_create_type_system()
   // Who asked for a level wants to see the lines as they come, even if the plug-in never returns.
   log.beginSetUp(options.log_level, !options.log_level_given);
   setUp(options);
-  // That the simulator's adapters are none of this machine's is no news to who asked for it.
-  if (options.simulated && !options.log_level_given) log.summarizeSetUp();
-  log.endSetUp();
+  const bool expected = options.simulated && !options.log_level_given;
+  log.endSetUp(
+      [&](const std::string& line) { return !expected || !saysThatAdaptersAreMissing(line); });
   plugin_->shareLogger();
 }
 

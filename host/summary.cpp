@@ -97,11 +97,11 @@ std::string summarize(double elapsed_seconds, const CpuTime& cpu, const Delivery
                       const std::optional<std::vector<DeviceCounts>>& counts) {
   const double busy = cpu.user_seconds + cpu.system_seconds;
   std::string out =
-      fmt::format("tev-host: {:.2f} s; CPU time {:.3f} s (user {:.3f}, system {:.3f})",
+      fmt::format("tev-host: {:.2f} s, CPU time {:.3f} s (user {:.3f}, system {:.3f})",
                   elapsed_seconds, busy, cpu.user_seconds, cpu.system_seconds);
   // The time also holds the setting up, which would make nonsense of the share of a short run.
   if (elapsed_seconds >= kTellingSeconds)
-    fmt::format_to(std::back_inserter(out), ", {:.1f} % of one core", 100 * busy / elapsed_seconds);
+    fmt::format_to(std::back_inserter(out), ", {:.1f} % of a core", 100 * busy / elapsed_seconds);
   out += '\n';
   appendDevices(out, deviceRows(delivery, counts));
   appendTypes(out, delivery);

@@ -52,7 +52,9 @@ void LiveScreen::draw(const std::vector<std::string>& lines,
   const std::size_t shown = lines.size() <= room ? lines.size() : room - 1;
   for (std::size_t i = 0; i < shown; ++i) out += lines[i] + "\x1b[K\n";
   if (shown < lines.size())
-    out += fmt::format("({} more lines: enlarge the window)\x1b[K\n", lines.size() - shown);
+    out += fmt::format(
+        "({} more lines: enlarge the window, or choose with --filter and --cset)\x1b[K\n",
+        lines.size() - shown);
   for (const std::string& note : notes) out += padRight(note, size.columns) + "\n";
   out += "\x1b[J";
 }

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <string_view>
 
 namespace simulator {
@@ -66,8 +67,10 @@ __attribute__((format(printf, 2, 3))) void writeLine(int descriptor, const char*
 }  // namespace
 
 Trace::Trace(const char* path) {
-  if (path && *path)
-    descriptor_ = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, 0644);
+  if (!path || !*path) return;
+  descriptor_ = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, 0644);
+  if (descriptor_ < 0)  // there is no log yet
+    std::fprintf(stderr, "[vuna-sim] [error] no trace: %s: %s\n", path, std::strerror(errno));
 }
 
 Trace::~Trace() {

@@ -35,7 +35,7 @@ enum {
 };
 
 struct tev_event_provider_t {
-  uint32_t version;
+  uint32_t version; /* the schema's */
   const char* name; /* also the schema's name */
   const char* description;
   void* reserved3;
@@ -45,12 +45,14 @@ struct tev_event_provider_t {
   bool (*initialize)(tev_event_provider_t* provider, tev_type_system_t* type_system);
   void (*reserved6)(void);
   bool (*start)(tev_event_provider_t* provider);
-  /* Writes the events sampled since the last batch; TEV_PROGRESS_... */
+  /* Writes the events sampled since the last batch; TEV_PROGRESS_... `source_index` is one of the
+   * sources that get_sources lists; there is one, 0. */
   int (*progress)(tev_event_provider_t* provider, uint16_t source_index,
                   tev_data_serializer_t* serializer);
   /* Ends sampling. Events sampled until then can still be fetched by `progress`. */
   bool (*stop)(tev_event_provider_t* provider);
-  /* Frees the record and all it owns. To be called after `stop`. */
+  /* Frees the record and all it owns. To be called after `stop`; after an initialize that failed,
+   * with or without one. */
   void (*finalize)(tev_event_provider_t* provider);
   /* A new array, which the host releases with tev_destroy_source_array(); null on failure. */
   tev_source_array_t* (*get_sources)(tev_event_provider_t* provider);
@@ -59,8 +61,8 @@ struct tev_event_provider_t {
   void* reserved13[6];
 };
 
-/* The one symbol that a host needs. The options are read during the call only. Null on failure,
- * which is logged. */
+/* The one symbol that a host needs besides the common library's. The options are read during the
+ * call only. Null on failure, which is logged (tev/logger.h: silent until told otherwise). */
 typedef tev_event_provider_t* (*tev_construct_event_provider_t)(const tev_custom_options* options);
 TEV_API tev_event_provider_t* construct_event_provider(const tev_custom_options* options);
 

@@ -41,7 +41,8 @@ TEST(Step, TellsAWrapFromADecrease) {
 TEST(CounterTrack, AddsUpEverySampleAcrossWraps) {
   // From slow to nearly one round per sample; the true count is known in 64 bits.
   for (const std::uint64_t per_sample : {1u, 40000000u, 1500000000u, 3000000000u, 4200000000u}) {
-    CounterTrack track(32, TEV_VALUE_ABSOLUTE);
+    Trend track_trend;
+    CounterTrack track(32, TEV_VALUE_ABSOLUTE, track_trend);
     for (std::uint64_t s = 0; s <= 100; ++s)
       track.sample(static_cast<std::uint32_t>(s * per_sample), s * 1000000);
     EXPECT_EQ(track.total(), static_cast<std::int64_t>(100 * per_sample)) << per_sample;
@@ -51,28 +52,41 @@ TEST(CounterTrack, AddsUpEverySampleAcrossWraps) {
 }
 
 TEST(CounterTrack, KnowsAGaugeByItsFalls) {
-  CounterTrack rtt(32, TEV_VALUE_ABSOLUTE);
+  Trend rtt_trend;
+  CounterTrack rtt(32, TEV_VALUE_ABSOLUTE, rtt_trend);
   for (std::uint64_t s = 0; s < 100; ++s) rtt.sample(50 + (s * 7) % 13, s);
   EXPECT_TRUE(rtt.isGauge());
 
-  CounterTrack reset_once(32, TEV_VALUE_ABSOLUTE);
+  Trend reset_once_trend;
+  CounterTrack reset_once(32, TEV_VALUE_ABSOLUTE, reset_once_trend);
   for (std::uint64_t s = 0; s < 100; ++s) reset_once.sample(s < 50 ? s : s - 50, s);
   EXPECT_FALSE(reset_once.isGauge());
+
+  // Standing still says nothing, and what one series shows holds for the field's others.
+  Trend load;
+  CounterTrack slow(32, TEV_VALUE_ABSOLUTE, load);
+  CounterTrack rising(32, TEV_VALUE_ABSOLUTE, load);
+  for (const std::uint64_t value : {9, 9, 8}) slow.sample(value, 0);
+  for (std::uint64_t s = 0; s < 10; ++s) rising.sample(s, s);
+  EXPECT_TRUE(rising.isGauge());
 }
 
 TEST(CounterTrack, FollowsTheCountingMode) {
-  CounterTrack sum(32, TEV_VALUE_RUNNING_SUM);
+  Trend sum_trend;
+  CounterTrack sum(32, TEV_VALUE_RUNNING_SUM, sum_trend);
   sum.sample(10, 0);
   sum.sample(9, 1);  // cannot have decreased
   EXPECT_EQ(sum.total(), kRange - 1);
 
-  CounterTrack delta(32, TEV_VALUE_DELTA);
+  Trend delta_trend;
+  CounterTrack delta(32, TEV_VALUE_DELTA, delta_trend);
   for (const std::uint64_t value : {900u, 5u, 7u}) delta.sample(value, value);
   EXPECT_EQ(delta.total(), 12);
 }
 
 TEST(CounterTrack, RatesAreThoseOfTheLastWindow) {
-  CounterTrack track(32, TEV_VALUE_ABSOLUTE);
+  Trend track_trend;
+  CounterTrack track(32, TEV_VALUE_ABSOLUTE, track_trend);
   track.endWindow();
   EXPECT_FALSE(track.perSecond());
   track.sample(100, 5'000'000);

@@ -131,7 +131,8 @@ TEST_F(RunTest, RefusalsAreExplainedWithoutAnyEnvironment) {
   const std::string sentence = "tev-host: the plug-in could not be set up";
   const std::vector<Row> rows = {
       {{"refuse=construct", "say=debug,warning,error"},
-       {sentence + ": the device is on fire\n  [warning] [fake] half of it is missing\n"
+       {sentence + ": the device is on fire\n  [debug] [fake] looking for devices\n"
+                   "  [warning] [fake] half of it is missing\n"
                    "  [error] [fake] the device is on fire\n",
         "refuse=construct say=debug,warning,error"}},
       {{"refuse=construct", "say=debug,warning"}, {sentence + ": half of it is missing\n"}},
@@ -139,7 +140,7 @@ TEST_F(RunTest, RefusalsAreExplainedWithoutAnyEnvironment) {
        {sentence + ": looking for devices\n", "  [debug] [fake] looking for devices\n"}},
       {{"refuse=initialize", "say=error"}, {sentence + ": the device is on fire\n"}},
       {{"refuse=initialize"}, {sentence + "\n  The options were: refuse=initialize update=5\n"}},
-      {{"refuse=start"}, {sentence + ": starting\n"}},
+      {{"refuse=start"}, {"; starting\n"}},
       {{"refuse=entry"}, {"lacks an entry point"}},
       {{"refuse=construct", "say=error", "--plugin=" BARE_PLUGIN}, {"a log of its own"}},
   };

@@ -22,7 +22,6 @@ using test::linesOf;
 using testing::AllOf;
 using testing::Each;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 using Columns = std::map<std::string, std::vector<std::string>>;  // by wanted type
@@ -31,7 +30,7 @@ class SelectionTest : public testing::Test {
  protected:
   SelectionTest() {
     HostLog::instance().beginSetUp(TEV_LEVEL_ERROR, false);
-    HostLog::instance().endSetUp();
+    HostLog::instance().endSetUp([](const std::string&) { return true; });
     types_.add("port",
                {{"name", nullptr, "char", 0, 8},
                 {"rx_bytes", nullptr, "uint32_t", 0, 1},
@@ -103,7 +102,9 @@ TEST_F(SelectionTest, RefusesSetsWithTheNamesThatThereAre) {
 
   SchemaView schema(*types_);
   for (const std::string& path : {std::string("/nowhere"), tree_.path(""), std::string()})
-    EXPECT_THROW(select(schema, {.field_set = {}, .counter_set = path, .filter = ""}), UsageError);
+    EXPECT_THAT([&] { select(schema, {.field_set = {}, .counter_set = path, .filter = ""}); },
+                testing::ThrowsMessage<UsageError>(AllOf(
+                    HasSubstr("--cset " + (path.empty() ? "''" : path)), HasSubstr(kCounters))));
 }
 
 TEST_F(SelectionTest, FiltersDevices) {
@@ -138,11 +139,52 @@ TEST(SelectionOfARun, WritesTheExamplesColumnsUnderTheirAliases) {
   EXPECT_THAT(process.err(), testing::Not(HasSubstr("rdma1")));
 }
 
-TEST(SelectionOfARun, EndsAtOnceWhenNoDevicePasses) {
-  HostProcess process({"run", "--simulate", "--filter", "nix", "--format=csv"});
-  EXPECT_EQ(process.wait(), 2);
-  EXPECT_THAT(process.err(), HasSubstr("The devices are: rdma0, rdma1, rdma2"));
-  EXPECT_THAT(linesOf(process.out()), IsEmpty());
+TEST(SelectionOfARun, KeepsValuesUnderTheirAliases) {
+  for (const std::string format : {"csv", "jsonl", "table"}) {
+    test::TempTree files;
+    HostProcess process(
+        {"run", "--simulate",
+         files.write("scenario.json",
+                     R"({"clock": "samples", "devices": [{"ibdev_name": "a", "slots":
+             [{"counters": [{"text": "rx, r", "law": {"type": "constant", "value": 12}},
+                            {"text": "tx, t", "law": {"type": "constant", "value": 34}}]}]}]})"),
+         "--cset", files.write("swap.cset", "rx = tx\ntx = received\n"), "--samples=1",
+         "--update=10", "--option", "multipath-sample-interval-usec=1000", "--format", format});
+    ASSERT_EQ(process.wait(), 0) << process.err();
+    const std::string out = process.out();
+    if (format == "csv") {
+      EXPECT_THAT(linesOf(out)[0], HasSubstr("device_name,tx,received"));
+      EXPECT_THAT(linesOf(out)[1], HasSubstr(",a,12,34"));
+    } else if (format == "jsonl") {
+      EXPECT_THAT(out, HasSubstr(R"("tx":12,"received":34)"));
+    } else {
+      EXPECT_THAT(out,
+                  AllOf(testing::ContainsRegex("tx +12"), testing::ContainsRegex("received +34")));
+    }
+  }
+}
+
+TEST(SelectionOfARun, EndsWhenNothingIsLeft) {
+  test::TempTree tree;
+  const std::string kept = tree.write("kept", "keep");
+  const std::string types = tree.write("types", "[multipath_event_device_0]\n");  // rdma2's alone
+  struct Case {
+    std::vector<std::string> words;
+    const char* reason;
+  };
+  for (const Case& one : {Case{{"--filter", "nix"}, "The devices are: rdma0, rdma1, rdma2"},
+                          Case{{"--fset", types, "--filter", "rdma0"}, "The devices are: rdma2"},
+                          Case{{"--fset", tree.path("none"), "--output", kept},
+                               "The types, and their fields, are"}}) {
+    std::vector<std::string> words{"run",          "--simulate",
+                                   "--format=csv", "--update=10",
+                                   "--option",     "multipath-sample-interval-usec=1000"};
+    words.insert(words.end(), one.words.begin(), one.words.end());
+    HostProcess process(words);
+    EXPECT_EQ(process.wait(), 2);
+    EXPECT_THAT(process.err(), HasSubstr(one.reason));
+  }
+  EXPECT_EQ(test::readFile(kept), "keep") << "an earlier recording survives a mistake";
 }
 
 }  // namespace
