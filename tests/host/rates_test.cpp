@@ -66,7 +66,7 @@ TEST(CounterTrack, KnowsAGaugeByItsFalls) {
   Trend load;
   CounterTrack slow(32, TEV_VALUE_ABSOLUTE, load);
   CounterTrack rising(32, TEV_VALUE_ABSOLUTE, load);
-  for (const std::uint64_t value : {9, 9, 8}) slow.sample(value, 0);
+  for (const std::uint64_t value : {9u, 9u, 8u}) slow.sample(value, 0);
   for (std::uint64_t s = 0; s < 10; ++s) rising.sample(s, s);
   EXPECT_TRUE(rising.isGauge());
 }

@@ -19,6 +19,9 @@ EXPORTED const char* __tsan_default_options() {
 }
 
 // Theirs ends the process where the standard one throws.
+EXPORTED void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return std::malloc(size);
+}
 EXPORTED void* operator new(std::size_t size) {
   if (void* const memory = std::malloc(size)) return memory;
   throw std::bad_alloc();
@@ -27,6 +30,18 @@ EXPORTED void operator delete(void* memory) noexcept {
   std::free(memory);
 }
 EXPORTED void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
+EXPORTED void operator delete(void* memory, const std::nothrow_t&) noexcept {
+  std::free(memory);
+}
+EXPORTED void* operator new[](std::size_t size) {
+  return operator new(size);
+}
+EXPORTED void operator delete[](void* memory) noexcept {
+  std::free(memory);
+}
+EXPORTED void operator delete[](void* memory, std::size_t) noexcept {
   std::free(memory);
 }
 #endif
