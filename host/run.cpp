@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <memory>
@@ -16,6 +17,7 @@
 #include "host/fetcher.h"
 #include "host/formatter.h"
 #include "host/host_log.h"
+#include "host/jitter.h"
 #include "host/output_file.h"
 #include "host/schema_view.h"
 #include "host/selection.h"
@@ -29,7 +31,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t kNotes = 3;  // log lines below the live table
+constexpr std::uint64_t kLongestIntervalUsec = 86'400'000'000;  // a day
+constexpr std::size_t kNotes = 3;                               // log lines below the live table
 
 Format formatFor(const RunOptions& options, const OutputFile& output) {
   return options.format.value_or(output.isTerminal() ? Format::table : Format::jsonl);
@@ -46,6 +49,16 @@ std::unique_ptr<Formatter> makeFormatter(Format format, const SchemaView& schema
       break;
   }
   return makeTableFormatter(output);
+}
+
+// What the plug-in was told, or goes by otherwise.
+std::uint64_t sampleIntervalUsec(const std::vector<std::pair<std::string, std::string>>& options) {
+  constexpr std::uint64_t kOtherwise = 1'000'000;
+  std::uint64_t interval = kOtherwise;
+  for (const auto& [key, value] : options)
+    if (key == "multipath-sample-interval-usec")
+      std::from_chars(value.data(), value.data() + value.size(), interval);
+  return std::min(interval, kLongestIntervalUsec);
 }
 
 // While the table is drawn upon the terminal, log lines must not be.
@@ -78,6 +91,7 @@ class Run {
         devices_(options.selection.filter),
         log_off_the_screen_(formatFor(options, output), output),
         formatter_(makeFormatter(formatFor(options, output), schema_, output)),
+        jitter_(options.jitter ? measureJitter() : nullptr),
         delivery_(schema_, devices_, *formatter_, options.samples),
         fetcher_(session_.provider(), session_.types(), options.buffer_bytes,
                  [this](std::span<const std::uint8_t> blocks) {
@@ -112,8 +126,8 @@ class Run {
     session_.provider().stop();
     formatter_->leave();  // puts the terminal back in order
     log_off_the_screen_.release();
-    const std::string text =
-        summarize(elapsed, cpuTime(), delivery_, session_.provider().sampleCounts());
+    std::string text = summarize(elapsed, cpuTime(), delivery_, session_.provider().sampleCounts());
+    if (jitter_) text += jitter_->report();
     std::fputs(text.c_str(), stderr);
   }
 
@@ -122,6 +136,15 @@ class Run {
     SchemaView schema(types);
     select(schema, options);
     return schema;
+  }
+
+  // Puts a meter before the formatter.
+  JitterMeter* measureJitter() {
+    auto meter = std::make_unique<JitterMeter>(std::move(formatter_),
+                                               sampleIntervalUsec(options_.plugin.options));
+    JitterMeter* const jitter = meter.get();
+    formatter_ = std::move(meter);
+    return jitter;
   }
 
   // Not every plug-in names its devices before their events do.
@@ -187,6 +210,7 @@ class Run {
   DeviceFilter devices_;
   LogOffTheScreen log_off_the_screen_;
   std::unique_ptr<Formatter> formatter_;
+  JitterMeter* jitter_;  // the formatter, when it is one
   Delivery delivery_;
   Fetcher fetcher_;
   bool said_lost_ = false;

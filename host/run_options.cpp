@@ -56,6 +56,7 @@ struct Given {
   std::string duration;
   std::string samples;
   SelectionOptions selection;
+  bool jitter = false;
 };
 
 template <class Number>
@@ -208,6 +209,9 @@ void addRunOptions(CLI::App& command, Given& given) {
       ->type_name("SECONDS");
   command.add_option("--samples", given.samples, "Stop after so many samples of each device")
       ->type_name("N");
+  command.add_flag("--jitter", given.jitter,
+                   "Measure how evenly the first device is sampled and what a pass costs, beside a "
+                   "bare loop that sleeps");
   command
       .add_option("--update", given.update,
                   "Time from one fetch of events to the next (default 1000); the plug-in gets it "
@@ -223,6 +227,7 @@ void readRunOptions(const Given& given, RunOptions& options) {
   if (!given.format.empty()) options.format = formatNamed(given.format);
   options.output = given.output;
   options.selection = given.selection;
+  options.jitter = given.jitter;
   if (!given.duration.empty()) options.duration = seconds("--duration", given.duration);
   if (!given.samples.empty())
     options.samples =

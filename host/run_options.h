@@ -41,6 +41,7 @@ struct RunOptions {
   std::string output;            // path; empty: standard output
   std::optional<std::chrono::nanoseconds> duration;
   std::optional<std::uint64_t> samples;
+  bool jitter = false;  // to be measured
 };
 
 enum class Command { run, schema, answered };

@@ -123,6 +123,16 @@ TEST_F(RunTest, SignalsEndItCleanly) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::minutes(1));
 }
 
+TEST_F(RunTest, MeasuresJitterBesideABareLoop) {
+  const Result result = run({"samples=5", "--samples=5", "--jitter", "--format=csv"});
+  EXPECT_EQ(result.exit, 0) << result.err;
+  // The fake's samples are a second apart.
+  EXPECT_THAT(result.err,
+              testing::ContainsRegex("interval +1000000\\.00 +1000000\\.0 .* 1\\.00\n"));
+  EXPECT_THAT(result.err, HasSubstr("\n  bare loop "));
+  EXPECT_THAT(result.err, HasSubstr("4 intervals of 1000000 us"));
+}
+
 TEST_F(RunTest, RefusalsAreExplainedWithoutAnyEnvironment) {
   struct Row {
     std::vector<std::string> words;

@@ -1,0 +1,78 @@
+#include "host/jitter.h"
+
+#include <fmt/format.h>
+#include <time.h>
+
+#include <iterator>
+#include <utility>
+
+namespace tev::host {
+namespace {
+
+std::uint64_t cpuNsec(clockid_t clock) {
+  timespec time{};
+  clock_gettime(clock, &time);
+  return static_cast<std::uint64_t>(time.tv_sec) * 1'000'000'000 +
+         static_cast<std::uint64_t>(time.tv_nsec);
+}
+
+// All threads but this one and the bare loop's.
+std::uint64_t pluginNsec(const BareLoop& bare) {
+  return cpuNsec(CLOCK_PROCESS_CPUTIME_ID) - cpuNsec(CLOCK_THREAD_CPUTIME_ID) - bare.cpuNsec();
+}
+
+void appendRow(std::string& out, const char* name, const Distribution& values, bool with_rate) {
+  const auto usec = [](auto nsec) { return static_cast<double>(nsec) / 1e3; };
+  fmt::format_to(std::back_inserter(out), "  {:<16}{:>11.2f}{:>11.1f}{:>11.1f}{:>11.1f}{:>11.1f}",
+                 name, usec(values.mean()), usec(values.quantile(0.5)), usec(values.quantile(0.99)),
+                 usec(values.quantile(0.999)), usec(values.max()));
+  if (with_rate && values.count() > 0)
+    fmt::format_to(std::back_inserter(out), "{:>13.2f}", 1e9 / values.mean());
+  out += '\n';
+}
+
+}  // namespace
+
+JitterMeter::JitterMeter(std::unique_ptr<Formatter> formatter, std::uint64_t interval_usec)
+    : formatter_(std::move(formatter)), interval_usec_(interval_usec), bare_(interval_usec) {}
+
+void JitterMeter::event(const Event& event, const Series& series) {
+  if (series.number == 0) {
+    // The real-time clock may have been stepped back meanwhile.
+    if (last_usec_ != 0 && event.timestamp_usec >= last_usec_)
+      intervals_.add((event.timestamp_usec - last_usec_) * 1'000);
+    last_usec_ = event.timestamp_usec;
+    ++passes_in_window_;
+  }
+  formatter_->event(event, series);
+}
+
+void JitterMeter::update(const RunStatus& status) {
+  const std::uint64_t now = pluginNsec(bare_);
+  // What the first window cost includes the set-up.
+  if (cpu_nsec_ != 0 && passes_in_window_ != 0 && now >= cpu_nsec_)
+    costs_.add((now - cpu_nsec_) / passes_in_window_);
+  cpu_nsec_ = now;
+  passes_in_window_ = 0;
+  formatter_->update(status);
+}
+
+void JitterMeter::end(const RunStatus& status) {
+  bare_.stop();
+  formatter_->end(status);
+}
+
+std::string JitterMeter::report() const {
+  std::string out = fmt::format("  {:<16}{:>11}{:>11}{:>11}{:>11}{:>11}{:>13}\n", "microseconds",
+                                "mean", "p50", "p99", "p99.9", "max", "per second");
+  appendRow(out, "interval", intervals_, true);
+  appendRow(out, "bare loop", bare_.intervals(), true);
+  appendRow(out, "CPU per pass", costs_, false);
+  fmt::format_to(
+      std::back_inserter(out),
+      "  {} intervals of {} us; CPU of the plug-in's threads, mean of each of {} updates\n",
+      intervals_.count(), interval_usec_, costs_.count());
+  return out;
+}
+
+}  // namespace tev::host
