@@ -10,14 +10,24 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
+include(CheckIPOSupported)
+check_ipo_supported(RESULT TEV_CAN_OPTIMISE_TOGETHER OUTPUT ignored)
+
 # Applies the project's warnings and include root to one target. Files are included by their path
 # from the root of the repository ("src/support/guard.h"), public headers as "tev/...".
 function(tev_target name)
   target_compile_options(${name} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
-    $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fno-gnu-unique>)
+    $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fno-gnu-unique -fno-semantic-interposition>)
   # g++ 12 sees overlaps in std::string's own code where there are none.
   target_compile_options(${name} PRIVATE
     $<$<AND:$<COMPILE_LANG_AND_ID:CXX,GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>)
   target_compile_definitions(${name} PRIVATE _GNU_SOURCE TEV_COMMON_LIBRARY)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+endfunction()
+
+# In a release, optimises the files of these targets together: the road from a sample to the
+# serializer crosses several of them.
+function(tev_optimise_together)
+  set_target_properties(${ARGN} PROPERTIES
+    INTERPROCEDURAL_OPTIMIZATION_RELEASE ${TEV_CAN_OPTIMISE_TOGETHER})
 endfunction()

@@ -142,7 +142,7 @@ class Collector {
   common::HostRoots roots_;
   std::size_t device_name_length_ = 0;  // bytes of the name field of every event
 
-  std::mutex mutex_;              // held for a whole pass, and for a whole swap
+  std::mutex mutex_;  // held for a whole pass, and for a whole swap
   // The sampling thread's. Two, so that a swap does not wake it from its interval.
   std::condition_variable wake_;     // between passes: to stop
   std::condition_variable swapped_;  // while a swap is let in: it is done, or to stop

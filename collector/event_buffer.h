@@ -24,14 +24,14 @@ class EventBuffer {
 
   bool hasRoomFor(std::uint64_t events) const noexcept { return events <= max_events - num_events; }
 
-  // The place of one more event, which there must be room for. Null when events have no bytes.
-  std::byte* append(std::uint64_t timestamp_usec) noexcept {
-    assert(hasRoomFor(1));
-    std::byte* const event = data.get() + write_offset;
-    timestamps.push_back(timestamp_usec);
-    ++num_events;
-    write_offset += event_size;
-    return event;
+  // The place of so many more events, which there must be room for. Null when events have no bytes.
+  std::byte* append(std::uint64_t events, std::uint64_t timestamp_usec) noexcept {
+    assert(hasRoomFor(events));
+    std::byte* const first = data.get() + write_offset;
+    for (std::uint64_t i = 0; i < events; ++i) timestamps.push_back(timestamp_usec);
+    num_events += events;
+    write_offset += events * event_size;
+    return first;
   }
 
   // The event at `index`, below `num_events`.

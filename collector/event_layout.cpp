@@ -7,26 +7,6 @@ namespace {
 
 constexpr std::uint64_t kCounterSize = sizeof(std::uint32_t);
 
-// Where the counters that `selected` picks go, in their order, one after the other from `offset`
-// on; no more than `room` of them.
-template <class Selected>
-std::vector<CounterRun> gather(const SlotInfo& slot, std::uint64_t offset, std::uint32_t room,
-                               Selected selected) {
-  std::vector<CounterRun> runs;
-  for (const auto& counter : slot.counters) {
-    if (!selected(counter)) continue;
-    if (room == 0) break;
-    --room;
-    const auto index = static_cast<std::uint32_t>(counter.index);
-    if (!runs.empty() && runs.back().first_value + runs.back().count == index)
-      ++runs.back().count;
-    else
-      runs.push_back({.first_value = index, .count = 1, .offset = offset});
-    offset += kCounterSize;
-  }
-  return runs;
-}
-
 std::vector<std::string_view> counterNames(const SlotInfo& slot, std::uint32_t plane) {
   std::vector<std::string_view> names;
   for (const auto& counter : slot.counters)
@@ -47,14 +27,38 @@ std::vector<std::uint32_t> planesUnlikeTheFields(const SlotInfo& slot) {
 
 }  // namespace
 
+// Of the counters that `selected` picks, in their order, no more than `room`.
+template <class Selected>
+void EventLayout::addGathering(const SlotInfo& slot, std::uint32_t room, Selected selected) {
+  std::vector<Part> runs;
+  std::vector<Part> singles;
+  for (const auto& counter : slot.counters) {
+    if (!selected(counter)) continue;
+    if (singles.size() == room) break;
+    const auto index = static_cast<std::uint32_t>(counter.index);
+    singles.push_back({.first_value = index, .count = 1});
+    if (!runs.empty() && runs.back().first_value + runs.back().count == index)
+      ++runs.back().count;
+    else
+      runs.push_back(singles.back());
+  }
+  // A copy of a run is a call, which takes as long as some single ones.
+  constexpr std::size_t kWorthACall = 8;
+  const bool of_runs = runs.size() * kWorthACall <= singles.size();
+  const auto& parts = of_runs ? runs : singles;
+  gatherings_.push_back({.first_part = static_cast<std::uint32_t>(parts_.size()),
+                         .num_parts = static_cast<std::uint32_t>(parts.size()),
+                         .of_runs = of_runs});
+  parts_.insert(parts_.end(), parts.begin(), parts.end());
+}
+
 EventLayout EventLayout::ofDevice(const SlotInfo& slot, std::size_t name_length) {
   EventLayout layout;
   layout.addField("device_name", "Device Name", "char", 1, name_length);
-  const auto counters_offset = layout.size_;
   layout.addCounterFields(slot.device_counter_names, slot.device_counter_descriptions,
                           slot.num_device_counters);
-  layout.runs_.push_back(gather(slot, counters_offset, slot.num_device_counters,
-                                [](const CounterMeta& counter) { return !counter.is_per_plane; }));
+  layout.addGathering(slot, slot.num_device_counters,
+                      [](const CounterMeta& counter) { return !counter.is_per_plane; });
   return layout;
 }
 
@@ -62,14 +66,12 @@ EventLayout EventLayout::ofPlane(const SlotInfo& slot, std::size_t name_length) 
   EventLayout layout;
   layout.addField("device_name", "Device Name", "char", 1, name_length);
   layout.addField("plane", "Plane ID", "uint8_t", 1, 1);
-  const auto counters_offset = layout.size_;
   layout.addCounterFields(slot.plane_counter_names, slot.plane_counter_descriptions,
                           slot.num_plane_counters);
   for (std::uint32_t plane = 0; plane < slot.num_planes; ++plane)
-    layout.runs_.push_back(
-        gather(slot, counters_offset, slot.num_plane_counters, [plane](const CounterMeta& counter) {
-          return counter.is_per_plane && counter.plane == plane;
-        }));
+    layout.addGathering(slot, slot.num_plane_counters, [plane](const CounterMeta& counter) {
+      return counter.is_per_plane && counter.plane == plane;
+    });
   layout.differing_planes_ = planesUnlikeTheFields(slot);
   return layout;
 }
@@ -89,11 +91,11 @@ void EventLayout::addField(const char* name, const char* description, const char
 void EventLayout::addCounterFields(const std::vector<std::string>& names,
                                    const std::vector<std::string>& descriptions,
                                    std::uint32_t count) {
-  const auto counters_offset = size_;
+  counters_offset_ = size_;
   const auto described = std::min<std::size_t>({count, names.size(), descriptions.size()});
   for (std::size_t i = 0; i < described; ++i)
     addField(names[i].c_str(), descriptions[i].c_str(), "uint32_t", kCounterSize, 1);
-  size_ = counters_offset + count * kCounterSize;
+  size_ = counters_offset_ + count * kCounterSize;
 }
 
 }  // namespace tev::events::multipath

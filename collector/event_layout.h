@@ -12,13 +12,6 @@
 
 namespace tev::events::multipath {
 
-// Values that lie next to each other in what a read fills and in the event: one copy.
-struct CounterRun {
-  std::uint32_t first_value;  // index into the values
-  std::uint32_t count;
-  std::uint64_t offset;  // bytes from the start of the event
-};
-
 // One kind of event of one device: a packed record of the device's name, for plane events the
 // plane's number, and 32-bit counters. The schema registers fields(), the sampler writes where they
 // stand.
@@ -37,11 +30,19 @@ class EventLayout {
 
   // Writes the counters of `plane` (device events: 0) out of `values` into a zero-filled event.
   void putCounters(std::uint32_t plane, const std::uint32_t* values, std::byte* event) const {
-    for (const auto& run : runs_[plane]) {
-      if (run.count == 1)  // one instruction instead of a call
-        std::memcpy(event + run.offset, values + run.first_value, sizeof *values);
-      else
-        std::memcpy(event + run.offset, values + run.first_value, run.count * sizeof *values);
+    const Gathering& gathering = gatherings_[plane];
+    const std::span parts(parts_.data() + gathering.first_part, gathering.num_parts);
+    std::byte* to = event + counters_offset_;
+    if (gathering.of_runs) {
+      for (const auto& [first, count] : parts) {
+        std::memcpy(to, values + first, count * sizeof *values);
+        to += count * sizeof *values;
+      }
+    } else {
+      for (const auto& part : parts) {
+        std::memcpy(to, values + part.first_value, sizeof *values);
+        to += sizeof *values;
+      }
     }
   }
 
@@ -54,10 +55,27 @@ class EventLayout {
                 std::size_t count);
   void addCounterFields(const std::vector<std::string>& names,
                         const std::vector<std::string>& descriptions, std::uint32_t count);
+  template <class Selected>
+  void addGathering(const SlotInfo& slot, std::uint32_t room, Selected selected);
+
+  // Values that lie next to each other, as they do in the event.
+  struct Part {
+    std::uint32_t first_value;  // index into the values
+    std::uint32_t count;
+  };
+  // Where the counters of one event come from: in few long runs, each copied as a whole, or one by
+  // one.
+  struct Gathering {
+    std::uint32_t first_part;
+    std::uint32_t num_parts;
+    bool of_runs;
+  };
 
   std::vector<tev_type_field_info_t> fields_;
   std::uint64_t size_ = 0;
-  std::vector<std::vector<CounterRun>> runs_;  // per plane
+  std::uint64_t counters_offset_ = 0;  // bytes from the start of the event; then one by the other
+  std::vector<Gathering> gatherings_;  // per plane
+  std::vector<Part> parts_;            // of all gatherings
   std::vector<std::uint32_t> differing_planes_;
 };
 

@@ -168,15 +168,17 @@ void Collector::writeSample(DevCtx& dev, std::uint64_t timestamp, const std::uin
     if (!dev.name.empty()) std::memcpy(event, dev.name.data(), dev.name.size());
   };
 
-  std::byte* const device_event = half.device->append(timestamp);
+  std::byte* const device_event = half.device->append(1, timestamp);
   put_name(device_event);
   dev.device_layout.putCounters(0, values, device_event);
 
-  for (std::uint32_t plane = 0; plane < dev.slot_info.num_planes; ++plane) {
-    std::byte* const plane_event = half.plane->append(timestamp);
+  const std::uint32_t num_planes = dev.slot_info.num_planes;
+  std::byte* plane_event = half.plane->append(num_planes, timestamp);
+  for (std::uint32_t plane = 0; plane < num_planes; ++plane) {
     put_name(plane_event);
     plane_event[device_name_length_] = static_cast<std::byte>(plane);
     dev.plane_layout.putCounters(plane, values, plane_event);
+    plane_event += half.plane->event_size;
   }
 }
 

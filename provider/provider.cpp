@@ -16,6 +16,25 @@ bool isEmpty(const EventBuffer* buffer) {
   return buffer->num_events == 0;
 }
 
+// Writes what the host has not been given yet, event by event, until the serializer takes no more.
+// The last answer of the serializer; 1 when all is written. What does not change from one event to
+// the next is held here: the compiler must take every write to the host's buffer for a change.
+int writeEvents(EventBuffer& buffer, std::uint8_t schema_index, std::uint8_t type_id,
+                tev_data_serializer_t* serializer) {
+  const std::uint64_t num_events = buffer.num_events;
+  const std::uint64_t* const timestamps = buffer.timestamps.data();
+  std::uint64_t index = buffer.read_index;
+  const std::byte* event = buffer.at(index);
+  int written = 1;
+  for (; index < num_events; ++index, event += buffer.event_size) {
+    written = tev_data_serializer_write_events_ts(serializer, schema_index, type_id, event, 1,
+                                                  timestamps[index]);
+    if (written <= 0) break;
+  }
+  buffer.read_index = index;
+  return written;
+}
+
 bool allSet(const std::vector<bool>& flags) {
   return std::find(flags.begin(), flags.end(), false) == flags.end();
 }
@@ -117,18 +136,12 @@ int Provider::writeBuffers(const char* kind, std::vector<EventBuffer*>& buffers,
   for (std::size_t device = 0; device < buffers.size(); ++device) {
     if (done[device]) continue;
     EventBuffer& buffer = *buffers[device];
-    while (buffer.read_index < buffer.num_events) {
-      const auto event = buffer.read_index;
-      const int written =
-          tev_data_serializer_write_events_ts(serializer, schema_index_, type_ids[device],
-                                              buffer.at(event), 1, buffer.timestamps[event]);
-      if (written < 0) {
-        TEV_LOG_ERROR("[multipath] Failed to write %s event for device %zu", kind, device);
-        return TEV_PROGRESS_FAILED;
-      }
-      if (written == 0) return TEV_PROGRESS_FULL;
-      buffer.read_index = event + 1;
+    const int written = writeEvents(buffer, schema_index_, type_ids[device], serializer);
+    if (written < 0) {
+      TEV_LOG_ERROR("[multipath] Failed to write %s event for device %zu", kind, device);
+      return TEV_PROGRESS_FAILED;
     }
+    if (written == 0) return TEV_PROGRESS_FULL;
     done[device] = true;
   }
   return TEV_PROGRESS_DONE;

@@ -70,7 +70,8 @@ struct Search {
   void readEntry(const fs::path& entry) {
     const std::string device = entry.filename().string();
     if (!device.starts_with(kDevicePrefix)) return;
-    const auto lines = support::readLines(entry.string(), support::CutText::kKept, kMaxDeviceTextBytes);
+    const auto lines =
+        support::readLines(entry.string(), support::CutText::kKept, kMaxDeviceTextBytes);
     if (!lines) return;
     for (const std::string& line : *lines) readLine(line, device);
   }

@@ -1,8 +1,8 @@
 #include "tev/field_set.h"
 
 #include <algorithm>
-#include <utility>
 #include <string_view>
+#include <utility>
 
 #include "src/support/set_file.h"
 #include "src/support/text.h"
@@ -59,7 +59,7 @@ bool ProviderFieldSet::initializeFromLines(const std::vector<std::string>& lines
 }
 
 bool ProviderFieldSet::loadFromLines(const std::vector<std::string>& lines) {
-  ProviderFieldSet loaded;  // takes this set's place when all has gone well
+  ProviderFieldSet loaded;                 // takes this set's place when all has gone well
   std::shared_ptr<FieldPatterns> section;  // the current one's list
   for (const auto& raw_line : lines) {
     const auto line = trimLine(raw_line);

@@ -35,8 +35,7 @@ bool waitForMore(int fd) {
   constexpr int kPatienceMsec = 2000;
   pollfd waited{fd, POLLIN, 0};
   int ready = 0;
-  do
-    ready = ::poll(&waited, 1, kPatienceMsec);
+  do ready = ::poll(&waited, 1, kPatienceMsec);
   while (ready < 0 && errno == EINTR);
   return ready > 0;
 }

@@ -25,8 +25,7 @@ constexpr std::size_t kHeaderSize = TEV_EVENT_BLOCK_HEADER_SIZE;
 constexpr char kEventMagic[] = {'T', 'E', 'V', TEV_EVENT_BLOCK_KIND};
 
 enum HeaderOffset : std::size_t {
-  kMagicAt = 0,
-  kTimestampAt = 4,
+  kTimestampAt = 4,  // behind the magic
   kSchemaIndexAt = 12,
   kTypeIndexAt = 13,
   kCountAt = 15,
@@ -73,13 +72,18 @@ std::uint8_t* take(tev_data_serializer_t& serializer, std::uint64_t size) {
   return start;
 }
 
+// Put together in two registers, and stored at once.
 void writeHeader(std::uint8_t* block, std::uint64_t timestamp_usec, std::uint8_t schema_index,
-                 std::uint16_t type_index, std::uint8_t count) {
-  std::memcpy(block + kMagicAt, kEventMagic, sizeof kEventMagic);
-  std::memcpy(block + kTimestampAt, &timestamp_usec, sizeof timestamp_usec);
-  block[kSchemaIndexAt] = schema_index;
-  std::memcpy(block + kTypeIndexAt, &type_index, sizeof type_index);
-  block[kCountAt] = count;
+                 std::uint8_t type_index, std::uint8_t count) {
+  constexpr auto kMagic = std::bit_cast<std::uint32_t>(kEventMagic);
+  constexpr auto shiftTo = [](std::size_t at) { return 8 * (at % sizeof(std::uint64_t)); };
+  const std::uint64_t words[] = {kMagic | timestamp_usec << shiftTo(kTimestampAt),
+                                 timestamp_usec >> shiftTo(kTimestampAt) |
+                                     std::uint64_t{schema_index} << shiftTo(kSchemaIndexAt) |
+                                     std::uint64_t{type_index} << shiftTo(kTypeIndexAt) |
+                                     std::uint64_t{count} << shiftTo(kCountAt)};
+  static_assert(sizeof words == kHeaderSize);
+  std::memcpy(block, words, sizeof words);
 }
 
 [[gnu::cold, gnu::noinline]] void logNoSize(LogThrottle& throttle,
