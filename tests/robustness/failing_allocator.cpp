@@ -16,9 +16,11 @@ namespace {
 // This thread's; -1: off.
 thread_local long allocations_until_failure = -1;
 thread_local bool has_failed = false;
+thread_local long allocations_so_far = 0;
 std::atomic<long> blocks_in_use{0};
 
 bool mustFail() {
+  ++allocations_so_far;
   if (allocations_until_failure < 0 || allocations_until_failure-- > 0) return false;
   has_failed = true;
   return true;
@@ -71,16 +73,22 @@ bool endFailing() {
   return has_failed;
 }
 
+long allocations() {
+  return allocations_so_far;
+}
+
 long blocksInUse() {
   return blocks_in_use.load();
 }
 
-AllocationsSucceed::AllocationsSucceed() : before_(allocations_until_failure) {
+AllocationsSucceed::AllocationsSucceed()
+    : before_(allocations_until_failure), allocations_before_(allocations_so_far) {
   allocations_until_failure = -1;
 }
 
 AllocationsSucceed::~AllocationsSucceed() {
   allocations_until_failure = before_;
+  allocations_so_far = allocations_before_;
 }
 
 }  // namespace tev::test

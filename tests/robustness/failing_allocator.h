@@ -11,6 +11,8 @@ namespace tev::test {
 void failAllocation(long n);
 // Ends that. Whether it has come to it.
 bool endFailing();
+// How often this thread has asked for memory.
+long allocations();
 // Blocks that the process holds; 0 under the sanitizers, which count for themselves.
 long blocksInUse();
 
@@ -24,6 +26,7 @@ class AllocationsSucceed {
 
  private:
   long before_;
+  long allocations_before_;
 };
 
 }  // namespace tev::test

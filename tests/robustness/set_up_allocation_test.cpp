@@ -8,28 +8,11 @@
 
 #include "tests/robustness/failing_allocator.h"
 #include "tests/robustness/rig.h"
+#include "tests/robustness/sparing_sdk.h"
 #include "tests/support/captured_log.h"
 
 namespace tev::test {
 namespace {
-
-// The SDK's own allocations are not the matter here.
-template <auto Function, class Result, class... Arguments>
-constexpr auto sparing(Result (*)(Arguments...)) {
-  return +[](Arguments... arguments) -> Result {
-    const AllocationsSucceed spared;
-    return (FakeSdk::current().functions().*Function)(arguments...);
-  };
-}
-
-SdkFunctions sparingFunctions(const SdkFunctions& functions) {
-  SdkFunctions table;
-#define TEV_SPARE(name, result, parameters) \
-  table.name = sparing<&SdkFunctions::name>(functions.name);
-  VUNA_FUNCTIONS(TEV_SPARE)
-#undef TEV_SPARE
-  return table;
-}
 
 // Formats without allocating.
 std::atomic<unsigned> errors_logged{0};
