@@ -2,24 +2,19 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "src/data/schema/schema_json.h"
+#include "src/support/malloc_ptr.h"
 #include "tests/support/captured_log.h"
+#include "tests/support/owned.h"
 
 namespace {
 
-using tev::test::CapturedLog;
-
-struct DestroyTypeSystem {
-  void operator()(tev_type_system_t* type_system) const { tev_destroy_type_system(type_system); }
-};
+using namespace tev::test;
+using TypeSystemPtr = Owned<tev_type_system_t, tev_destroy_type_system>;
 using Fields = std::vector<tev_type_field_info_t>;
 
 class SchemaTest : public testing::Test {
@@ -28,7 +23,7 @@ class SchemaTest : public testing::Test {
     return tev_schema_add_type(schema, name, fields.data(), fields.size(), index);
   }
 
-  std::unique_ptr<tev_type_system_t, DestroyTypeSystem> types{tev_create_type_system()};
+  TypeSystemPtr types{tev_create_type_system()};
   tev_schema_t* schema = tev_type_system_add_schema(types.get(), "test", 1, nullptr);
 };
 
@@ -36,10 +31,10 @@ using SchemaId = SchemaTest;
 using SchemaJson = SchemaTest;
 using TypeSystem = SchemaTest;
 
-std::vector<std::string> indexedFields(const tev_schema_t* schema, std::uint8_t type_index) {
+Texts indexedFields(const tev_schema_t* schema, std::uint8_t type_index) {
   std::size_t count = 0;
   const char** const names = tev_schema_get_indexed_fields(schema, type_index, &count);
-  std::vector<std::string> copy(names, names + count);
+  Texts copy(names, names + count);
   std::free(names);
   return copy;
 }
@@ -48,23 +43,22 @@ const Fields kTwoWords = {{"a", "", "uint32_t", TEV_VALUE_ABSOLUTE, 1},
                           {"b", "", "uint32_t", TEV_VALUE_ABSOLUTE, 1}};
 
 TEST(BuiltinTypes, SizesAreTheCompilers) {
-  struct Row {
+  const struct {
     std::uint32_t id;
     const char* name;
     std::size_t size;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {1, "bool", sizeof(bool)},
-      {2, "char", sizeof(char)},
+      {2, "char", 1},
       {3, "short", sizeof(short)},
       {4, "int", sizeof(int)},
       {5, "long", sizeof(long)},
       {6, "long long", sizeof(long long)},
-      {7, "unsigned char", sizeof(unsigned char)},
-      {8, "unsigned short", sizeof(unsigned short)},
-      {9, "unsigned int", sizeof(unsigned)},
-      {10, "unsigned long", sizeof(unsigned long)},
-      {11, "unsigned long long", sizeof(unsigned long long)},
+      {7, "unsigned char", 1},
+      {8, "unsigned short", sizeof(short)},
+      {9, "unsigned int", sizeof(int)},
+      {10, "unsigned long", sizeof(long)},
+      {11, "unsigned long long", sizeof(long long)},
       {12, "float", sizeof(float)},
       {13, "double", sizeof(double)},
       {14, "int8_t", 1},
@@ -77,18 +71,18 @@ TEST(BuiltinTypes, SizesAreTheCompilers) {
       {21, "uint64_t", 8},
       {22, "timestamp", 8},
   };
-  const std::unique_ptr<tev_type_system_t, DestroyTypeSystem> types(tev_create_type_system());
+  const TypeSystemPtr types(tev_create_type_system());
   ASSERT_EQ(types->builtin->num_types, std::size(rows));
   EXPECT_STREQ(types->builtin->name, "<built-in>");
   EXPECT_EQ(tev::schema::versionText(types->builtin->version), "1.5.0");
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     EXPECT_STREQ(tev_builtin_type_name(row.id), row.name);
     EXPECT_EQ(tev_builtin_type_size(row.id), row.size) << row.name;
     EXPECT_EQ(tev_builtin_type_from_name(row.name), row.id);
     const auto& registered = *types->builtin->types[row.id - 1];
     EXPECT_STREQ(registered.name, row.name);
-    EXPECT_EQ(registered.size, row.size) << row.name;
-    EXPECT_EQ(registered.builtin_id, row.id) << row.name;
+    EXPECT_EQ(registered.size, row.size);
+    EXPECT_EQ(registered.builtin_id, row.id);
   }
   for (const std::uint32_t unknown : {0u, 23u, UINT32_MAX}) {
     EXPECT_EQ(tev_builtin_type_name(unknown), nullptr) << unknown;
@@ -109,19 +103,15 @@ TEST(ValueTypes, NamesAndTheSynonym) {
 }
 
 TEST_F(SchemaTest, RecordsArePacked) {
+  const Fields sample_fields = {
+      {"a", "", "uint64_t", 0, 1}, {"b", "", "char", 0, 64}, {"c", "", "uint32_t", 0, 2}};
+  const Fields nested_fields = {
+      {"x", "", "bool", 0, 1}, {"samples", "", "sample", 0, 3}, {"y", "", "short", 0, 1}};
   std::uint8_t index = 99;
-  ASSERT_EQ(
-      add("sample",
-          {{"a", "", "uint64_t", 0, 1}, {"b", "", "char", 0, 64}, {"c", "", "uint32_t", 0, 2}},
-          &index),
-      TEV_SCHEMA_OK);
+  ASSERT_EQ(add("sample", sample_fields, &index), TEV_SCHEMA_OK);
   EXPECT_EQ(index, 0);
   // A byte before arrays of a composite type: 1 + 3 * 80 + 2.
-  ASSERT_EQ(
-      add("nested",
-          {{"x", "", "bool", 0, 1}, {"samples", "", "sample", 0, 3}, {"y", "", "short", 0, 1}},
-          &index),
-      TEV_SCHEMA_OK);
+  ASSERT_EQ(add("nested", nested_fields, &index), TEV_SCHEMA_OK);
   EXPECT_EQ(index, 1);
   EXPECT_EQ(tev_schema_sizeof_type(schema, "sample"), 80u);
   EXPECT_EQ(tev_schema_sizeof_type(schema, "nested"), 243u);
@@ -141,34 +131,29 @@ TEST_F(SchemaTest, RecordsArePacked) {
 
 TEST_F(SchemaTest, RefusedTypesLeaveTheSchemaAsItWas) {
   ASSERT_EQ(add("known", kTwoWords), TEV_SCHEMA_OK);
-  struct Row {
+  const Fields nowhere = {{"a", "", "int", 0, 1}, {"f", "", "nowhere", 0, 1}};
+  const Fields itself = {{"f", "", "self", 0, 1}};
+  const Fields twice = {{"a", "", "int", 0, 1}, {"a", "", "int", 0, 1}, {"b", "", "int", 0, 1}};
+  const std::string unable = "Unable to register type ";
+  const struct {
     const char* name;
-    Fields fields;
+    const Fields& fields;
     int status;
-    const char* message;
-  };
-  const Row rows[] = {
+    std::string message;
+  } rows[] = {
       {"int", kTwoWords, 2, "Schema 'test' already contains type 'int'"},
       {"known", kTwoWords, 2, "Schema 'test' already contains type 'known'"},
-      {"new",
-       {{"a", "", "int", 0, 1}, {"f", "", "nowhere", 0, 1}},
-       3,
-       "Unable to register type 'new': type 'nowhere' of the field 'f' is undefined"},
-      {"self",
-       {{"f", "", "self", 0, 1}},
-       3,
-       "Unable to register type 'self': type 'self' of the field 'f' is undefined"},
-      {"new",
-       {{"a", "", "int", 0, 1}, {"a", "", "int", 0, 1}, {"b", "", "int", 0, 1}},
-       2,
+      {"new", nowhere, 3, unable + "'new': type 'nowhere' of the field 'f' is undefined"},
+      {"self", itself, 3, unable + "'self': type 'self' of the field 'f' is undefined"},
+      {"new", twice, 2,
        "[tev_schema_add_type] Failed to register new type 'new': field name 'a' occurs more than "
        "once."},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     const CapturedLog log;
     std::uint8_t index = 77;
     EXPECT_EQ(add(row.name, row.fields, &index), row.status) << row.message;
-    EXPECT_EQ(log.lines(), (std::vector<tev::test::LogLine>{{3, row.message}}));
+    EXPECT_EQ(log.lines(), linesAt(3, {row.message}));
     EXPECT_EQ(index, 77);
     EXPECT_EQ(schema->num_types, 1);
   }
@@ -187,22 +172,18 @@ TEST_F(SchemaTest, MissingArgumentsAreInvalid) {
 
 // The last field's name is never compared.
 TEST_F(SchemaTest, DuplicateFieldNames) {
-  struct Row {
-    std::vector<const char*> names;
-    int status;
-  };
-  const Row rows[] = {
+  const std::pair<std::vector<const char*>, int> rows[] = {
       {{}, 0},
       {{"a", "a"}, 0},
       {{"a", "b", "a"}, 0},
-      {{"a", "a", "b"}, 2},
       {{"a", "b", "a", "b"}, 2},
       {{"a", "b", "c", "c"}, 0},
   };
-  for (std::size_t i = 0; i < std::size(rows); ++i) {
+  int type = 0;
+  for (const auto& [names, status] : rows) {
     Fields fields;
-    for (const char* name : rows[i].names) fields.push_back({name, nullptr, "int", 0, 1});
-    EXPECT_EQ(add(("type" + std::to_string(i)).c_str(), fields), rows[i].status) << "row " << i;
+    for (const char* name : names) fields.push_back({name, nullptr, "int", 0, 1});
+    EXPECT_EQ(add(("type" + std::to_string(type++)).c_str(), fields), status) << type;
   }
 }
 
@@ -229,27 +210,25 @@ TEST_F(SchemaTest, SizesThat64BitsCannotHoldFail) {
 }
 
 TEST_F(SchemaTest, FieldIndexes) {
-  ASSERT_EQ(add("t", {{"a", "", "int", 0, 1},
-                      {"b", "", "int", 0, 1},
-                      {"c", "", "int", 0, 1},
-                      {"a", "", "int", 0, 1}}),
-            TEV_SCHEMA_OK);
-  struct Row {
+  const Fields fields = {{"a", "", "int", 0, 1},
+                         {"b", "", "int", 0, 1},
+                         {"c", "", "int", 0, 1},
+                         {"a", "", "int", 0, 1}};
+  ASSERT_EQ(add("t", fields), TEV_SCHEMA_OK);
+  const struct {
     std::vector<const char*> names;
     std::vector<int> indexes;
-    std::vector<std::string> indexed;
-    const char* message;
-  };
-  const Row rows[] = {
-      {{"c", "a"}, {2, 0, 1, 0}, {"a", "c"}, nullptr},
-      {{"b"}, {0, 1, 0, 0}, {"b"}, nullptr},
+    Texts indexed, messages;
+  } rows[] = {
+      {{"c", "a"}, {2, 0, 1, 0}, {"a", "c"}, {}},
+      {{"b"}, {0, 1, 0, 0}, {"b"}, {}},
       {{"x", "b", nullptr, "c"},
        {0, 1, 2, 0},
        {"b", "c"},
-       "Mismatch in assigned indices: expected 4, but assigned 2 (t)."},
-      {{}, {0, 0, 0, 0}, {}, nullptr},
+       {"Mismatch in assigned indices: expected 4, but assigned 2 (t)."}},
+      {{}, {0, 0, 0, 0}, {}, {}},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     const CapturedLog log;
     const char* none = nullptr;
     const char* const* names = row.names.empty() ? &none : row.names.data();
@@ -257,10 +236,7 @@ TEST_F(SchemaTest, FieldIndexes) {
     for (std::size_t i = 0; i < row.indexes.size(); ++i)
       EXPECT_EQ(schema->types[0]->fields[i]->index, row.indexes[i]) << "field " << i;
     EXPECT_EQ(indexedFields(schema, 0), row.indexed);
-    EXPECT_EQ(log.lines().size(), row.message ? 1u : 0u);
-    if (row.message) {
-      EXPECT_TRUE(log.contains(7, row.message));
-    }
+    EXPECT_EQ(log.lines(), linesAt(7, row.messages));
   }
 }
 
@@ -272,10 +248,9 @@ TEST_F(SchemaTest, FieldIndexesRefuseInvalidArguments) {
   EXPECT_EQ(tev_schema_set_field_indexes(schema, 0, nullptr, 1), TEV_SCHEMA_INVALID);
   EXPECT_EQ(tev_schema_set_field_indexes(schema, 1, names, 1), TEV_SCHEMA_INVALID);
   EXPECT_EQ(log.texts(3),
-            (std::vector<std::string>{
-                "[tev_schema_set_field_indexes] Schema pointer is NULL!",
-                "[tev_schema_set_field_indexes] Index names array is NULL!",
-                "[tev_schema_set_field_indexes] Invalid type_index: 1 (out of range, max: 0)"}));
+            (Texts{"[tev_schema_set_field_indexes] Schema pointer is NULL!",
+                   "[tev_schema_set_field_indexes] Index names array is NULL!",
+                   "[tev_schema_set_field_indexes] Invalid type_index: 1 (out of range, max: 0)"}));
 
   std::size_t count = 5;
   EXPECT_EQ(tev_schema_get_indexed_fields(schema, 0, nullptr), nullptr);
@@ -299,10 +274,9 @@ TEST_F(TypeSystem, HoldsAtMost255Schemas) {
   EXPECT_EQ(tev_type_system_remove_last_schema(types.get()), 254);
   EXPECT_NE(tev_type_system_add_schema(types.get(), "more", 1, &index), nullptr);
   EXPECT_EQ(index, 254);
-}
 
-TEST_F(TypeSystem, RemovingFromAnEmptyOneDoesNothing) {
-  EXPECT_EQ(tev_type_system_remove_last_schema(types.get()), 0);
+  for (int last = 254; last >= 0; --last)
+    EXPECT_EQ(tev_type_system_remove_last_schema(types.get()), last);
   EXPECT_EQ(tev_type_system_remove_last_schema(types.get()), 0);
   EXPECT_EQ(tev_type_system_remove_last_schema(nullptr), 0);
 }
@@ -342,8 +316,9 @@ std::string goldenText(const std::string& name) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-TEST_F(SchemaId, GoldenMultipathEvents) {
-  tev_schema_t* golden = tev_type_system_add_schema(types.get(), "multipath_events", 1, nullptr);
+TEST_F(SchemaId, Golden) {
+  tev_schema_t* events = tev_type_system_add_schema(types.get(), "multipath_events", 1, nullptr);
+  tev_schema_t* mixed = tev_type_system_add_schema(types.get(), "mixed modes", 131844, nullptr);
   const Fields device = {
       {"device_name", "Device Name", "char", TEV_VALUE_ABSOLUTE, 12},
       {"rx_pkts", "received packets", "uint32_t", TEV_VALUE_ABSOLUTE, 1},
@@ -353,29 +328,23 @@ TEST_F(SchemaId, GoldenMultipathEvents) {
                         {"plane", "Plane ID", "uint8_t", TEV_VALUE_ABSOLUTE, 1},
                         {"tx_bytes", "transmitted bytes", "uint32_t", TEV_VALUE_ABSOLUTE, 1},
                         {"rtt", "round trip\ttime \\ us", "uint32_t", TEV_VALUE_ABSOLUTE, 1}};
-  const char* keys[] = {"device_name", "plane"};
-  ASSERT_EQ(tev_schema_add_type(golden, "multipath_event_device", device.data(), 4, nullptr), 0);
-  ASSERT_EQ(tev_schema_add_type(golden, "multipath_event_plane", plane.data(), 4, nullptr), 0);
-  ASSERT_EQ(tev_schema_set_field_indexes(golden, 0, keys, 1), 0);
-  ASSERT_EQ(tev_schema_set_field_indexes(golden, 1, keys, 2), 0);
-
-  EXPECT_EQ(tev::schema::jsonText(*golden), goldenText("multipath_events.json"));
-  tev_type_system_update_md5_hashes(types.get());
-  EXPECT_STREQ(golden->id_string, "ad5427b4571fff4a6a6a14ee4323e079");
-}
-
-TEST_F(SchemaId, GoldenMixedModes) {
-  tev_schema_t* golden = tev_type_system_add_schema(types.get(), "mixed modes", 131844, nullptr);
   const Fields sample = {{"a", "", "uint64_t", TEV_VALUE_RUNNING_SUM, 1},
                          {"name", "a name", "char", TEV_VALUE_ABSOLUTE, 64},
                          {"pair", "two words", "uint32_t", TEV_VALUE_DELTA, 2}};
-  const char* keys[] = {"name"};
-  ASSERT_EQ(tev_schema_add_type(golden, "sample", sample.data(), 3, nullptr), 0);
-  ASSERT_EQ(tev_schema_set_field_indexes(golden, 0, keys, 1), 0);
+  const char* keys[] = {"device_name", "plane"};
+  const char* name[] = {"name"};
+  ASSERT_EQ(tev_schema_add_type(events, "multipath_event_device", device.data(), 4, nullptr), 0);
+  ASSERT_EQ(tev_schema_add_type(events, "multipath_event_plane", plane.data(), 4, nullptr), 0);
+  ASSERT_EQ(tev_schema_add_type(mixed, "sample", sample.data(), 3, nullptr), 0);
+  ASSERT_EQ(tev_schema_set_field_indexes(events, 0, keys, 1), 0);
+  ASSERT_EQ(tev_schema_set_field_indexes(events, 1, keys, 2), 0);
+  ASSERT_EQ(tev_schema_set_field_indexes(mixed, 0, name, 1), 0);
 
-  EXPECT_EQ(tev::schema::jsonText(*golden), goldenText("mixed.json"));
+  EXPECT_EQ(tev::schema::jsonText(*events), goldenText("multipath_events.json"));
+  EXPECT_EQ(tev::schema::jsonText(*mixed), goldenText("mixed.json"));
   tev_type_system_update_md5_hashes(types.get());
-  EXPECT_STREQ(golden->id_string, "e31ae2712f86f663789450636ba4e4b4");
+  EXPECT_STREQ(events->id_string, "ad5427b4571fff4a6a6a14ee4323e079");
+  EXPECT_STREQ(mixed->id_string, "e31ae2712f86f663789450636ba4e4b4");
 }
 
 TEST_F(SchemaId, StaysUnsetWithoutTypes) {
@@ -417,11 +386,7 @@ TEST_F(SchemaJson, TextsWithoutAFormLeaveTheirKeyOut) {
 }
 
 TEST_F(SchemaJson, Escapes) {
-  struct Row {
-    const char* text;
-    const char* json;
-  };
-  const Row rows[] = {
+  const std::pair<const char*, const char*> rows[] = {
       {"\b\f\n\r\t", R"("\b\f\n\r\t")"},
       {"\x01\x1f\x7f", "\"\\u0001\\u001f\x7f\""},
       {"a/b//", R"("a\/b\/\/")"},
@@ -432,16 +397,14 @@ TEST_F(SchemaJson, Escapes) {
       {"\xC3", nullptr},              // cut
       {"", "\"\""},
   };
-  for (std::size_t i = 0; i < std::size(rows); ++i) {
+  for (const auto& [text, json] : rows) {
     tev_schema_t* one = tev_type_system_add_schema(types.get(), "one", 1, nullptr);
-    const tev_type_field_info_t field = {"f", rows[i].text, "int", 0, 1};
+    const tev_type_field_info_t field = {"f", text, "int", 0, 1};
     ASSERT_EQ(tev_schema_add_type(one, "t", &field, 1, nullptr), 0);
-    const std::string text = tev::schema::jsonText(*one).value();
+    const std::string all = tev::schema::jsonText(*one).value();
     const std::string key = "\"description\": ";
-    if (rows[i].json)
-      EXPECT_NE(text.find(key + rows[i].json + ",\n"), std::string::npos) << "row " << i << text;
-    else
-      EXPECT_EQ(text.find(key), std::string::npos) << "row " << i << text;
+    EXPECT_EQ(all.find(key) != std::string::npos, json != nullptr) << text;
+    EXPECT_TRUE(!json || all.find(key + json + ",\n") != std::string::npos) << all;
   }
 }
 
@@ -450,15 +413,12 @@ TEST(SchemaIdText, RoundTripAndRefusals) {
   tev_schema_id_t id{};
   ASSERT_TRUE(tev_schema_from_id_string(text.c_str(), &id));
   for (int i = 0; i < 16; ++i) EXPECT_EQ(id.bytes[i], i * 0x11);
-  char* const back = tev_schema_id_string(&id);
-  EXPECT_EQ(back, text);
-  std::free(back);
+  EXPECT_EQ(tev::support::MallocPtr<char>(tev_schema_id_string(&id)).get(), text);
 
   const tev_schema_id_t before = id;
-  const std::string refused[] = {"",         text.substr(1),        text + "0",
-                                 text + " ", "g" + text.substr(1),  text.substr(1) + "g",
-                                 " " + text, "0x" + text.substr(2), "+1" + text.substr(2)};
-  for (const std::string& wrong : refused) {
+  for (const std::string& wrong :
+       {std::string(), text.substr(1), text + "0", text + " ", "g" + text.substr(1),
+        text.substr(1) + "g", " " + text, "0x" + text.substr(2), "+1" + text.substr(2)}) {
     EXPECT_FALSE(tev_schema_from_id_string(wrong.c_str(), &id)) << wrong;
     EXPECT_EQ(tev_compare_schema_id(&id, &before), 0) << wrong;
   }
