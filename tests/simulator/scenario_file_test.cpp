@@ -132,16 +132,9 @@ TEST_F(ScenarioFile, SeedOfTheEnvironmentMustBeANumber) {
 
 TEST_F(ScenarioFile, RefusalGoesToTheLogToo) {
   load("{");
-  char* text = nullptr;
-  std::size_t size = 0;
-  std::FILE* const stream = open_memstream(&text, &size);
-  vuna_log_backend* backend = nullptr;
-  ASSERT_EQ(sdk->vuna_log_backend_create_with_file_sdk(stream, &backend), kVunaSuccess);
-  const std::string reason = refusal();
-  unload();
-  std::fclose(stream);
-  EXPECT_EQ(text, "[vuna-sim] [error] " + reason + "\n");
-  free(text);
+  std::string reason;
+  const std::string log = logged([&](vuna_log_backend*) { reason = refusal(); });
+  EXPECT_EQ(log, "[vuna-sim] [error] " + reason + "\n");
 }
 
 // The first block of code of docs/simulator.md that is marked as JSON.
@@ -203,75 +196,58 @@ TEST_F(ScenarioFile, DevicesAnswerAsWritten) {
   EXPECT_EQ(std::memcmp(name, "R\xff\0001\0xx", 8), 0);
   EXPECT_EQ(sdk->vuna_telemetry_mp_cap_is_supported(info), 6U);
 
-  std::uint32_t number = 0;
-  EXPECT_EQ(sdk->vuna_telemetry_mp_cap_get_max_algo_slots(info, &number), kVunaSuccess);
-  EXPECT_EQ(number, UINT32_MAX);
-  EXPECT_EQ(sdk->vuna_telemetry_mp_cap_get_max_num_counters(info, &number), kVunaSuccess);
-  EXPECT_EQ(number, 257U);
-  EXPECT_EQ(sdk->vuna_telemetry_mp_cap_get_max_algo_info_len(info, &number), kVunaSuccess);
-  EXPECT_EQ(number, 5U);
-  EXPECT_EQ(sdk->vuna_telemetry_mp_cap_get_max_counter_info_len(info, &number), kVunaSuccess);
-  EXPECT_EQ(number, std::strlen(", odd,, line, plane 1") + 1);
+  EXPECT_EQ(number(sdk->vuna_telemetry_mp_cap_get_max_algo_slots, info), UINT32_MAX);
+  EXPECT_EQ(number(sdk->vuna_telemetry_mp_cap_get_max_num_counters, info), 257U);
+  EXPECT_EQ(number(sdk->vuna_telemetry_mp_cap_get_max_algo_info_len, info), 5U);
+  EXPECT_EQ(number(sdk->vuna_telemetry_mp_cap_get_max_counter_info_len, info),
+            std::strlen(", odd,, line, plane 1") + 1);
 
-  struct Row {
+  const struct {
     std::uint32_t slot;
     vuna_status id, enable;
     bool algo, counters;
-  };
-  for (const auto& [slot, id, enable, algo, counters] :
-       {Row{0, 18, 18, false, false}, Row{1, 0, 21, false, false}, Row{2, 0, 0, false, true},
-        Row{3, 7, 7, false, false}, Row{4, 0, 0, true, true}, Row{5, 18, 18, false, false},
-        Row{UINT32_MAX, 18, 18, false, false}}) {
-    std::uint8_t algo_enabled = 0;
-    std::uint8_t counters_enabled = 0;
-    EXPECT_EQ(sdk->vuna_telemetry_mp_get_algo_id(mp, slot, &number), id) << slot;
-    EXPECT_EQ(
-        sdk->vuna_telemetry_mp_get_algo_enable_status(mp, slot, &algo_enabled, &counters_enabled),
-        enable);
-    EXPECT_EQ(algo_enabled, algo) << slot;
-    EXPECT_EQ(counters_enabled, counters) << slot;
+  } rows[] = {{0, 18, 18, false, false}, {1, 0, 21, false, false},
+              {2, 0, 0, false, true},    {3, 7, 7, false, false},
+              {5, 18, 18, false, false}, {UINT32_MAX, 18, 18, false, false},
+              {4, 0, 0, true, true}};
+  std::uint32_t n = 0;
+  for (const auto& [slot, id, enable, algo, counters] : rows) {
+    SCOPED_TRACE(slot);
+    std::uint8_t algo_on = 0, counters_on = 0;
+    EXPECT_EQ(sdk->vuna_telemetry_mp_get_algo_id(mp, slot, &n), id);
+    EXPECT_EQ(sdk->vuna_telemetry_mp_get_algo_enable_status(mp, slot, &algo_on, &counters_on),
+              enable);
+    EXPECT_EQ(algo_on, algo);
+    EXPECT_EQ(counters_on, counters);
   }
-
-  sdk->vuna_telemetry_mp_get_algo_id(mp, 4, &number);
-  EXPECT_EQ(number, 9U);
-  sdk->vuna_telemetry_mp_get_algo_major_version(mp, 4, &number);
-  EXPECT_EQ(number, 8U);
-  sdk->vuna_telemetry_mp_get_algo_minor_version(mp, 4, &number);
-  EXPECT_EQ(number, UINT32_MAX);
-  sdk->vuna_telemetry_mp_get_num_counters(mp, 4, &number);
-  EXPECT_EQ(number, 300U);
+  EXPECT_EQ(n, 9U);
+  EXPECT_EQ(number(sdk->vuna_telemetry_mp_get_algo_major_version, mp, 4), 8U);
+  EXPECT_EQ(number(sdk->vuna_telemetry_mp_get_algo_minor_version, mp, 4), UINT32_MAX);
+  EXPECT_EQ(number(sdk->vuna_telemetry_mp_get_num_counters, mp, 4), 300U);
   char text[64] = "";
   EXPECT_EQ(sdk->vuna_telemetry_mp_get_algo_info(mp, 4, text), kVunaSuccess);
   EXPECT_STREQ(text, "four");
-  EXPECT_EQ(sdk->vuna_telemetry_mp_get_counter_info(mp, 4, 1, text), kVunaSuccess);
-  EXPECT_STREQ(text, ", odd,, line, plane 1");
-  EXPECT_EQ(sdk->vuna_telemetry_mp_get_counter_info(mp, 4, 2, text), kVunaSuccess);
-  EXPECT_STREQ(text, "z");
+  EXPECT_EQ(counterText(mp, 4, 1), ", odd,, line, plane 1");
+  EXPECT_EQ(counterText(mp, 4, 2), "z");
   EXPECT_NE(sdk->vuna_telemetry_mp_get_counter_info(mp, 4, 3, text), kVunaSuccess);
 }
 
 // Texts are cut at the length that was reported, and go without a NUL where the scenario says so.
 TEST_F(ScenarioFile, TextsEndAtTheReportedLength) {
-  struct Row {
-    const char* keys;
-    const char* expected;  // of "counter" over "########"
-  };
-  for (const auto& [keys, expected] :
-       {Row{"'max_counter_info_len':8", "counter\0"}, Row{"'max_counter_info_len':4", "cou\0####"},
-        Row{"'max_counter_info_len':1", "\0#######"},
-        Row{"'max_counter_info_len':0", "########"}}) {
-    for (const bool unterminated : {false, true}) {
-      load("{'devices':[{'ibdev_name':'a','slots':[{'unterminated':" +
-           std::string(unterminated ? "true" : "false") + ",'counters':[{'text':'counter'}]}]," +
-           keys + "}]}");
+  const std::pair<const char*, const char*> rows[] = {
+      {"8", "counter\0"}, {"4", "cou\0####"}, {"1", "\0#######"}, {"0", "########"}};
+  for (const auto& [length, expected] : rows) {
+    for (const std::string unterminated : {"false", "true"}) {
+      load("{'devices':[{'ibdev_name':'a','max_counter_info_len':" + std::string(length) +
+           ",'slots':[{'unterminated':" + unterminated + ",'counters':[{'text':'counter'}]}]}]}");
       vuna_telemetry_mp* const mp = start();
       char text[] = "########";
       EXPECT_EQ(sdk->vuna_telemetry_mp_get_counter_info(mp, 0, 0, text), kVunaSuccess);
       std::string wanted(expected, 8);
-      if (unterminated)
+      if (unterminated == "true")
         for (std::size_t i = 0; i < 8; ++i)
           if (wanted[i] == '\0') wanted[i] = i < 7 ? "counter"[i] : '#';
-      EXPECT_EQ(std::string(text, 8), wanted) << keys << unterminated;
+      EXPECT_EQ(std::string(text, 8), wanted) << length << unterminated;
     }
   }
 }

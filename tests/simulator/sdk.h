@@ -125,6 +125,36 @@ class SimulatorTest : public ::testing::Test {
     return values;
   }
 
+  // The number that a call gives, the last of its arguments.
+  template <class... Parameters, class... Arguments>
+  static std::uint32_t number(vuna_status (*function)(Parameters...), Arguments... arguments) {
+    std::uint32_t number = 0;
+    EXPECT_EQ(function(arguments..., &number), kVunaSuccess);
+    return number;
+  }
+  std::string counterText(const vuna_telemetry_mp* mp, std::uint32_t slot, std::uint8_t counter) {
+    char text[256] = "";
+    auto* const context = const_cast<vuna_telemetry_mp*>(mp);
+    EXPECT_EQ(sdk->vuna_telemetry_mp_get_counter_info(context, slot, counter, text), kVunaSuccess);
+    return text;
+  }
+
+  // The SDK's log of what `body` does with it, and of its end.
+  template <class Body>
+  std::string logged(const Body& body) {
+    char* text = nullptr;
+    std::size_t size = 0;
+    std::FILE* const stream = open_memstream(&text, &size);
+    vuna_log_backend* backend = nullptr;
+    EXPECT_EQ(sdk->vuna_log_backend_create_with_file_sdk(stream, &backend), kVunaSuccess);
+    body(backend);
+    unload();
+    std::fclose(stream);
+    const std::string log(text, size);
+    free(text);
+    return log;
+  }
+
   std::string trace() const {
     std::ifstream file(trace_path());
     return {std::istreambuf_iterator<char>(file), {}};
