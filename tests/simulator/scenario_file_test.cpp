@@ -13,98 +13,79 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-std::string oneDevice(const std::string& slot) {
-  return "{'devices':[\n{'ibdev_name':'a','slots':[\n{" + slot + "}\n]}\n]}";
+std::string slot(const std::string& text) {
+  return "{'devices':[\n{'ibdev_name':'a','slots':[\n{" + text + "}\n]}\n]}";
 }
-std::string oneCounter(const std::string& law) {
-  return oneDevice("'counters':[\n{'text':'x, y',\n'law':{" + law + "}}]");
+std::string counter(const std::string& law) {
+  return slot("'counters':[\n{'text':'x, y',\n'law':{" + law + "}}]");
 }
-std::string oneFault(const std::string& fault) {
-  return "{'devices':[{'ibdev_name':'a'}],'faults':[\n{" + fault + "}]}";
+std::string fault(const std::string& text) {
+  return "{'devices':[{'ibdev_name':'a'}],'faults':[\n{" + text + "}]}";
 }
-
-struct Broken {
-  const char* name;
-  std::string text;
-  int line;
-  const char* reason;
-};
-void PrintTo(const Broken& broken, std::ostream* out) {
-  *out << broken.name;
-}
-
-class BrokenScenario : public SimulatorTest, public ::testing::WithParamInterface<Broken> {};
-
-TEST_P(BrokenScenario, IsRefusedWithFileLineAndReason) {
-  load(GetParam().text);
-  const std::string text = refusal();
-  EXPECT_THAT(text, StartsWith("scenario " + tree.path("scenario.json") + ":" +
-                               std::to_string(GetParam().line) + ": "));
-  EXPECT_THAT(text, HasSubstr(GetParam().reason));
-}
-
-const Broken kBroken[] = {
-    {"Empty", "", 1, "syntax error"},
-    {"NotAnObject", "\n[]", 2, "must be an object, not an array"},
-    {"CutOff", "{\n'devices':[\n", 2, "syntax error"},
-    {"MissingComma", "{'seed':1\n'clock':'real'}", 2, "syntax error"},
-    {"TextBehind", "{'devices':[]}\n\nx", 3, "syntax error"},
-    {"NotUtf8", "{'devices':[],\n'\xff':1}", 2, "UTF-8"},
-    {"HugeReal", "{'devices':[],\n'seed':1e999}", 2, "number overflow"},
-    {"DuplicateKey", "{'seed':1,\n'seed':2}", 2, "key \"seed\" is given twice"},
-    {"TooDeep", "{'devices':\n" + std::string(100'000, '['), 2, "nested too deeply"},
-    {"NoDevices", "\n{}", 2, "either \"devices\" or \"base\""},
-    {"DevicesAndBase", "{'devices':[],'base':'default'}", 1, "either \"devices\" or \"base\""},
-    {"UnknownBase", "{\n'base':'nothing'}", 2, "base: must be \"default\" or \"netdev\""},
-    {"UnknownKey", "{'devices':[],\n'sede':1}", 2, "unknown key \"sede\""},
-    {"UnknownDeviceKey", "{'devices':[\n{'ibdev_name':'a',\n'x':1}]}", 3,
-     "devices[0]: unknown key"},
-    {"UnknownSlotKey", oneDevice("'algo_id':1,\n'coutners':[]"), 4,
-     "devices[0].slots[0]: unknown key \"coutners\""},
-    {"UnknownLawKey", oneCounter("'type':'constant','value':1,\n'slope':2"), 6,
-     "law: unknown key \"slope\""},
-    {"NumberAsText", "{'devices':[],\n'seed':'1'}", 2, "seed: must be a whole number"},
-    {"LineOfANumberAtALineEnd", "{'devices':[],'seed':-1\n}", 1, "seed: must be a whole number"},
-    {"NegativeStatus", oneDevice("'status':-18"), 3, "status: must be a whole number from 0"},
-    {"FractionOfAStatus", oneDevice("'status':18.5"), 3, "status: must be a whole number"},
-    {"StatusOf33Bits", oneDevice("'status':4294967296"), 3, "from 0 to 4294967295"},
-    {"FlagAsNumber", oneDevice("'algo_enabled':1"), 3, "must be true or false, not a number"},
-    {"CountersAsObject", oneDevice("'counters':{}"), 3, "must be an array, not an object"},
-    {"NamelessDevice", "{'devices':[\n{}]}", 2, "devices[0]: key \"ibdev_name\" is missing"},
-    {"ByteOf256", "{'devices':[{'ibdev_name':[65,\n256]}]}", 2, "ibdev_name[1]: must be"},
-    {"NulInAString", "{'devices':[{'ibdev_name':'\\u0000'}]}", 1, "must not hold a NUL"},
-    {"LongText", oneDevice("'info':'" + std::string(4097, 'x') + "'"), 3, "longer than 4096"},
-    {"TooManyCounters",
-     oneDevice("'counters':[{'text':'a','planes':250},\n{'text':'b','planes':7}]"), 4,
-     "at most 256 counters"},
-    {"NoPlanes", oneDevice("'counters':[{'text':'a','planes':0}]"), 3, "from 1 to 256"},
-    {"UnknownLaw", oneCounter("'type':'cosine'"), 5, "unknown law \"cosine\""},
-    {"LawWithoutType", oneCounter("'value':1"), 5, "key \"type\" is missing"},
-    {"RampWithBoth", oneCounter("'type':'ramp','per_second':1,'per_sample':1"), 5, "either"},
-    {"RampTooSteep", oneCounter("'type':'ramp','per_second':1000000000001"), 5,
-     "per_second: must be"},
-    {"SineWithoutPeriod", oneCounter("'type':'sine','mean':1,'amplitude':1,\n'period_seconds':0"),
-     6, "period_seconds: must be a number from"},
-    {"WalkOutsideItsRange", oneCounter("'type':'random_walk','start':5,'step':1,'max':4"), 5,
-     "from \"min\" to \"max\""},
-    {"UnknownClock", "{'devices':[],\n'clock':'sundial'}", 2, "clock: must be \"real\""},
-    {"StatusNameOfNoStatus", "{'devices':[],'status_names':{\n'x':'y'}}", 2, "no status number"},
-    {"UnknownFunction", oneFault("'function':'vuna_dev_opne','call':1"), 2, "unknown function"},
-    {"CallZero", oneFault("'function':'vuna_dev_open',\n'call':0"), 3, "faults[0].call: must be"},
-    {"CallSometimes", oneFault("'function':'vuna_dev_open','call':'some'"), 2, "\"every\""},
-    {"FaultOfNobody", oneFault("'function':'vuna_dev_open','call':1,\n'device':'b'"), 3,
-     "no device has this name"},
-    {"FaultAboutNoDevice", oneFault("'function':'vuna_error_get_name','call':1,'device':'a'"), 2,
-     "about no device"},
-    {"NumberFromOpen", oneFault("'function':'vuna_dev_open','call':1,'deliver':3"), 2,
-     "no number to deliver"},
-    {"UnknownDelivery", oneFault("'function':'vuna_dev_open','call':1,'deliver':'it'"), 2,
-     "deliver: must be"},
-};
-INSTANTIATE_TEST_SUITE_P(All, BrokenScenario, ::testing::ValuesIn(kBroken),
-                         [](const auto& param_info) { return std::string(param_info.param.name); });
 
 class ScenarioFile : public SimulatorTest {};
+
+TEST_F(ScenarioFile, BrokenOnesAreRefusedWithFileLineAndReason) {
+  const struct {
+    std::string text;
+    int line;
+    const char* reason;
+  } rows[] = {
+      {"", 1, "syntax error"},
+      {"\n[]", 2, "must be an object, not an array"},
+      {"{\n'devices':[\n", 2, "syntax error"},
+      {"{'seed':1\n'clock':'real'}", 2, "syntax error"},
+      {"{'devices':[]}\n\nx", 3, "syntax error"},
+      {"{'devices':[],\n'\xff':1}", 2, "UTF-8"},
+      {"{'devices':[],\n'seed':1e999}", 2, "number overflow"},
+      {"{'seed':1,\n'seed':2}", 2, "key \"seed\" is given twice"},
+      {"{'devices':\n" + std::string(100'000, '['), 2, "nested too deeply"},
+      {"\n{}", 2, "either \"devices\" or \"base\""},
+      {"{'devices':[],'base':'default'}", 1, "either \"devices\" or \"base\""},
+      {"{\n'base':'nothing'}", 2, "base: must be \"default\" or \"netdev\""},
+      {"{'devices':[],\n'sede':1}", 2, "unknown key \"sede\""},
+      {"{'devices':[\n{'ibdev_name':'a',\n'x':1}]}", 3, "devices[0]: unknown key"},
+      {slot("'algo_id':1,\n'coutners':[]"), 4, "devices[0].slots[0]: unknown key \"coutners\""},
+      {counter("'type':'constant','value':1,\n'slope':2"), 6, "law: unknown key \"slope\""},
+      {"{'devices':[],\n'seed':'1'}", 2, "seed: must be a whole number"},
+      {"{'devices':[],'seed':-1\n}", 1, "seed: must be a whole number"},
+      {slot("'status':-18"), 3, "status: must be a whole number from 0"},
+      {slot("'status':18.5"), 3, "status: must be a whole number"},
+      {slot("'status':4294967296"), 3, "from 0 to 4294967295"},
+      {slot("'algo_enabled':1"), 3, "must be true or false, not a number"},
+      {slot("'counters':{}"), 3, "must be an array, not an object"},
+      {"{'devices':[\n{}]}", 2, "devices[0]: key \"ibdev_name\" is missing"},
+      {"{'devices':[{'ibdev_name':[65,\n256]}]}", 2, "ibdev_name[1]: must be"},
+      {"{'devices':[{'ibdev_name':'\\u0000'}]}", 1, "must not hold a NUL"},
+      {slot("'info':'" + std::string(4097, 'x') + "'"), 3, "longer than 4096"},
+      {slot("'counters':[{'text':'a','planes':250},\n{'text':'b','planes':7}]"), 4,
+       "at most 256 counters"},
+      {slot("'counters':[{'text':'a','planes':0}]"), 3, "from 1 to 256"},
+      {counter("'type':'cosine'"), 5, "unknown law \"cosine\""},
+      {counter("'value':1"), 5, "key \"type\" is missing"},
+      {counter("'type':'ramp','per_second':1,'per_sample':1"), 5, "either"},
+      {counter("'type':'ramp','per_second':1000000000001"), 5, "per_second: must be"},
+      {counter("'type':'sine','mean':1,'amplitude':1,\n'period_seconds':0"), 6,
+       "period_seconds: must be a number from"},
+      {counter("'type':'random_walk','start':5,'step':1,'max':4"), 5, "from \"min\" to \"max\""},
+      {"{'devices':[],\n'clock':'sundial'}", 2, "clock: must be \"real\""},
+      {"{'devices':[],'status_names':{\n'x':'y'}}", 2, "no status number"},
+      {fault("'function':'vuna_dev_opne','call':1"), 2, "unknown function"},
+      {fault("'function':'vuna_dev_open',\n'call':0"), 3, "faults[0].call: must be"},
+      {fault("'function':'vuna_dev_open','call':'some'"), 2, "\"every\""},
+      {fault("'function':'vuna_dev_open','call':1,\n'device':'b'"), 3, "no device has this name"},
+      {fault("'function':'vuna_error_get_name','call':1,'device':'a'"), 2, "about no device"},
+      {fault("'function':'vuna_dev_open','call':1,'deliver':3"), 2, "no number to deliver"},
+      {fault("'function':'vuna_dev_open','call':1,'deliver':'it'"), 2, "deliver: must be"},
+  };
+  for (const auto& row : rows) {
+    load(row.text);
+    const std::string start = "scenario " + tree.path("scenario.json") + ":";
+    const std::string text = refusal();
+    EXPECT_THAT(text, StartsWith(start + std::to_string(row.line) + ": ")) << row.reason;
+    EXPECT_THAT(text, HasSubstr(row.reason));
+  }
+}
 
 TEST_F(ScenarioFile, WhatIsNoFileIsRefused) {
   ASSERT_EQ(mkfifo(tree.path("pipe").c_str(), 0600), 0);
@@ -139,8 +120,7 @@ TEST_F(ScenarioFile, RefusalGoesToTheLogToo) {
 
 // The first block of code of docs/simulator.md that is marked as JSON.
 std::string documentedExample() {
-  std::ifstream file(TEST_DATA "/../../docs/simulator.md");
-  std::string text{std::istreambuf_iterator<char>(file), {}};
+  const std::string text = tev::test::readAll(TEST_DATA "/../../docs/simulator.md");
   const std::size_t begin = text.find("```json\n");
   if (begin == std::string::npos) return "";
   return text.substr(begin + 8, text.find("```", begin + 8) - begin - 8);

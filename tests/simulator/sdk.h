@@ -77,10 +77,6 @@ class SimulatorTest : public ::testing::Test {
     setenv("VUNA_SIMULATOR_SCENARIO", scenario.c_str(), 1);
     sdk = std::make_unique<Sdk>();
   }
-  void loadUntraced(const std::string& json) {
-    unsetenv("VUNA_SIMULATOR_TRACE");
-    load(json);
-  }
   // Nothing may keep the library in the process.
   void unload() {
     sdk.reset();
@@ -132,10 +128,9 @@ class SimulatorTest : public ::testing::Test {
     EXPECT_EQ(function(arguments..., &number), kVunaSuccess);
     return number;
   }
-  std::string counterText(const vuna_telemetry_mp* mp, std::uint32_t slot, std::uint8_t counter) {
+  std::string counterText(vuna_telemetry_mp* mp, std::uint32_t slot, std::uint8_t counter) {
     char text[256] = "";
-    auto* const context = const_cast<vuna_telemetry_mp*>(mp);
-    EXPECT_EQ(sdk->vuna_telemetry_mp_get_counter_info(context, slot, counter, text), kVunaSuccess);
+    EXPECT_EQ(sdk->vuna_telemetry_mp_get_counter_info(mp, slot, counter, text), kVunaSuccess);
     return text;
   }
 
@@ -155,10 +150,7 @@ class SimulatorTest : public ::testing::Test {
     return log;
   }
 
-  std::string trace() const {
-    std::ifstream file(trace_path());
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  std::string trace() const { return tev::test::readAll(trace_path()); }
   // Lines of the trace that begin with a word.
   std::vector<std::string> traced(const std::string& word) const {
     std::istringstream lines(trace());
