@@ -21,6 +21,8 @@ using namespace tev::test;
 using testing::ElementsAre;
 using tev::ProviderCounterSet;
 using tev::ProviderFieldSet;
+using CounterSetPtr = Owned<tev_provider_counter_set_t, tev_provider_counter_set_destroy>;
+using FieldSetPtr = Owned<tev_provider_field_set_t, tev_provider_field_set_destroy>;
 using OwnText = tev::support::MallocPtr<char>;
 
 Texts patternsOf(const ProviderCounterSet& set) {
@@ -98,12 +100,10 @@ TYPED_TEST(SetFiles, ThatCannotBeUsedAreNamed) {
 
 TEST(SetHandles, AnswerAsTheSetsDo) {
   TempTree tree;
-  const auto counters_file = tree.write("counters.cset", "rx_bytes\n^tx_=TX\n_drops$=drops\n");
+  const auto counters_file = tree.write("counters.cset", "rx_bytes\n^tx_=TX\n");
   const auto fields_file = tree.write("fields.fset", "[event_*]\n^rx\n");
-  const Owned<tev_provider_counter_set_t, tev_provider_counter_set_destroy> counters(
-      tev_provider_counter_set_create());
-  const Owned<tev_provider_field_set_t, tev_provider_field_set_destroy> fields(
-      tev_provider_field_set_create());
+  const CounterSetPtr counters(tev_provider_counter_set_create());
+  const FieldSetPtr fields(tev_provider_field_set_create());
   auto* const c = counters.get();
   auto* const f = fields.get();
   ASSERT_TRUE(c && f);
@@ -187,10 +187,8 @@ TEST(SetHandles, MissingHandlesAndObjectsAreReported) {
 }
 
 TEST(SetHandles, ArgumentsAndFailuresAreReported) {
-  const Owned<tev_provider_counter_set_t, tev_provider_counter_set_destroy> counters(
-      tev_provider_counter_set_create());
-  const Owned<tev_provider_field_set_t, tev_provider_field_set_destroy> fields(
-      tev_provider_field_set_create());
+  const CounterSetPtr counters(tev_provider_counter_set_create());
+  const FieldSetPtr fields(tev_provider_field_set_create());
   auto* const c = counters.get();
   auto* const f = fields.get();
   const char* const none[] = {"#"};
