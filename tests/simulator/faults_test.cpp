@@ -36,11 +36,9 @@ TEST_F(Faults, EachFunctionCanFailAtItsSecondCall) {
     char text[64] = "";
     vuna_log_backend* backend = nullptr;
     // Everything in the order in which it is used, twice over.
-#define CALL(name, ...)                        \
-  {                                            \
-#name, [&] { return s.name(__VA_ARGS__); } \
-  }
-    const std::vector<std::pair<std::string, std::function<vuna_status()>>> calls = {
+#define CALL(name, ...) Call(#name, [&] { return s.name(__VA_ARGS__); })
+    using Call = std::pair<std::string, std::function<vuna_status()>>;
+    const Call calls[] = {
         {"vuna_error_get_name", [&] { return s.vuna_error_get_name(1) ? 0 : kNull; }},
         CALL(vuna_log_backend_create_with_file_sdk, stderr, &backend),
         CALL(vuna_log_backend_set_sdk_level, backend, 10),
