@@ -140,17 +140,15 @@ TEST_F(Lifecycle, CallsMayComeFromManyThreads) {
     for (int round = 0; round < 50; ++round) {
       vuna_dev* own = nullptr;
       vuna_telemetry_mp* mp = nullptr;
-      wrong += sdk->vuna_dev_open(list[0], &own) != 0;
-      wrong += sdk->vuna_telemetry_mp_create(own, &mp) != 0;
-      wrong += sdk->vuna_telemetry_mp_start(mp) != 0;
+      wrong += sdk->vuna_dev_open(list[0], &own) || sdk->vuna_telemetry_mp_create(own, &mp) ||
+               sdk->vuna_telemetry_mp_start(mp);
       for (std::uint32_t n = 0; n < 50; ++n) {
         std::uint32_t filled = 0, values[3] = {};
-        wrong += sdk->vuna_telemetry_mp_get_counters(mp, 1, &filled, values) != 0;
-        wrong += filled != 3 || values[2] != n;
+        wrong += sdk->vuna_telemetry_mp_get_counters(mp, 1, &filled, values) || filled != 3 ||
+                 values[2] != n;
       }
-      wrong += sdk->vuna_telemetry_mp_stop(mp) != 0;
-      wrong += sdk->vuna_telemetry_mp_destroy(mp) != 0;
-      wrong += sdk->vuna_dev_close(own) != 0;
+      wrong += sdk->vuna_telemetry_mp_stop(mp) || sdk->vuna_telemetry_mp_destroy(mp) ||
+               sdk->vuna_dev_close(own);
       sdk->vuna_dev_close(own);
     }
   });
