@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -88,21 +89,21 @@ TEST_F(SerializerTest, BlockBytes) {
   EXPECT_EQ(std::string(buffer_.begin(), buffer_.begin() + 40), expected);
 }
 
-// With 7 bytes used already; how many of five events are written for a room behind the header.
+// With 7 bytes used already, for a room behind the header.
 TEST_F(SerializerTest, RoomDecidesHowManyEventsAreWritten) {
-  const std::pair<std::uint64_t, int> rows[] = {{0, 0},  {9, 0},  {10, 1}, {19, 1}, {20, 2},
-                                                {49, 4}, {50, 5}, {51, 5}, {400, 5}};
-  for (const auto& [room, written] : rows) {
-    SCOPED_TRACE(room);
-    std::fill(buffer_.begin(), buffer_.end(), 0xEE);
-    auto target = serializer(7 + 16 + room, 7);
-    EXPECT_EQ(capacityOf(target, kTen), room / 10);
-    EXPECT_EQ(write(target, kTen, 5), written);
-    const std::size_t end = written ? 7 + 16 + static_cast<std::size_t>(written) * 10 : 7;
-    EXPECT_EQ(target.used, end);
-    EXPECT_EQ(buffer_[7 + 15], written ? written : 0xEE);
-    EXPECT_EQ(bytes(end, 60), std::vector<std::uint8_t>(60, 0xEE));
-  }
+  for (const std::uint64_t room : {0u, 9u, 10u, 19u, 20u, 49u, 50u, 51u, 400u})
+    for (const auto count : std::initializer_list<std::uint8_t>{1, 2, 5}) {
+      SCOPED_TRACE(room);
+      std::fill(buffer_.begin(), buffer_.end(), 0xEE);
+      auto target = serializer(7 + 16 + room, 7);
+      EXPECT_EQ(capacityOf(target, kTen), room / 10);
+      const std::uint64_t written = std::min<std::uint64_t>(count, room / 10);
+      EXPECT_EQ(write(target, kTen, count), written);
+      const std::uint64_t end = written ? 7 + 16 + written * 10 : 7;
+      EXPECT_EQ(target.used, end);
+      EXPECT_EQ(buffer_[7 + 15], written ? written : 0xEE);
+      EXPECT_EQ(bytes(end, 60), std::vector<std::uint8_t>(60, 0xEE));
+    }
 }
 
 TEST_F(SerializerTest, NoRoomForAHeader) {

@@ -92,7 +92,10 @@ TYPED_TEST(SetFiles, ThatCannotBeUsedAreNamed) {
     EXPECT_EQ(set.getName(), row.name);
     EXPECT_EQ(set.isInitialized(), row.name == "before");
   }
-  const CapturedLog log;
+  CapturedLog log;
+  EXPECT_FALSE(TypeParam().loadFromFile("/dev/zero"));  // no end: not even the part that was read
+  EXPECT_EQ(log.texts(4).back(), "[loadFromFile] cannot open " + kind + " file /dev/zero");
+  log.clear();
   EXPECT_FALSE(TypeParam().initializeFromFile(nullptr));
   const std::string name = this->kCounters ? "ProviderCounterSet" : "ProviderFieldSet";
   EXPECT_EQ(log.lines(), linesAt(3, {name + ": missing filename parameter"}));

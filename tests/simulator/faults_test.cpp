@@ -153,7 +153,8 @@ TEST_F(Faults, SuccessWithNothingBehindIt) {
 TEST_F(Faults, CountOnlyTheCallsOfTheirDevice) {
   loadFaults(R"(
     {'function':'vuna_dev_open','device':'b','call':2,'status':8},
-    {'function':'vuna_dev_open','call':'every','device':'a','status':9,'deliver':'result'})");
+    {'function':'vuna_dev_open','call':'every','device':'a','status':9,'deliver':'result'},
+    {'function':'vuna_dev_open','call':'every','device':'a','status':10})");
   ASSERT_EQ(createList(), kVunaSuccess);
   std::vector<vuna_status> statuses;
   for (const std::uint32_t device : {0U, 1U, 0U, 1U, 1U})

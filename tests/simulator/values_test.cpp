@@ -27,18 +27,18 @@ TEST_F(Values, FollowTheirLaws) {
     {'text':'fast','law':{'type':'ramp','per_second':1000000000000}},
     {'text':'wrapping','law':{'type':'ramp','start':4294967290,'per_sample':3}},
     {'text':'falling','law':{'type':'ramp','start':2,'per_sample':4294967295}},
-    {'text':'s','law':{'type':'sine','mean':100,'amplitude':50,'period_seconds':1}},
+    {'text':'s','law':{'type':'sine','mean':100,'amplitude':50,'period_seconds':2}},
     {'text':'cut','law':{'type':'sine','mean':10,'amplitude':50,'period_seconds':1}},
     {'text':'top','law':{'type':'sine','mean':4294967295,'amplitude':4294967295,'period_seconds':1}})");
   vuna_telemetry_mp* const mp = start();
   // 1e12 a second are 250e9 a step: 250e9 mod 2^32 is 891896832.
   const std::vector<std::vector<std::uint32_t>> expected = {
       {kMax32, 0, 10, 0, 4294967290, 2, 100, 10, kMax32},
-      {kMax32, 0, 12, 891896832, 4294967293, 1, 150, 60, kMax32},
-      {kMax32, 0, 15, 1783793664, 0, 0, 100, 10, kMax32},
-      {kMax32, 0, 17, 2675690496, 3, kMax32, 50, 0, 0},
+      {kMax32, 0, 12, 891896832, 4294967293, 1, 135, 60, kMax32},
+      {kMax32, 0, 15, 1783793664, 0, 0, 150, 10, kMax32},
+      {kMax32, 0, 17, 2675690496, 3, kMax32, 135, 0, 0},
       {kMax32, 0, 20, 3567587328, 6, kMax32 - 1, 100, 10, kMax32},
-      {kMax32, 0, 22, 164516864, 9, kMax32 - 2, 150, 60, kMax32},
+      {kMax32, 0, 22, 164516864, 9, kMax32 - 2, 65, 60, kMax32},
   };
   for (const auto& row : expected) EXPECT_EQ(read(mp), row);
 }
