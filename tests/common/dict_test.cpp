@@ -2,33 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdint>
-#include <memory>
-#include <optional>
 #include <random>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "tests/support/captured_log.h"
+#include "tests/support/options.h"
 
 namespace {
 
-using tev::test::CapturedLog;
-using tev::test::LogLine;
-
-struct DeleteDict {
-  void operator()(tev_custom_options* dict) const { tev_dict_delete(dict); }
-};
-using DictPtr = std::unique_ptr<tev_custom_options, DeleteDict>;
+using namespace tev::test;
 using Entries = std::vector<std::pair<std::string, std::string>>;
-
-DictPtr makeDict(const std::vector<std::string>& keys) {
-  DictPtr dict(tev_dict_create());
-  for (const auto& key : keys) EXPECT_TRUE(tev_dict_add(dict.get(), key.c_str(), key.c_str()));
-  return dict;
-}
 
 Entries entriesOf(const tev_custom_options* dict) {
   Entries entries;
@@ -40,138 +23,70 @@ Entries entriesOf(const tev_custom_options* dict) {
   return entries;
 }
 
-std::vector<std::string> keysOf(const tev_custom_options* dict) {
-  std::vector<std::string> keys;
+Texts keysOf(const tev_custom_options* dict) {
+  Texts keys;
   for (const auto& entry : entriesOf(dict)) keys.push_back(entry.first);
   return keys;
 }
 
-// The order of keys, from a table that is rebuilt beside the old one instead of inside it.
-class OrderModel {
- public:
-  void add(const std::string& key) {
-    if (size_ >= bound_) grow();
-    auto& bucket = buckets_[place(buckets_, key)];
-    if (!bucket) ++size_;
-    bucket = key;
-  }
-
-  std::vector<std::string> keys() const {
-    std::vector<std::string> keys;
-    for (const auto& bucket : buckets_)
-      if (bucket) keys.push_back(*bucket);
-    return keys;
-  }
-
- private:
-  using Buckets = std::vector<std::optional<std::string>>;
-
-  static std::uint64_t hash(const std::string& key) {
-    std::int64_t hash = 0;  // of the last 32 bits; a byte above 127 counts as negative
-    for (const char c : key) hash = (hash * 31 + static_cast<signed char>(c)) % (1LL << 32);
-    return static_cast<std::uint64_t>(hash);
-  }
-
-  // Triangular steps from the home bucket, to the key or the first empty bucket.
-  static std::size_t place(const Buckets& buckets, const std::string& key) {
-    for (std::uint64_t k = 0;; ++k) {
-      const auto at = static_cast<std::size_t>((hash(key) + k * (k + 1) / 2) % buckets.size());
-      if (!buckets[at] || *buckets[at] == key) return at;
-    }
-  }
-
-  void grow() {
-    Buckets old = std::exchange(buckets_, Buckets(std::max<std::size_t>(4, buckets_.size() * 2)));
-    for (auto& bucket : old) {
-      std::optional<std::string> waiting = std::exchange(bucket, std::nullopt);
-      while (waiting) {
-        const std::size_t to = place(buckets_, *waiting);
-        buckets_[to] = std::exchange(waiting, std::nullopt);
-        if (to < old.size()) waiting = std::exchange(old[to], std::nullopt);
-      }
-    }
-    bound_ = (buckets_.size() * 77 + 50) / 100;
-  }
-
-  Buckets buckets_;
-  std::size_t size_ = 0;
-  std::size_t bound_ = 0;
-};
-
 TEST(DictOrder, EntryInAnothersPlaceGivesWayWhenTheTableGrows) {
   // b, j and c want the buckets 2, 2 and 3 of 4 and of 8. In 4 they stand at 2, 3 and 0. The fourth
   // key makes 8 buckets: c from bucket 0 takes 3 from j, j takes 2 from b, and b goes by 3 to 5.
-  const DictPtr dict = makeDict({"b", "j", "c"});
-  EXPECT_EQ(keysOf(dict.get()), (std::vector<std::string>{"c", "b", "j"}));
+  const Options dict = options({{"b", ""}, {"j", ""}, {"c", ""}});
+  EXPECT_EQ(keysOf(dict.get()), (Texts{"c", "b", "j"}));
   ASSERT_TRUE(tev_dict_add(dict.get(), "d", ""));
-  EXPECT_EQ(keysOf(dict.get()), (std::vector<std::string>{"j", "c", "d", "b"}));
+  EXPECT_EQ(keysOf(dict.get()), (Texts{"j", "c", "d", "b"}));
 }
 
-TEST(DictOrder, FollowsTheModelAcrossResizes) {
-  std::mt19937 random(7);
-  for (const int alphabet : {2, 26, 190}) {
-    const DictPtr dict(tev_dict_create());
-    OrderModel model;
-    for (int i = 0; i < 1500; ++i) {
+// The order across resizes, as a hash of all keys in their order after every fiftieth one.
+TEST(DictOrder, IsAFunctionOfTheKeysAndTheirHistory) {
+  for (const auto& [alphabet, expected] :
+       {std::pair{2U, 1647481019U}, {26U, 702575656U}, {190U, 4097590531U}}) {
+    std::mt19937 random(7);
+    const Options dict(tev_dict_create());
+    std::uint32_t hash = 0;
+    for (int i = 0; i <= 1500; ++i) {
       std::string key(random() % 9, '\0');
-      for (char& c : key)
-        c = static_cast<char>('A' + static_cast<int>(random() % static_cast<unsigned>(alphabet)));
+      for (char& c : key) c = static_cast<char>('A' + random() % alphabet);
       ASSERT_TRUE(tev_dict_add(dict.get(), key.c_str(), key.c_str()));
-      model.add(key);
-      if (i % 50 == 0) {
-        ASSERT_EQ(keysOf(dict.get()), model.keys()) << "alphabet " << alphabet << ", key " << i;
+      ASSERT_EQ(tev_dict_get(dict.get(), key.c_str()), key);
+      if (i % 50 != 0) continue;
+      for (const auto& [name, value] : entriesOf(dict.get())) {
+        EXPECT_EQ(name, value);
+        for (const char c : name + ' ') hash = hash * 31 + static_cast<unsigned char>(c);
       }
     }
-    ASSERT_EQ(keysOf(dict.get()), model.keys()) << "alphabet " << alphabet;
-    for (const auto& key : model.keys()) ASSERT_EQ(tev_dict_get(dict.get(), key.c_str()), key);
+    EXPECT_EQ(hash, expected) << alphabet;
   }
 }
 
-TEST(Dict, SecondValueReplacesTheFirst) {
-  const DictPtr dict = makeDict({"key", "other"});
-  ASSERT_TRUE(tev_dict_add(dict.get(), "key", "second"));
-  EXPECT_STREQ(tev_dict_get(dict.get(), "key"), "second");
-  ASSERT_TRUE(tev_dict_add(dict.get(), "key", nullptr));
-  EXPECT_EQ(tev_dict_get(dict.get(), "key"), nullptr);
-  ASSERT_TRUE(tev_dict_add(dict.get(), "key", tev_dict_get(dict.get(), "other")));
-  EXPECT_STREQ(tev_dict_get(dict.get(), "key"), "other");
-  EXPECT_EQ(entriesOf(dict.get()).size(), 2u);
-}
-
-TEST(Dict, KeysMatchExactly) {
-  const DictPtr dict = makeDict({"key", ""});
+TEST(Dict, KeepsCopiesAndReplacesTheFirstValue) {
+  std::string text = "key";
+  const Options dict = options({{text.c_str(), text.c_str()}, {"other", "o"}, {"", ""}});
+  text = "xxx";
   EXPECT_STREQ(tev_dict_get(dict.get(), ""), "");
   for (const char* missing : {"Key", "ke", "key ", " "})
     EXPECT_EQ(tev_dict_get(dict.get(), missing), nullptr) << missing;
-}
+  EXPECT_STREQ(tev_dict_get(dict.get(), "key"), "key");
+  ASSERT_TRUE(tev_dict_add(dict.get(), "key", nullptr));
+  EXPECT_EQ(tev_dict_get(dict.get(), "key"), nullptr);
 
-TEST(Dict, KeepsCopies) {
-  std::string key = "key";
-  std::string value = "value";
-  const DictPtr dict(tev_dict_create());
-  ASSERT_TRUE(tev_dict_add(dict.get(), key.c_str(), value.c_str()));
-  key = "xxx";
-  value = "yyy";
-  EXPECT_STREQ(tev_dict_get(dict.get(), "key"), "value");
+  const Options copy(tev_dict_dup(dict.get()));
+  EXPECT_EQ(entriesOf(copy.get()), entriesOf(dict.get()));
+  EXPECT_EQ(entriesOf(copy.get()).size(), 3u);
+  ASSERT_TRUE(tev_dict_add(copy.get(), "key", tev_dict_get(copy.get(), "other")));
+  EXPECT_STREQ(tev_dict_get(copy.get(), "key"), "o");
+  EXPECT_EQ(tev_dict_get(dict.get(), "key"), nullptr);
 }
 
 TEST(Dict, WalkEndsWhenTheVisitorSaysSo) {
-  const DictPtr dict = makeDict({"a", "b", "c"});
+  const Options dict = options({{"a", ""}, {"b", ""}, {"c", ""}});
   int visits = 0;
   const auto until_second = [](const char*, const char*, void* user) {
     return ++*static_cast<int*>(user) < 2;
   };
   EXPECT_FALSE(tev_dict_enum(dict.get(), until_second, &visits));
   EXPECT_EQ(visits, 2);
-}
-
-TEST(Dict, CopyIsIndependent) {
-  const DictPtr dict = makeDict({"a", "b"});
-  ASSERT_TRUE(tev_dict_add(dict.get(), "none", nullptr));
-  const DictPtr copy(tev_dict_dup(dict.get()));
-  EXPECT_EQ(entriesOf(copy.get()), entriesOf(dict.get()));
-  ASSERT_TRUE(tev_dict_add(copy.get(), "a", "changed"));
-  EXPECT_STREQ(tev_dict_get(dict.get(), "a"), "a");
 }
 
 TEST(Dict, NullAndEmptyAreAbsence) {
@@ -181,7 +96,7 @@ TEST(Dict, NullAndEmptyAreAbsence) {
   EXPECT_EQ(tev_dict_dup(nullptr), nullptr);
   tev_dict_delete(nullptr);
 
-  const DictPtr empty(tev_dict_create());
+  const Options empty(tev_dict_create());
   EXPECT_EQ(tev_dict_get(empty.get(), "key"), nullptr);
   EXPECT_EQ(tev_dict_get(empty.get(), nullptr), nullptr);
   EXPECT_FALSE(tev_dict_add(empty.get(), nullptr, "value"));
@@ -189,18 +104,11 @@ TEST(Dict, NullAndEmptyAreAbsence) {
 }
 
 TEST(Dict, DumpListsEntriesAtDebugLevelOnly) {
-  const DictPtr dict = makeDict({"a", "b"});
-  {
-    const CapturedLog quiet(TEV_LEVEL_INFO);
-    tev_dict_dump(dict.get(), "options");
-    EXPECT_TRUE(quiet.lines().empty());
-  }
+  const Options dict = options({{"a", "1"}, {"b", nullptr}});
   const CapturedLog log;
   tev_dict_dump(nullptr, "nothing");
   tev_dict_dump(dict.get(), "options");
-  EXPECT_EQ(log.lines(),
-            (std::vector<LogLine>{
-                {7, "options map values: "}, {7, "key=a  val=a"}, {7, "key=b  val=b"}}));
+  EXPECT_EQ(log.lines(), linesAt(7, {"options map values: ", "key=a  val=1", "key=b  val=(null)"}));
 }
 
 TEST(DictBoolean, Texts) {

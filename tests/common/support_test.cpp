@@ -1,12 +1,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <cstdint>
 #include <optional>
 #include <stdexcept>
-#include <string>
-#include <string_view>
-#include <vector>
+#include <utility>
 
 #include "src/support/guard.h"
 #include "src/support/log_throttle.h"
@@ -17,12 +14,10 @@
 
 namespace {
 
-using Lines = std::optional<std::vector<std::string>>;
+using namespace tev::test;
+using Lines = std::optional<Texts>;
 using tev::support::CutText;
 using tev::support::readLines;
-using tev::test::CapturedLog;
-using tev::test::LogLine;
-using tev::test::TempTree;
 
 TEST(Text, TrimTakesSixKindsOfWhiteSpaceFromBothEnds) {
   EXPECT_EQ(tev::string::trim(" \t\n\r\f\va b\tc\v\f\r\n\t "), "a b\tc");
@@ -40,19 +35,14 @@ TEST(Text, SplitKeepsEmptyPieces) {
 
 TEST(TextFile, Lines) {
   TempTree tree;
-  struct Row {
-    std::string text;
-    std::vector<std::string> lines;
-  };
-  const Row rows[] = {{"", {}},
-                      {"\n", {""}},
-                      {"a", {"a"}},
-                      {"a\n", {"a"}},
-                      {"a\n\nb", {"a", "", "b"}},
-                      {"a\r\n", {"a\r"}},
-                      {std::string("a\0b\n", 4), {std::string("a\0b", 3)}},
-                      {std::string(10000, 'x') + "\ny\n", {std::string(10000, 'x'), "y"}}};
-  for (const Row& row : rows) EXPECT_EQ(readLines(tree.write("f", row.text)), row.lines);
+  const std::pair<std::string, Texts> rows[] = {
+      {"", {}},
+      {"\n", {""}},
+      {"a\n\nb", {"a", "", "b"}},
+      {"a\r\n", {"a\r"}},
+      {std::string("a\0b\n", 4), {std::string("a\0b", 3)}},
+      {std::string(10000, 'x') + "\ny\n", {std::string(10000, 'x'), "y"}}};
+  for (const auto& [text, lines] : rows) EXPECT_EQ(readLines(tree.write("f", text)), lines);
 }
 
 TEST(TextFile, ReadingIsBounded) {
@@ -61,14 +51,10 @@ TEST(TextFile, ReadingIsBounded) {
   EXPECT_EQ(readLines(file, CutText::kKept, 6), (Lines{{"abc"}}));  // half a line is none
   EXPECT_EQ(readLines(file, CutText::kRefused, 6), std::nullopt);
   EXPECT_EQ(readLines(file, CutText::kRefused, 7), (Lines{{"abc", "def"}}));
-  EXPECT_EQ(readLines("/dev/zero", CutText::kKept, 10000), Lines{std::vector<std::string>{}});
+  EXPECT_EQ(readLines("/dev/zero", CutText::kKept, 10000), Lines{Texts{}});
   const std::string pipe = tree.path("pipe");
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  EXPECT_EQ(readLines(pipe), Lines{std::vector<std::string>{}});
-}
-
-TEST(TextFile, WhatCannotBeRead) {
-  TempTree tree;
+  EXPECT_EQ(readLines(pipe), Lines{Texts{}});
   EXPECT_EQ(readLines(tree.path("missing")), std::nullopt);
   EXPECT_EQ(readLines(tree.root().string()), std::nullopt);
   EXPECT_EQ(readLines(tree.link("loop", "loop")), std::nullopt);
@@ -90,8 +76,7 @@ TEST(Guard, TurnsExceptionsIntoTheFailureValue) {
   EXPECT_EQ(tev::support::guarded("entry", -1, []() -> int { throw std::runtime_error("a %s"); }),
             -1);
   EXPECT_EQ(tev::support::guarded("entry", -1, []() -> int { throw 7; }), -1);
-  EXPECT_EQ(log.lines(), (std::vector<LogLine>{{3, "[entry] failed: a %s"},
-                                               {3, "[entry] failed: unknown exception"}}));
+  EXPECT_EQ(log.lines(), linesAt(3, {"[entry] failed: a %s", "[entry] failed: unknown exception"}));
 }
 
 }  // namespace

@@ -13,98 +13,79 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-std::string oneDevice(const std::string& slot) {
-  return "{'devices':[\n{'ibdev_name':'a','slots':[\n{" + slot + "}\n]}\n]}";
+std::string slot(const std::string& text) {
+  return "{'devices':[\n{'ibdev_name':'a','slots':[\n{" + text + "}\n]}\n]}";
 }
-std::string oneCounter(const std::string& law) {
-  return oneDevice("'counters':[\n{'text':'x, y',\n'law':{" + law + "}}]");
+std::string counter(const std::string& law) {
+  return slot("'counters':[\n{'text':'x, y',\n'law':{" + law + "}}]");
 }
-std::string oneFault(const std::string& fault) {
-  return "{'devices':[{'ibdev_name':'a'}],'faults':[\n{" + fault + "}]}";
+std::string fault(const std::string& text) {
+  return "{'devices':[{'ibdev_name':'a'}],'faults':[\n{" + text + "}]}";
 }
-
-struct Broken {
-  const char* name;
-  std::string text;
-  int line;
-  const char* reason;
-};
-void PrintTo(const Broken& broken, std::ostream* out) {
-  *out << broken.name;
-}
-
-class BrokenScenario : public SimulatorTest, public ::testing::WithParamInterface<Broken> {};
-
-TEST_P(BrokenScenario, IsRefusedWithFileLineAndReason) {
-  load(GetParam().text);
-  const std::string text = refusal();
-  EXPECT_THAT(text, StartsWith("scenario " + tree.path("scenario.json") + ":" +
-                               std::to_string(GetParam().line) + ": "));
-  EXPECT_THAT(text, HasSubstr(GetParam().reason));
-}
-
-const Broken kBroken[] = {
-    {"Empty", "", 1, "syntax error"},
-    {"NotAnObject", "\n[]", 2, "must be an object, not an array"},
-    {"CutOff", "{\n'devices':[\n", 2, "syntax error"},
-    {"MissingComma", "{'seed':1\n'clock':'real'}", 2, "syntax error"},
-    {"TextBehind", "{'devices':[]}\n\nx", 3, "syntax error"},
-    {"NotUtf8", "{'devices':[],\n'\xff':1}", 2, "UTF-8"},
-    {"HugeReal", "{'devices':[],\n'seed':1e999}", 2, "number overflow"},
-    {"DuplicateKey", "{'seed':1,\n'seed':2}", 2, "key \"seed\" is given twice"},
-    {"TooDeep", "{'devices':\n" + std::string(100'000, '['), 2, "nested too deeply"},
-    {"NoDevices", "\n{}", 2, "either \"devices\" or \"base\""},
-    {"DevicesAndBase", "{'devices':[],'base':'default'}", 1, "either \"devices\" or \"base\""},
-    {"UnknownBase", "{\n'base':'nothing'}", 2, "base: must be \"default\" or \"netdev\""},
-    {"UnknownKey", "{'devices':[],\n'sede':1}", 2, "unknown key \"sede\""},
-    {"UnknownDeviceKey", "{'devices':[\n{'ibdev_name':'a',\n'x':1}]}", 3,
-     "devices[0]: unknown key"},
-    {"UnknownSlotKey", oneDevice("'algo_id':1,\n'coutners':[]"), 4,
-     "devices[0].slots[0]: unknown key \"coutners\""},
-    {"UnknownLawKey", oneCounter("'type':'constant','value':1,\n'slope':2"), 6,
-     "law: unknown key \"slope\""},
-    {"NumberAsText", "{'devices':[],\n'seed':'1'}", 2, "seed: must be a whole number"},
-    {"LineOfANumberAtALineEnd", "{'devices':[],'seed':-1\n}", 1, "seed: must be a whole number"},
-    {"NegativeStatus", oneDevice("'status':-18"), 3, "status: must be a whole number from 0"},
-    {"FractionOfAStatus", oneDevice("'status':18.5"), 3, "status: must be a whole number"},
-    {"StatusOf33Bits", oneDevice("'status':4294967296"), 3, "from 0 to 4294967295"},
-    {"FlagAsNumber", oneDevice("'algo_enabled':1"), 3, "must be true or false, not a number"},
-    {"CountersAsObject", oneDevice("'counters':{}"), 3, "must be an array, not an object"},
-    {"NamelessDevice", "{'devices':[\n{}]}", 2, "devices[0]: key \"ibdev_name\" is missing"},
-    {"ByteOf256", "{'devices':[{'ibdev_name':[65,\n256]}]}", 2, "ibdev_name[1]: must be"},
-    {"NulInAString", "{'devices':[{'ibdev_name':'\\u0000'}]}", 1, "must not hold a NUL"},
-    {"LongText", oneDevice("'info':'" + std::string(4097, 'x') + "'"), 3, "longer than 4096"},
-    {"TooManyCounters",
-     oneDevice("'counters':[{'text':'a','planes':250},\n{'text':'b','planes':7}]"), 4,
-     "at most 256 counters"},
-    {"NoPlanes", oneDevice("'counters':[{'text':'a','planes':0}]"), 3, "from 1 to 256"},
-    {"UnknownLaw", oneCounter("'type':'cosine'"), 5, "unknown law \"cosine\""},
-    {"LawWithoutType", oneCounter("'value':1"), 5, "key \"type\" is missing"},
-    {"RampWithBoth", oneCounter("'type':'ramp','per_second':1,'per_sample':1"), 5, "either"},
-    {"RampTooSteep", oneCounter("'type':'ramp','per_second':1000000000001"), 5,
-     "per_second: must be"},
-    {"SineWithoutPeriod", oneCounter("'type':'sine','mean':1,'amplitude':1,\n'period_seconds':0"),
-     6, "period_seconds: must be a number from"},
-    {"WalkOutsideItsRange", oneCounter("'type':'random_walk','start':5,'step':1,'max':4"), 5,
-     "from \"min\" to \"max\""},
-    {"UnknownClock", "{'devices':[],\n'clock':'sundial'}", 2, "clock: must be \"real\""},
-    {"StatusNameOfNoStatus", "{'devices':[],'status_names':{\n'x':'y'}}", 2, "no status number"},
-    {"UnknownFunction", oneFault("'function':'vuna_dev_opne','call':1"), 2, "unknown function"},
-    {"CallZero", oneFault("'function':'vuna_dev_open',\n'call':0"), 3, "faults[0].call: must be"},
-    {"CallSometimes", oneFault("'function':'vuna_dev_open','call':'some'"), 2, "\"every\""},
-    {"FaultOfNobody", oneFault("'function':'vuna_dev_open','call':1,\n'device':'b'"), 3,
-     "no device has this name"},
-    {"FaultAboutNoDevice", oneFault("'function':'vuna_error_get_name','call':1,'device':'a'"), 2,
-     "about no device"},
-    {"NumberFromOpen", oneFault("'function':'vuna_dev_open','call':1,'deliver':3"), 2,
-     "no number to deliver"},
-    {"UnknownDelivery", oneFault("'function':'vuna_dev_open','call':1,'deliver':'it'"), 2,
-     "deliver: must be"},
-};
-INSTANTIATE_TEST_SUITE_P(All, BrokenScenario, ::testing::ValuesIn(kBroken),
-                         [](const auto& param_info) { return std::string(param_info.param.name); });
 
 class ScenarioFile : public SimulatorTest {};
+
+TEST_F(ScenarioFile, BrokenOnesAreRefusedWithFileLineAndReason) {
+  const struct {
+    std::string text;
+    int line;
+    const char* reason;
+  } rows[] = {
+      {"", 1, "syntax error"},
+      {"\n[]", 2, "must be an object, not an array"},
+      {"{\n'devices':[\n", 2, "syntax error"},
+      {"{'seed':1\n'clock':'real'}", 2, "syntax error"},
+      {"{'devices':[]}\n\nx", 3, "syntax error"},
+      {"{'devices':[],\n'\xff':1}", 2, "UTF-8"},
+      {"{'devices':[],\n'seed':1e999}", 2, "number overflow"},
+      {"{'seed':1,\n'seed':2}", 2, "key \"seed\" is given twice"},
+      {"{'devices':\n" + std::string(100'000, '['), 2, "nested too deeply"},
+      {"\n{}", 2, "either \"devices\" or \"base\""},
+      {"{'devices':[],'base':'default'}", 1, "either \"devices\" or \"base\""},
+      {"{\n'base':'nothing'}", 2, "base: must be \"default\" or \"netdev\""},
+      {"{'devices':[],\n'sede':1}", 2, "unknown key \"sede\""},
+      {"{'devices':[\n{'ibdev_name':'a',\n'x':1}]}", 3, "devices[0]: unknown key"},
+      {slot("'algo_id':1,\n'coutners':[]"), 4, "devices[0].slots[0]: unknown key \"coutners\""},
+      {counter("'type':'constant','value':1,\n'slope':2"), 6, "law: unknown key \"slope\""},
+      {"{'devices':[],\n'seed':'1'}", 2, "seed: must be a whole number"},
+      {"{'devices':[],'seed':-1\n}", 1, "seed: must be a whole number"},
+      {slot("'status':-18"), 3, "status: must be a whole number from 0"},
+      {slot("'status':18.5"), 3, "status: must be a whole number"},
+      {slot("'status':4294967296"), 3, "from 0 to 4294967295"},
+      {slot("'algo_enabled':1"), 3, "must be true or false, not a number"},
+      {slot("'counters':{}"), 3, "must be an array, not an object"},
+      {"{'devices':[\n{}]}", 2, "devices[0]: key \"ibdev_name\" is missing"},
+      {"{'devices':[{'ibdev_name':[65,\n256]}]}", 2, "ibdev_name[1]: must be"},
+      {"{'devices':[{'ibdev_name':'\\u0000'}]}", 1, "must not hold a NUL"},
+      {slot("'info':'" + std::string(4097, 'x') + "'"), 3, "longer than 4096"},
+      {slot("'counters':[{'text':'a','planes':250},\n{'text':'b','planes':7}]"), 4,
+       "at most 256 counters"},
+      {slot("'counters':[{'text':'a','planes':0}]"), 3, "from 1 to 256"},
+      {counter("'type':'cosine'"), 5, "unknown law \"cosine\""},
+      {counter("'value':1"), 5, "key \"type\" is missing"},
+      {counter("'type':'ramp','per_second':1,'per_sample':1"), 5, "either"},
+      {counter("'type':'ramp','per_second':1000000000001"), 5, "per_second: must be"},
+      {counter("'type':'sine','mean':1,'amplitude':1,\n'period_seconds':0"), 6,
+       "period_seconds: must be a number from"},
+      {counter("'type':'random_walk','start':5,'step':1,'max':4"), 5, "from \"min\" to \"max\""},
+      {"{'devices':[],\n'clock':'sundial'}", 2, "clock: must be \"real\""},
+      {"{'devices':[],'status_names':{\n'x':'y'}}", 2, "no status number"},
+      {fault("'function':'vuna_dev_opne','call':1"), 2, "unknown function"},
+      {fault("'function':'vuna_dev_open',\n'call':0"), 3, "faults[0].call: must be"},
+      {fault("'function':'vuna_dev_open','call':'some'"), 2, "\"every\""},
+      {fault("'function':'vuna_dev_open','call':1,\n'device':'b'"), 3, "no device has this name"},
+      {fault("'function':'vuna_error_get_name','call':1,'device':'a'"), 2, "about no device"},
+      {fault("'function':'vuna_dev_open','call':1,'deliver':3"), 2, "no number to deliver"},
+      {fault("'function':'vuna_dev_open','call':1,'deliver':'it'"), 2, "deliver: must be"},
+  };
+  for (const auto& row : rows) {
+    load(row.text);
+    const std::string start = "scenario " + tree.path("scenario.json") + ":";
+    const std::string text = refusal();
+    EXPECT_THAT(text, StartsWith(start + std::to_string(row.line) + ": ")) << row.reason;
+    EXPECT_THAT(text, HasSubstr(row.reason));
+  }
+}
 
 TEST_F(ScenarioFile, WhatIsNoFileIsRefused) {
   ASSERT_EQ(mkfifo(tree.path("pipe").c_str(), 0600), 0);
@@ -132,22 +113,14 @@ TEST_F(ScenarioFile, SeedOfTheEnvironmentMustBeANumber) {
 
 TEST_F(ScenarioFile, RefusalGoesToTheLogToo) {
   load("{");
-  char* text = nullptr;
-  std::size_t size = 0;
-  std::FILE* const stream = open_memstream(&text, &size);
-  vuna_log_backend* backend = nullptr;
-  ASSERT_EQ(sdk->vuna_log_backend_create_with_file_sdk(stream, &backend), kVunaSuccess);
-  const std::string reason = refusal();
-  unload();
-  std::fclose(stream);
-  EXPECT_EQ(text, "[vuna-sim] [error] " + reason + "\n");
-  free(text);
+  std::string reason;
+  const std::string log = logged([&](vuna_log_backend*) { reason = refusal(); });
+  EXPECT_EQ(log, "[vuna-sim] [error] " + reason + "\n");
 }
 
 // The first block of code of docs/simulator.md that is marked as JSON.
 std::string documentedExample() {
-  std::ifstream file(TEST_DATA "/../../docs/simulator.md");
-  std::string text{std::istreambuf_iterator<char>(file), {}};
+  const std::string text = tev::test::readAll(TEST_DATA "/../../docs/simulator.md");
   const std::size_t begin = text.find("```json\n");
   if (begin == std::string::npos) return "";
   return text.substr(begin + 8, text.find("```", begin + 8) - begin - 8);
@@ -203,75 +176,58 @@ TEST_F(ScenarioFile, DevicesAnswerAsWritten) {
   EXPECT_EQ(std::memcmp(name, "R\xff\0001\0xx", 8), 0);
   EXPECT_EQ(sdk->vuna_telemetry_mp_cap_is_supported(info), 6U);
 
-  std::uint32_t number = 0;
-  EXPECT_EQ(sdk->vuna_telemetry_mp_cap_get_max_algo_slots(info, &number), kVunaSuccess);
-  EXPECT_EQ(number, UINT32_MAX);
-  EXPECT_EQ(sdk->vuna_telemetry_mp_cap_get_max_num_counters(info, &number), kVunaSuccess);
-  EXPECT_EQ(number, 257U);
-  EXPECT_EQ(sdk->vuna_telemetry_mp_cap_get_max_algo_info_len(info, &number), kVunaSuccess);
-  EXPECT_EQ(number, 5U);
-  EXPECT_EQ(sdk->vuna_telemetry_mp_cap_get_max_counter_info_len(info, &number), kVunaSuccess);
-  EXPECT_EQ(number, std::strlen(", odd,, line, plane 1") + 1);
+  EXPECT_EQ(number(sdk->vuna_telemetry_mp_cap_get_max_algo_slots, info), UINT32_MAX);
+  EXPECT_EQ(number(sdk->vuna_telemetry_mp_cap_get_max_num_counters, info), 257U);
+  EXPECT_EQ(number(sdk->vuna_telemetry_mp_cap_get_max_algo_info_len, info), 5U);
+  EXPECT_EQ(number(sdk->vuna_telemetry_mp_cap_get_max_counter_info_len, info),
+            std::strlen(", odd,, line, plane 1") + 1);
 
-  struct Row {
+  const struct {
     std::uint32_t slot;
     vuna_status id, enable;
     bool algo, counters;
-  };
-  for (const auto& [slot, id, enable, algo, counters] :
-       {Row{0, 18, 18, false, false}, Row{1, 0, 21, false, false}, Row{2, 0, 0, false, true},
-        Row{3, 7, 7, false, false}, Row{4, 0, 0, true, true}, Row{5, 18, 18, false, false},
-        Row{UINT32_MAX, 18, 18, false, false}}) {
-    std::uint8_t algo_enabled = 0;
-    std::uint8_t counters_enabled = 0;
-    EXPECT_EQ(sdk->vuna_telemetry_mp_get_algo_id(mp, slot, &number), id) << slot;
-    EXPECT_EQ(
-        sdk->vuna_telemetry_mp_get_algo_enable_status(mp, slot, &algo_enabled, &counters_enabled),
-        enable);
-    EXPECT_EQ(algo_enabled, algo) << slot;
-    EXPECT_EQ(counters_enabled, counters) << slot;
+  } rows[] = {{0, 18, 18, false, false}, {1, 0, 21, false, false},
+              {2, 0, 0, false, true},    {3, 7, 7, false, false},
+              {5, 18, 18, false, false}, {UINT32_MAX, 18, 18, false, false},
+              {4, 0, 0, true, true}};
+  std::uint32_t n = 0;
+  for (const auto& [slot, id, enable, algo, counters] : rows) {
+    SCOPED_TRACE(slot);
+    std::uint8_t algo_on = 0, counters_on = 0;
+    EXPECT_EQ(sdk->vuna_telemetry_mp_get_algo_id(mp, slot, &n), id);
+    EXPECT_EQ(sdk->vuna_telemetry_mp_get_algo_enable_status(mp, slot, &algo_on, &counters_on),
+              enable);
+    EXPECT_EQ(algo_on, algo);
+    EXPECT_EQ(counters_on, counters);
   }
-
-  sdk->vuna_telemetry_mp_get_algo_id(mp, 4, &number);
-  EXPECT_EQ(number, 9U);
-  sdk->vuna_telemetry_mp_get_algo_major_version(mp, 4, &number);
-  EXPECT_EQ(number, 8U);
-  sdk->vuna_telemetry_mp_get_algo_minor_version(mp, 4, &number);
-  EXPECT_EQ(number, UINT32_MAX);
-  sdk->vuna_telemetry_mp_get_num_counters(mp, 4, &number);
-  EXPECT_EQ(number, 300U);
+  EXPECT_EQ(n, 9U);
+  EXPECT_EQ(number(sdk->vuna_telemetry_mp_get_algo_major_version, mp, 4), 8U);
+  EXPECT_EQ(number(sdk->vuna_telemetry_mp_get_algo_minor_version, mp, 4), UINT32_MAX);
+  EXPECT_EQ(number(sdk->vuna_telemetry_mp_get_num_counters, mp, 4), 300U);
   char text[64] = "";
   EXPECT_EQ(sdk->vuna_telemetry_mp_get_algo_info(mp, 4, text), kVunaSuccess);
   EXPECT_STREQ(text, "four");
-  EXPECT_EQ(sdk->vuna_telemetry_mp_get_counter_info(mp, 4, 1, text), kVunaSuccess);
-  EXPECT_STREQ(text, ", odd,, line, plane 1");
-  EXPECT_EQ(sdk->vuna_telemetry_mp_get_counter_info(mp, 4, 2, text), kVunaSuccess);
-  EXPECT_STREQ(text, "z");
+  EXPECT_EQ(counterText(mp, 4, 1), ", odd,, line, plane 1");
+  EXPECT_EQ(counterText(mp, 4, 2), "z");
   EXPECT_NE(sdk->vuna_telemetry_mp_get_counter_info(mp, 4, 3, text), kVunaSuccess);
 }
 
 // Texts are cut at the length that was reported, and go without a NUL where the scenario says so.
 TEST_F(ScenarioFile, TextsEndAtTheReportedLength) {
-  struct Row {
-    const char* keys;
-    const char* expected;  // of "counter" over "########"
-  };
-  for (const auto& [keys, expected] :
-       {Row{"'max_counter_info_len':8", "counter\0"}, Row{"'max_counter_info_len':4", "cou\0####"},
-        Row{"'max_counter_info_len':1", "\0#######"},
-        Row{"'max_counter_info_len':0", "########"}}) {
-    for (const bool unterminated : {false, true}) {
-      load("{'devices':[{'ibdev_name':'a','slots':[{'unterminated':" +
-           std::string(unterminated ? "true" : "false") + ",'counters':[{'text':'counter'}]}]," +
-           keys + "}]}");
+  const std::pair<const char*, const char*> rows[] = {
+      {"8", "counter\0"}, {"4", "cou\0####"}, {"1", "\0#######"}, {"0", "########"}};
+  for (const auto& [length, expected] : rows) {
+    for (const std::string unterminated : {"false", "true"}) {
+      load("{'devices':[{'ibdev_name':'a','max_counter_info_len':" + std::string(length) +
+           ",'slots':[{'unterminated':" + unterminated + ",'counters':[{'text':'counter'}]}]}]}");
       vuna_telemetry_mp* const mp = start();
       char text[] = "########";
       EXPECT_EQ(sdk->vuna_telemetry_mp_get_counter_info(mp, 0, 0, text), kVunaSuccess);
       std::string wanted(expected, 8);
-      if (unterminated)
+      if (unterminated == "true")
         for (std::size_t i = 0; i < 8; ++i)
           if (wanted[i] == '\0') wanted[i] = i < 7 ? "counter"[i] : '#';
-      EXPECT_EQ(std::string(text, 8), wanted) << keys << unterminated;
+      EXPECT_EQ(std::string(text, 8), wanted) << length << unterminated;
     }
   }
 }

@@ -77,10 +77,6 @@ class SimulatorTest : public ::testing::Test {
     setenv("VUNA_SIMULATOR_SCENARIO", scenario.c_str(), 1);
     sdk = std::make_unique<Sdk>();
   }
-  void loadUntraced(const std::string& json) {
-    unsetenv("VUNA_SIMULATOR_TRACE");
-    load(json);
-  }
   // Nothing may keep the library in the process.
   void unload() {
     sdk.reset();
@@ -125,10 +121,36 @@ class SimulatorTest : public ::testing::Test {
     return values;
   }
 
-  std::string trace() const {
-    std::ifstream file(trace_path());
-    return {std::istreambuf_iterator<char>(file), {}};
+  // The number that a call gives, the last of its arguments.
+  template <class... Parameters, class... Arguments>
+  static std::uint32_t number(vuna_status (*function)(Parameters...), Arguments... arguments) {
+    std::uint32_t number = 0;
+    EXPECT_EQ(function(arguments..., &number), kVunaSuccess);
+    return number;
   }
+  std::string counterText(vuna_telemetry_mp* mp, std::uint32_t slot, std::uint8_t counter) {
+    char text[256] = "";
+    EXPECT_EQ(sdk->vuna_telemetry_mp_get_counter_info(mp, slot, counter, text), kVunaSuccess);
+    return text;
+  }
+
+  // The SDK's log of what `body` does with it, and of its end.
+  template <class Body>
+  std::string logged(const Body& body) {
+    char* text = nullptr;
+    std::size_t size = 0;
+    std::FILE* const stream = open_memstream(&text, &size);
+    vuna_log_backend* backend = nullptr;
+    EXPECT_EQ(sdk->vuna_log_backend_create_with_file_sdk(stream, &backend), kVunaSuccess);
+    body(backend);
+    unload();
+    std::fclose(stream);
+    const std::string log(text, size);
+    free(text);
+    return log;
+  }
+
+  std::string trace() const { return tev::test::readAll(trace_path()); }
   // Lines of the trace that begin with a word.
   std::vector<std::string> traced(const std::string& word) const {
     std::istringstream lines(trace());

@@ -25,6 +25,15 @@ inline void PrintTo(const LogLine& line, std::ostream* out) {
   *out << "(" << line.level << ") \"" << line.text << '"';
 }
 
+using LogLines = std::vector<LogLine>;
+using Texts = std::vector<std::string>;
+
+inline LogLines linesAt(std::uint32_t level, const Texts& texts) {
+  LogLines lines;
+  for (const std::string& text : texts) lines.push_back({level, text});
+  return lines;
+}
+
 // While it lives, every message up to `level` ends here, from whichever thread. Afterwards the
 // logger is as it was before. May be nested: the innermost one collects.
 class CapturedLog {
@@ -58,14 +67,14 @@ class CapturedLog {
   CapturedLog& operator=(const CapturedLog&) = delete;
 
   // A copy of everything so far, in order.
-  std::vector<LogLine> lines() const {
+  LogLines lines() const {
     const std::scoped_lock lock(mutex());
     return lines_;
   }
 
   // The texts of one level.
-  std::vector<std::string> texts(std::uint32_t level) const {
-    std::vector<std::string> found;
+  Texts texts(std::uint32_t level) const {
+    Texts found;
     for (const LogLine& line : lines())
       if (line.level == level) found.push_back(line.text);
     return found;
@@ -117,7 +126,7 @@ class CapturedLog {
   tev_log_func_t func_before_;
   std::uint8_t registered_before_;
   CapturedLog* outer_ = nullptr;
-  std::vector<LogLine> lines_;
+  LogLines lines_;
 };
 
 }  // namespace tev::test

@@ -1,17 +1,14 @@
 #pragma once
 
 #include <initializer_list>
-#include <memory>
 #include <utility>
 
+#include "tests/support/owned.h"
 #include "tev/dict.h"
 
 namespace tev::test {
 
-struct DeleteOptions {
-  void operator()(tev_custom_options* dict) const { tev_dict_delete(dict); }
-};
-using Options = std::unique_ptr<tev_custom_options, DeleteOptions>;
+using Options = Owned<tev_custom_options, tev_dict_delete>;
 
 inline Options options(std::initializer_list<std::pair<const char*, const char*>> entries) {
   Options dict(tev_dict_create());

@@ -1,15 +1,23 @@
-// A folder of its own for one test, filled as the test says and removed at its end.
+// Files of tests.
 #pragma once
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 
 namespace tev::test {
 
+// All of a file; nothing when it cannot be read.
+inline std::string readAll(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// A folder of its own for one test, filled as the test says and removed at its end.
 class TempTree {
  public:
   TempTree() {

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <thread>
+#include <vector>
+
+namespace tev::test {
+
+// Runs it that often, each time on a thread of its own, with the number of the thread.
+template <class Body>
+void onThreads(int count, const Body& body) {
+  std::vector<std::thread> threads;
+  threads.reserve(static_cast<std::size_t>(count));
+  for (int t = 0; t < count; ++t) threads.emplace_back(body, t);
+  for (auto& thread : threads) thread.join();
+}
+
+}  // namespace tev::test
