@@ -17,10 +17,11 @@ namespace {
 thread_local long allocations_until_failure = -1;
 thread_local bool has_failed = false;
 thread_local long allocations_so_far = 0;
+thread_local bool spared = false;
 std::atomic<long> blocks_in_use{0};
 
 bool mustFail() {
-  ++allocations_so_far;
+  allocations_so_far += !spared;
   if (allocations_until_failure < 0 || allocations_until_failure-- > 0) return false;
   has_failed = true;
   return true;
@@ -82,13 +83,14 @@ long blocksInUse() {
 }
 
 AllocationsSucceed::AllocationsSucceed()
-    : before_(allocations_until_failure), allocations_before_(allocations_so_far) {
+    : before_(allocations_until_failure), spared_before_(spared) {
   allocations_until_failure = -1;
+  spared = true;
 }
 
 AllocationsSucceed::~AllocationsSucceed() {
   allocations_until_failure = before_;
-  allocations_so_far = allocations_before_;
+  spared = spared_before_;
 }
 
 }  // namespace tev::test

@@ -26,7 +26,7 @@ class AllocationsSucceed {
 
  private:
   long before_;
-  long allocations_before_;
+  bool spared_before_;
 };
 
 }  // namespace tev::test

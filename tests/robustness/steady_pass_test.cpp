@@ -48,7 +48,6 @@ TEST(SteadyPass, AllocatesNothing) {
   provider.stop();
   tev_destroy_type_system(types);
   EXPECT_EQ(since, 0);
-  EXPECT_GT(provider.collector().sampleCounts(0).lost, 0u);
 }
 
 }  // namespace
