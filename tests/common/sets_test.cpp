@@ -123,13 +123,12 @@ TEST(SetHandles, AnswerAsTheSetsDo) {
 
   const struct {
     const char* name;
-    bool counter;
     const char* alias;
-    bool field, type;
-  } rows[] = {{"rx_bytes", true, nullptr, true, false},
-              {"tx_pkts", true, "TX", false, false},
-              {"RX_BYTES", false, nullptr, true, false},
-              {"event_1", false, nullptr, false, true}};
+    bool counter, field, type;
+  } rows[] = {{"rx_bytes", nullptr, true, true, false},
+              {"tx_pkts", "TX", true, false, false},
+              {"RX_BYTES", nullptr, false, true, false},
+              {"event_1", nullptr, false, false, true}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     EXPECT_EQ(tev_provider_counter_set_should_include_counter(c, row.name), row.counter);

@@ -24,7 +24,7 @@ constexpr char kScenario[] = R"({
 // Threads that log and read counts until this ends.
 class Bystanders {
  public:
-  explicit Bystanders(std::function<void()> work) {
+  explicit Bystanders(const std::function<void()>& work) {
     for (auto& thread : threads_)
       thread = std::thread([this, work] {
         while (!ended_) work();

@@ -14,6 +14,8 @@
 namespace tev::test {
 namespace {
 
+using namespace std::string_literals;
+
 constexpr const char* kOptions[] = {"multipath-sample-interval-usec",
                                     "update",
                                     "multipath-max-buffer-size",
@@ -74,7 +76,7 @@ const Form kForms[] = {
     {"empty file", [](TempTree& tree, const std::string& entry) { tree.write(entry, ""); }},
     {"no text",
      [](TempTree& tree, const std::string& entry) {
-       tree.write(entry, std::string("\0\xff\n\0PCI_SLOT_NAME=\xff\0\n", 22));
+       tree.write(entry, "\0\xff\n\0PCI_SLOT_NAME=\xff\0\n"s);
      }},
     {"one huge line",
      [](TempTree& tree, const std::string& entry) {

@@ -145,7 +145,7 @@ class SimulatorTest : public ::testing::Test {
     body(backend);
     unload();
     std::fclose(stream);
-    const std::string log(text, size);
+    std::string log(text, size);
     free(text);
     return log;
   }

@@ -163,7 +163,7 @@ class DefaultScenario : public SimulatorTest {
       const std::string text = counterText(mp, slot, static_cast<std::uint8_t>(i));
       names[i] = text.substr(0, text.find(','));
       const auto plane = text.find(", plane ");
-      if (plane != text.npos) names[i] += "." + text.substr(plane + 8);
+      if (plane != std::string::npos) names[i] += "." + text.substr(plane + 8);
     }
     Series series;
     for (std::size_t n = 0; n < seconds * kPerSecond; ++n) {
