@@ -124,8 +124,14 @@ class SimulatorTest : public ::testing::Test {
   // The number that a call gives, the last of its arguments.
   template <class... Parameters, class... Arguments>
   static std::uint32_t number(vuna_status (*function)(Parameters...), Arguments... arguments) {
+    const auto unsigned_where_number = [](auto argument) {
+      if constexpr (std::is_integral_v<decltype(argument)>)
+        return static_cast<std::uint32_t>(argument);
+      else
+        return argument;
+    };
     std::uint32_t number = 0;
-    EXPECT_EQ(function(arguments..., &number), kVunaSuccess);
+    EXPECT_EQ(function(unsigned_where_number(arguments)..., &number), kVunaSuccess);
     return number;
   }
   std::string counterText(vuna_telemetry_mp* mp, std::uint32_t slot, std::uint8_t counter) {
