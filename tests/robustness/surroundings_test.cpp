@@ -6,10 +6,13 @@
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 
 #include "tests/robustness/rig.h"
 #include "tests/support/captured_log.h"
+#include "tests/support/environment.h"
+#include "tev/sources.h"
 
 namespace tev::test {
 namespace {
@@ -63,6 +66,33 @@ TEST(Surroundings, AnyOptionIsRefusedOrServes) {
     }
   EXPECT_GT(refused, 10);
   std::printf("options tried: %d\nof these refused: %d\n", tried, refused);
+}
+
+TEST(Surroundings, NoEnvironmentKeepsDevicesFromBeingSampled) {
+  const std::string huge(1 << 20, 'x');
+  std::uint64_t realtime_usec = 4'500'000'000'000'000;
+  int tried = 0;
+  for (const char* const variable :
+       {"TEV_SOURCE_ID", "TEV_HOST_NAME", "TEV_PCI_ADDRESS_STRIP_DOMAIN", "SOURCE_ID", "HOST_NAME",
+        "PCI_ADDRESS_STRIP_DOMAIN", "TEV_LOG_THREAD_SAFE", "TEV_API_LOG_LEVEL"})
+    for (const std::string& value : {""s, "1"s, "-1"s, "%s%n%999999d"s, "\xff\x01\n"s, huge}) {
+      SCOPED_TRACE(variable + ("=" + value.substr(0, 20)));
+      Environment environment;
+      environment.set(variable, value);
+      const CapturedLog log(TEV_LEVEL_INFO);
+      Rig rig;
+      rig.startAt(realtime_usec += 3'600'000'000);
+      const Life life = rig.live();
+      EXPECT_EQ(life.delivered, 2u * Rig::kPasses);
+      tev_source_array_t* const sources = tev_create_default_source_array(value.c_str());
+      ASSERT_NE(sources, nullptr);
+      const tev_source_t& source = *sources->sources[0];
+      EXPECT_TRUE(std::memchr(source.id, '\0', sizeof source.id));
+      EXPECT_TRUE(std::memchr(source.tag, '\0', sizeof source.tag));
+      tev_destroy_source_array(sources);
+      ++tried;
+    }
+  std::printf("environments tried: %d\n", tried);
 }
 
 // What may stand in the place of an entry.
