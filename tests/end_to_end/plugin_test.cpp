@@ -18,17 +18,10 @@
 namespace tev::test {
 namespace {
 
-// One device; its first counter says how often it has been read.
-constexpr char kScenario[] = R"({
-  "clock": "samples",
-  "devices": [{"ibdev_name": "rdma0", "slots": [{"counters": [
-    {"text": "reads, how often", "law": {"type": "ramp", "per_sample": 1}},
-    {"text": "tx, sent", "planes": 2, "law": {"type": "constant", "value": 7}}]}]}]})";
-
 class PluginTest : public testing::Test {
  protected:
   PluginTest() {
-    setenv("VUNA_SIMULATOR_SCENARIO", tree.write("scenario.json", kScenario).c_str(), 1);
+    setenv("VUNA_SIMULATOR_SCENARIO", tree.write("scenario.json", kCountedReads).c_str(), 1);
     plugin.shareLogger();
   }
 

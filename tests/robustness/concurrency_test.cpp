@@ -14,13 +14,6 @@
 namespace tev::test {
 namespace {
 
-// One device whose first counter says how often it has been read.
-constexpr char kScenario[] = R"({
-  "clock": "samples",
-  "devices": [{"ibdev_name": "rdma0", "slots": [{"counters": [
-    {"text": "reads, how often", "law": {"type": "ramp", "per_sample": 1}},
-    {"text": "tx, sent", "planes": 2, "law": {"type": "constant", "value": 7}}]}]}]})";
-
 // Threads that log and read counts until this ends.
 class Bystanders {
  public:
@@ -44,7 +37,7 @@ class Bystanders {
 
 TEST(Concurrency, ProvidersAtFullSpeedKeepToThemselves) {
   TempTree tree;
-  setenv("VUNA_SIMULATOR_SCENARIO", tree.write("scenario.json", kScenario).c_str(), 1);
+  setenv("VUNA_SIMULATOR_SCENARIO", tree.write("scenario.json", kCountedReads).c_str(), 1);
   const CapturedLog log(TEV_LEVEL_WARNING);
   const Plugin plugin;
   plugin.shareLogger();

@@ -1,6 +1,5 @@
 #include <sys/stat.h>
 
-#include <filesystem>
 #include <fstream>
 
 #include "tests/simulator/sdk.h"
@@ -85,7 +84,6 @@ TEST_F(Netdev, NoInterfacesNoDevices) {
 
 TEST_F(Netdev, ThisMachinesLoopbackIsLive) {
   unsetenv("VUNA_SIMULATOR_SYSFS");
-  if (!std::filesystem::exists("/sys/class/net/lo/statistics/rx_bytes")) GTEST_SKIP();
   loadNamed("netdev");
   ASSERT_EQ(refusal(), "");
   for (std::uint32_t device = 0; device < count; ++device) {

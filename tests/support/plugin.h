@@ -16,6 +16,13 @@
 
 namespace tev::test {
 
+// A scenario of the simulator: one device whose first counter says how often it has been read.
+inline constexpr char kCountedReads[] = R"({
+  "clock": "samples",
+  "devices": [{"ibdev_name": "rdma0", "slots": [{"counters": [
+    {"text": "reads, how often", "law": {"type": "ramp", "per_sample": 1}},
+    {"text": "tx, sent", "planes": 2, "law": {"type": "constant", "value": 7}}]}]}]})";
+
 struct Event {
   std::uint64_t timestamp = 0;
   std::string type;
