@@ -41,19 +41,19 @@ struct Compared {
   double floor_ns;
 };
 
-// Times `work` against `floor` for as long as `state` asks; both are to move `bytes` bytes.
-// `between` runs untimed before each turn of either, with the number of repetitions to come.
+// Times `work` against `floor` for as long as `state` asks, in turns of `repetitions`; both are to
+// move `bytes` bytes. `between` runs untimed before each turn of either.
 template <class Work, class Floor, class Between>
 Compared compare(benchmark::State& state, double bytes, Work&& work, Floor&& floor,
                  Between&& between, int repetitions) {
   std::vector<double> work_ns;
   std::vector<double> floor_ns;
-  for ([[maybe_unused]] const auto _ : state) {
+  while (state.KeepRunningBatch(repetitions)) {
     between();
     work_ns.push_back(nanoseconds(work, repetitions));
     between();
     floor_ns.push_back(nanoseconds(floor, repetitions));
-    state.SetIterationTime(work_ns.back() * 1e-9);
+    state.SetIterationTime(work_ns.back() * repetitions * 1e-9);
   }
   const Compared result{median(work_ns), median(floor_ns)};
   state.counters["work_ns"] = result.work_ns;

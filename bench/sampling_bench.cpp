@@ -3,8 +3,7 @@
 #include <benchmark/benchmark.h>
 #include <time.h>
 
-#include <cstring>
-#include <mutex>
+#include <algorithm>
 #include <vector>
 
 #include "bench/compare.h"
@@ -19,9 +18,9 @@ void samplingPass(benchmark::State& state) {
   const auto counters = static_cast<std::uint32_t>(state.range(1));
   Shape shape{.devices = static_cast<std::uint32_t>(state.range(0)),
               .order = state.range(3) ? Order::shuffled : Order::contiguous};
-  // The counters are spread evenly over the device's event and the planes'.
+  // The counters are spread evenly over the device's event and the planes'; each plane has one.
   shape.planes = planes;
-  shape.counters_per_plane = planes == 0 ? 0 : counters / (planes + 1);
+  shape.counters_per_plane = planes == 0 ? 0 : std::max(1U, counters / (planes + 1));
   shape.device_counters = counters - planes * shape.counters_per_plane;
 
   Sampler sampler(shape);
@@ -42,7 +41,7 @@ void samplingPass(benchmark::State& state) {
 void shapes(benchmark::internal::Benchmark* bench) {
   for (const int devices : {1, 8, 64})
     for (const int counters : {16, 64, 256})
-      for (const int planes : {0, 1, 4, 15})
+      for (const int planes : {0, 1, 4, 16})
         for (const int shuffled : {0, 1}) bench->Args({devices, counters, planes, shuffled});
 }
 

@@ -75,8 +75,8 @@ void Collector::setFieldsLengths() {
 void Collector::setDataBuffers() {
   for (auto& dev : devices_) {
     const auto& slot = dev.slot_info;
-    dev.device_layout = EventLayout::ofDevice(slot, device_name_length_);
-    dev.plane_layout = EventLayout::ofPlane(slot, device_name_length_);
+    dev.device_layout = EventLayout::ofDevice(slot, dev.name, device_name_length_);
+    dev.plane_layout = EventLayout::ofPlane(slot, dev.name, device_name_length_);
     const std::size_t device_size = dev.device_layout.size();
     const std::size_t plane_size = dev.plane_layout.size();
 

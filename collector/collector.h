@@ -131,7 +131,6 @@ class Collector {
 
   void makeRoomForValues();
   void sampleDevice(DevCtx& dev, std::uint32_t* values);
-  void writeSample(DevCtx& dev, std::uint64_t timestamp_usec, const std::uint32_t* values);
   void waitForNextPass(Clock::TimePoint& due, std::unique_lock<std::mutex>& lock);
 
   Api api_;  // first: bound before all else, unbound after it

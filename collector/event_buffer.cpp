@@ -14,7 +14,7 @@ EventBuffer::EventBuffer(unsigned long event_size_, unsigned long max_events_)
   capacity_bytes = support::checkedMultiply(event_size, max_events);
   if (capacity_bytes == 0) return;
   // calloc leaves large blocks to the kernel's zero pages: what is never written costs no memory.
-  data.reset(static_cast<std::byte*>(std::calloc(max_events, event_size)));
+  data.reset(static_cast<std::byte*>(std::calloc(support::checkedAdd(capacity_bytes, kSlack), 1)));
   if (!data) throw std::bad_alloc();
 }
 

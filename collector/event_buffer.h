@@ -16,6 +16,9 @@ namespace tev::events::multipath {
 // starts out zero-filled. Nothing is allocated after construction.
 class EventBuffer {
  public:
+  // Bytes behind the last event that may be written too, with zeros.
+  static constexpr std::size_t kSlack = 16;
+
   // std::length_error when the sizes exceed what memory can hold, std::bad_alloc when it does not.
   TEV_API EventBuffer(unsigned long event_size, unsigned long max_events);
   TEV_API ~EventBuffer();
@@ -28,7 +31,7 @@ class EventBuffer {
   std::byte* append(std::uint64_t events, std::uint64_t timestamp_usec) noexcept {
     assert(hasRoomFor(events));
     std::byte* const first = data.get() + write_offset;
-    for (std::uint64_t i = 0; i < events; ++i) timestamps.push_back(timestamp_usec);
+    timestamps.insert(timestamps.end(), events, timestamp_usec);
     num_events += events;
     write_offset += events * event_size;
     return first;

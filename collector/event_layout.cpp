@@ -1,6 +1,7 @@
 #include "collector/event_layout.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace tev::events::multipath {
 namespace {
@@ -27,53 +28,61 @@ std::vector<std::uint32_t> planesUnlikeTheFields(const SlotInfo& slot) {
 
 }  // namespace
 
-// Of the counters that `selected` picks, in their order, no more than `room`.
-template <class Selected>
-void EventLayout::addGathering(const SlotInfo& slot, std::uint32_t room, Selected selected) {
-  std::vector<Part> runs;
-  std::vector<Part> singles;
-  for (const auto& counter : slot.counters) {
-    if (!selected(counter)) continue;
-    if (singles.size() == room) break;
-    const auto index = static_cast<std::uint32_t>(counter.index);
-    singles.push_back({.first_value = index, .count = 1});
-    if (!runs.empty() && runs.back().first_value + runs.back().count == index)
-      ++runs.back().count;
-    else
-      runs.push_back(singles.back());
-  }
-  // A copy of a run is a call, which takes as long as some single ones.
-  constexpr std::size_t kWorthACall = 8;
-  const bool of_runs = runs.size() * kWorthACall <= singles.size();
-  const auto& parts = of_runs ? runs : singles;
-  gatherings_.push_back({.first_part = static_cast<std::uint32_t>(parts_.size()),
-                         .num_parts = static_cast<std::uint32_t>(parts.size()),
-                         .of_runs = of_runs});
-  parts_.insert(parts_.end(), parts.begin(), parts.end());
+EventLayout::EventLayout(std::string_view name, std::size_t name_length)
+    : name_length_(name_length) {
+  name.copy(name_.data(), name_.size());
+  if (name.size() > name_.size()) long_name_ = name;
+  addField("device_name", "Device Name", "char", 1, name_length);
 }
 
-EventLayout EventLayout::ofDevice(const SlotInfo& slot, std::size_t name_length) {
-  EventLayout layout;
-  layout.addField("device_name", "Device Name", "char", 1, name_length);
+EventLayout EventLayout::ofDevice(const SlotInfo& slot, std::string_view name,
+                                  std::size_t name_length) {
+  EventLayout layout(name, name_length);
+  layout.num_events_ = 1;
   layout.addCounterFields(slot.device_counter_names, slot.device_counter_descriptions,
                           slot.num_device_counters);
-  layout.addGathering(slot, slot.num_device_counters,
-                      [](const CounterMeta& counter) { return !counter.is_per_plane; });
+  layout.addParts(slot);
   return layout;
 }
 
-EventLayout EventLayout::ofPlane(const SlotInfo& slot, std::size_t name_length) {
-  EventLayout layout;
-  layout.addField("device_name", "Device Name", "char", 1, name_length);
+EventLayout EventLayout::ofPlane(const SlotInfo& slot, std::string_view name,
+                                 std::size_t name_length) {
+  EventLayout layout(name, name_length);
+  layout.num_events_ = slot.num_planes;
+  layout.of_planes_ = true;
   layout.addField("plane", "Plane ID", "uint8_t", 1, 1);
   layout.addCounterFields(slot.plane_counter_names, slot.plane_counter_descriptions,
                           slot.num_plane_counters);
-  for (std::uint32_t plane = 0; plane < slot.num_planes; ++plane)
-    layout.addGathering(slot, slot.num_plane_counters, [plane](const CounterMeta& counter) {
-      return counter.is_per_plane && counter.plane == plane;
-    });
+  layout.addParts(slot);
   layout.differing_planes_ = planesUnlikeTheFields(slot);
   return layout;
+}
+
+// In each event the counters stand in their order; those that it has no room for are left out.
+void EventLayout::addParts(const SlotInfo& slot) {
+  std::vector<Part> runs;
+  std::vector<Part> singles;
+  std::vector<std::uint64_t> next(num_events_);  // place in each event
+  for (std::uint64_t event = 0; event < num_events_; ++event)
+    next[event] = event * size_ + counters_offset_;
+  for (const auto& counter : slot.counters) {
+    if (counter.is_per_plane != of_planes_) continue;
+    const std::uint32_t event = of_planes_ ? counter.plane : 0;
+    if (next[event] == (event + 1) * size_) continue;
+    const Part part{.from = static_cast<std::uint16_t>(counter.index),
+                    .count = 1,
+                    .to = static_cast<std::uint32_t>(next[event])};
+    next[event] += kCounterSize;
+    singles.push_back(part);
+    if (!runs.empty() && runs.back().reaches(part))
+      ++runs.back().count;
+    else
+      runs.push_back(part);
+  }
+  // A copy of a run is a call, which takes as long as some single ones.
+  constexpr std::size_t kWorthACall = 8;
+  of_runs_ = runs.size() * kWorthACall <= singles.size();
+  parts_ = std::move(of_runs_ ? runs : singles);
 }
 
 void EventLayout::addField(const char* name, const char* description, const char* type,

@@ -1,48 +1,52 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
+#include "collector/event_buffer.h"
 #include "collector/slot_info.h"
 #include "tev/schema.h"
 
 namespace tev::events::multipath {
 
 // One kind of event of one device: a packed record of the device's name, for plane events the
-// plane's number, and 32-bit counters. The schema registers fields(), the sampler writes where they
-// stand.
+// plane's number, and 32-bit counters. The schema registers fields(), the sampler writes samples
+// with write(). What write() does is worked out here, once.
 class EventLayout {
  public:
-  // `name_length`: bytes of the device-name field. The fields borrow the texts of `slot`.
-  static EventLayout ofDevice(const SlotInfo& slot, std::size_t name_length);
-  static EventLayout ofPlane(const SlotInfo& slot, std::size_t name_length);
+  // No events.
+  EventLayout() = default;
+
+  // One event a sample. `name` is padded to `name_length` bytes, which it does not exceed. The
+  // fields borrow the texts of `slot`.
+  static EventLayout ofDevice(const SlotInfo& slot, std::string_view name, std::size_t name_length);
+  // An event per plane, in order.
+  static EventLayout ofPlane(const SlotInfo& slot, std::string_view name, std::size_t name_length);
 
   // Bytes per event.
   std::uint64_t size() const { return size_; }
+
+  // Events per sample, back to back.
+  std::uint32_t eventsPerSample() const { return num_events_; }
 
   // Valid until the texts of the slot change; forgetFields() is to be called before that.
   const std::vector<tev_type_field_info_t>& fields() const { return fields_; }
   void forgetFields() { std::vector<tev_type_field_info_t>().swap(fields_); }
 
-  // Writes the counters of `plane` (device events: 0) out of `values` into a zero-filled event.
-  void putCounters(std::uint32_t plane, const std::uint32_t* values, std::byte* event) const {
-    const Gathering& gathering = gatherings_[plane];
-    const std::span parts(parts_.data() + gathering.first_part, gathering.num_parts);
-    std::byte* to = event + counters_offset_;
-    if (gathering.of_runs) {
-      for (const auto& [first, count] : parts) {
-        std::memcpy(to, values + first, count * sizeof *values);
-        to += count * sizeof *values;
-      }
+  // Writes the events of one sample of the device's `values` to where an EventBuffer has them.
+  void write(const std::uint32_t* values, std::byte* events) const {
+    writeNames(events);
+    if (of_runs_) {
+      for (const auto& [from, count, to] : parts_)
+        std::memcpy(events + to, values + from, count * sizeof *values);
     } else {
-      for (const auto& part : parts) {
-        std::memcpy(to, values + part.first_value, sizeof *values);
-        to += sizeof *values;
-      }
+      for (const auto& part : parts_)
+        std::memcpy(events + part.to, values + part.from, sizeof *values);
     }
   }
 
@@ -51,31 +55,52 @@ class EventLayout {
   const std::vector<std::uint32_t>& differingPlanes() const { return differing_planes_; }
 
  private:
+  EventLayout(std::string_view name, std::size_t name_length);
   void addField(const char* name, const char* description, const char* type, std::size_t type_size,
                 std::size_t count);
   void addCounterFields(const std::vector<std::string>& names,
                         const std::vector<std::string>& descriptions, std::uint32_t count);
-  template <class Selected>
-  void addGathering(const SlotInfo& slot, std::uint32_t room, Selected selected);
+  void addParts(const SlotInfo& slot);
 
-  // Values that lie next to each other, as they do in the event.
+  // The compiler must take every write to an event for a change of the members.
+  void writeNames(std::byte* event) const {
+    const std::uint64_t size = size_;
+    const std::uint64_t name_length = name_length_;
+    const bool of_planes = of_planes_;
+    const NameBlock name = name_;
+    for (std::uint32_t number = 0, end = num_events_; number < end; ++number, event += size) {
+      std::memcpy(event, name.data(), name.size());
+      if (name_length > name.size()) std::memcpy(event, long_name_.data(), long_name_.size());
+      if (of_planes) event[name_length] = static_cast<std::byte>(number);
+    }
+  }
+
+  // The start of a name, copied as a whole, zeros included: few are longer.
+  using NameBlock = std::array<char, EventBuffer::kSlack>;
+
+  // Counters that lie next to each other both in the device's values and in the events.
   struct Part {
-    std::uint32_t first_value;  // index into the values
-    std::uint32_t count;
-  };
-  // Where the counters of one event come from: in few long runs, each copied as a whole, or one by
-  // one.
-  struct Gathering {
-    std::uint32_t first_part;
-    std::uint32_t num_parts;
-    bool of_runs;
+    std::uint16_t from;   // index into the values
+    std::uint16_t count;  // 1 but for runs
+    std::uint32_t to;     // bytes from the start of a sample's first event
+
+    // Whether `next` continues this part.
+    bool reaches(const Part& next) const {
+      return from + count == next.from && to + count * sizeof(std::uint32_t) == next.to;
+    }
   };
 
-  std::vector<tev_type_field_info_t> fields_;
+  // What a write needs comes first, close together.
   std::uint64_t size_ = 0;
+  std::uint64_t name_length_ = 0;  // bytes; a plane's number follows
+  std::uint32_t num_events_ = 0;
+  bool of_planes_ = false;
+  bool of_runs_ = false;  // few long parts, each copied as a whole; else one by one
+  NameBlock name_{};
+  std::vector<Part> parts_;
+  std::string long_name_;              // empty for a name that fits into its block
   std::uint64_t counters_offset_ = 0;  // bytes from the start of the event; then one by the other
-  std::vector<Gathering> gatherings_;  // per plane
-  std::vector<Part> parts_;            // of all gatherings
+  std::vector<tev_type_field_info_t> fields_;
   std::vector<std::uint32_t> differing_planes_;
 };
 

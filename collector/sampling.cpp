@@ -48,6 +48,22 @@ std::uint64_t current(const std::uint64_t& count) {
   return __atomic_load_n(&count, __ATOMIC_RELAXED);
 }
 
+// Has the cache fetch what the look at the room of the next device would wait for.
+void expect(const Collector::DevCtx::Half& half) {
+  __builtin_prefetch(half.device.get());
+  __builtin_prefetch(half.plane.get());
+}
+
+bool hasRoom(const EventBuffer& buffer, const EventLayout& layout) {
+  return buffer.hasRoomFor(layout.eventsPerSample());
+}
+
+void write(EventBuffer& buffer, const EventLayout& layout, std::uint64_t timestamp,
+           const std::uint32_t* values) {
+  if (std::byte* const events = buffer.append(layout.eventsPerSample(), timestamp))
+    layout.write(values, events);
+}
+
 }  // namespace
 
 bool Collector::start() {
@@ -121,13 +137,16 @@ void Collector::makeRoomForValues() {
 }
 
 void Collector::samplePass(std::uint32_t* values) {
-  for (auto& dev : devices_) sampleDevice(dev, values);
+  for (std::size_t i = 0; i < devices_.size(); ++i) {
+    if (i + 1 < devices_.size()) expect(devices_[i + 1].filling());
+    sampleDevice(devices_[i], values);
+  }
 }
 
 void Collector::sampleDevice(DevCtx& dev, std::uint32_t* values) {
   const auto& slot = dev.slot_info;
   const auto& half = dev.filling();
-  if (!half.device->hasRoomFor(1) || !half.plane->hasRoomFor(slot.num_planes)) {
+  if (!hasRoom(*half.device, dev.device_layout) || !hasRoom(*half.plane, dev.plane_layout)) {
     increment(dev.counts.taken);
     increment(dev.counts.lost);
     return;
@@ -158,28 +177,9 @@ void Collector::sampleDevice(DevCtx& dev, std::uint32_t* values) {
                       slot.num_counters, dev.name.c_str());
     if (filled < wanted) std::fill(values + filled, values + wanted, 0);
   }
-  writeSample(dev, timestamp, values);
+  write(*half.device, dev.device_layout, timestamp, values);
+  write(*half.plane, dev.plane_layout, timestamp, values);
   increment(dev.counts.taken);
-}
-
-void Collector::writeSample(DevCtx& dev, std::uint64_t timestamp, const std::uint32_t* values) {
-  const auto& half = dev.filling();
-  const auto put_name = [&dev](std::byte* event) {
-    if (!dev.name.empty()) std::memcpy(event, dev.name.data(), dev.name.size());
-  };
-
-  std::byte* const device_event = half.device->append(1, timestamp);
-  put_name(device_event);
-  dev.device_layout.putCounters(0, values, device_event);
-
-  const std::uint32_t num_planes = dev.slot_info.num_planes;
-  std::byte* plane_event = half.plane->append(num_planes, timestamp);
-  for (std::uint32_t plane = 0; plane < num_planes; ++plane) {
-    put_name(plane_event);
-    plane_event[device_name_length_] = static_cast<std::byte>(plane);
-    dev.plane_layout.putCounters(plane, values, plane_event);
-    plane_event += half.plane->event_size;
-  }
 }
 
 // Returns, with the lock held, when the next pass is due or sampling is to end. A pass is due one

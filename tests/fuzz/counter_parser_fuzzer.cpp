@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "collector/counter_parser.h"
+#include "collector/event_buffer.h"
 #include "collector/event_layout.h"
 #include "tests/fuzz/fuzz.h"
 
@@ -31,15 +32,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // Every counter goes where there is room for it.
   constexpr std::size_t kNameLength = 5;
   const std::vector<std::uint32_t> values(slot.counters.size(), 0xffffffff);
-  const auto device = mp::EventLayout::ofDevice(slot, kNameLength);
-  std::vector<std::byte> event(device.size());
-  device.putCounters(0, values.data(), event.data());
-  check(std::count(event.begin(), event.end(), std::byte{0xff}) == 4 * std::ptrdiff_t(of_device),
+  const auto written = [&](const mp::EventLayout& layout) {
+    mp::EventBuffer sample(layout.size(), layout.eventsPerSample());
+    layout.write(values.data(), sample.append(layout.eventsPerSample(), 1));
+    return std::count(sample.data.get(), sample.data.get() + sample.capacity_bytes,
+                      std::byte{0xff});
+  };
+  check(written(mp::EventLayout::ofDevice(slot, "name", kNameLength)) ==
+            4 * std::ptrdiff_t(of_device),
         "every device counter is in the event");
-  const auto planes = mp::EventLayout::ofPlane(slot, kNameLength);
-  for (std::uint32_t plane = 0; plane < slot.num_planes; ++plane) {
-    event.assign(planes.size(), std::byte{});
-    planes.putCounters(plane, values.data(), event.data());
-  }
+  if (slot.num_planes > 0) written(mp::EventLayout::ofPlane(slot, "name", kNameLength));
   return 0;
 }
