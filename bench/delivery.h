@@ -93,17 +93,17 @@ class Delivery {
   // `room`: events that the serializer holds; 0: a whole batch.
   Delivery(const Shape& shape, std::size_t room)
       : size_(sampleSize(shape).device_event),
-        room_(room == 0 ? kPassesPerTurn : room),
+        room_(room == 0 ? kPassesPerBatch : room),
         work_(shape, samplingOptions().get()),
-        source_(size_ * kPassesPerTurn),
-        timestamps_(kPassesPerTurn),
-        out_((size_ + 16) * (kPassesPerTurn + 1)) {}
+        source_(size_ * kPassesPerBatch),
+        timestamps_(kPassesPerBatch),
+        out_((size_ + 16) * (kPassesPerBatch + 1)) {}
 
   std::size_t eventSize() const { return size_; }
 
   void refill() {
     work_.deliver(out_, out_.size());
-    for (int i = 0; i < kPassesPerTurn; ++i) work_.pass();
+    for (int i = 0; i < kPassesPerBatch; ++i) work_.pass();
     work_.takeBatch();
     std::memset(source_.data(), 1, source_.size());
   }
@@ -113,7 +113,7 @@ class Delivery {
   void deliverBare() {
     std::uint8_t* out = out_.data();
     std::size_t in_buffer = 0;
-    for (std::size_t i = 0; i < kPassesPerTurn; ++i) {
+    for (std::size_t i = 0; i < kPassesPerBatch; ++i) {
       if (in_buffer++ == room_) {
         out = out_.data();
         in_buffer = 1;

@@ -18,20 +18,21 @@ void wholeRoad(benchmark::State& state) {
   const Shape shape{.device_counters = 32,
                     .planes = 4,
                     .counters_per_plane = 16,
-                    .order = state.range(0) ? Order::shuffled : Order::contiguous};
+                    .order = state.range(1) ? Order::shuffled : Order::contiguous};
+  const auto passes = static_cast<std::size_t>(state.range(0));
   const auto size = sampleSize(shape);
-  const std::size_t delivered = (size.sample + 16 * (shape.planes + 1)) * kPassesPerTurn;
+  const std::size_t delivered = (size.sample + 16 * (shape.planes + 1)) * passes;
   std::vector<std::uint8_t> out(delivered + 4096);
 
   HandDriven road(shape, samplingOptions().get());
   BareSampler bare(shape);
   const auto work = [&] {
-    for (int i = 0; i < kPassesPerTurn; ++i) road.pass();
+    for (std::size_t i = 0; i < passes; ++i) road.pass();
     road.deliver(out, out.size());
   };
   const auto floor = [&] {
     bare.empty();
-    for (int i = 0; i < kPassesPerTurn; ++i) bare.pass();
+    for (std::size_t i = 0; i < passes; ++i) bare.pass();
     std::uint8_t* to = out.data();
     for (const auto& device : bare.devices()) {
       const std::byte* event = device.bytes.data();
@@ -53,13 +54,17 @@ void wholeRoad(benchmark::State& state) {
     benchmark::DoNotOptimize(copy.data());
     benchmark::ClobberMemory();
   };
-  const double values = double{kPassesPerTurn} * shape.countersPerDevice();
+  const double values = static_cast<double>(passes) * shape.countersPerDevice();
   state.counters["ns_per_value"] = result.work_ns / values;
   state.counters["floor_ns_per_value"] = result.floor_ns / values;
   state.counters["memcpy_ns"] = nanoseconds(plain, 1000);
 }
 
-BENCHMARK(wholeRoad)->ArgName("shuffled")->Arg(1)->Arg(0)->UseManualTime()->MinTime(0.5);
+BENCHMARK(wholeRoad)
+    ->ArgNames({"samples", "shuffled"})
+    ->ArgsProduct({{64, kPassesPerBatch}, {1, 0}})
+    ->UseManualTime()
+    ->MinTime(0.2);
 
 }  // namespace
 }  // namespace tev::bench

@@ -17,17 +17,18 @@
 
 namespace tev::bench {
 
-inline constexpr int kPassesPerTurn = 64;
+// What comes in a second at an interval of 1 ms: a batch, with the default update.
+inline constexpr int kPassesPerBatch = 1000;
 
 struct DeleteDict {
   void operator()(tev_custom_options* dict) const { tev_dict_delete(dict); }
 };
 using Dict = std::unique_ptr<tev_custom_options, DeleteDict>;
 
-// Options under which a buffer holds the passes of a turn and some more.
+// Options under which a buffer holds the passes of a batch and some more.
 inline Dict samplingOptions() {
   Dict dict(tev_dict_create());
-  tev_dict_add(dict.get(), "multipath-sample-interval-usec", "10000");
+  tev_dict_add(dict.get(), "multipath-sample-interval-usec", "1000");
   return dict;
 }
 
@@ -83,8 +84,8 @@ class BareSampler {
       gather_[of_plane ? 1 + std::stoul(texts[i].substr(plane + 6)) : 0].push_back(i);
     }
     for (auto& device : devices_) {
-      device.bytes.resize(size_.sample * (kPassesPerTurn + 1));
-      device.timestamps.resize((shape.planes + 1) * (kPassesPerTurn + 1));
+      device.bytes.resize(size_.sample * (kPassesPerBatch + 1));
+      device.timestamps.resize((shape.planes + 1) * (kPassesPerBatch + 1));
     }
   }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "provider/event_types.h"
+#include "src/data/serializer/block_writer.h"
 #include "src/support/clock.h"
 #include "src/support/log_throttle.h"
 #include "tev/logger.h"
@@ -17,18 +18,17 @@ bool isEmpty(const EventBuffer* buffer) {
 }
 
 // Writes what the host has not been given yet, event by event, until the serializer takes no more.
-// The last answer of the serializer; 1 when all is written. What does not change from one event to
-// the next is held here: the compiler must take every write to the host's buffer for a change.
-int writeEvents(EventBuffer& buffer, std::uint8_t schema_index, std::uint8_t type_id,
-                tev_data_serializer_t* serializer) {
+// The last answer of the writer; 1 when all is written. What does not change from one event to the
+// next is held here: the compiler must take every write to the host's buffer for a change.
+int writeEvents(EventBuffer& buffer, common::BlockWriter writer) {
   const std::uint64_t num_events = buffer.num_events;
+  const std::uint64_t event_size = buffer.event_size;
   const std::uint64_t* const timestamps = buffer.timestamps.data();
   std::uint64_t index = buffer.read_index;
   const std::byte* event = buffer.at(index);
   int written = 1;
-  for (; index < num_events; ++index, event += buffer.event_size) {
-    written = tev_data_serializer_write_events_ts(serializer, schema_index, type_id, event, 1,
-                                                  timestamps[index]);
+  for (; index < num_events; ++index, event += event_size) {
+    written = writer.write(event, 1, timestamps[index]);
     if (written <= 0) break;
   }
   buffer.read_index = index;
@@ -136,7 +136,7 @@ int Provider::writeBuffers(const char* kind, std::vector<EventBuffer*>& buffers,
   for (std::size_t device = 0; device < buffers.size(); ++device) {
     if (done[device]) continue;
     EventBuffer& buffer = *buffers[device];
-    const int written = writeEvents(buffer, schema_index_, type_ids[device], serializer);
+    const int written = writeEvents(buffer, {serializer, schema_index_, type_ids[device]});
     if (written < 0) {
       TEV_LOG_ERROR("[multipath] Failed to write %s event for device %zu", kind, device);
       return TEV_PROGRESS_FAILED;

@@ -1,0 +1,104 @@
+// Blocks in a serializer's buffer: a header, and events of one type behind it.
+#pragma once
+
+#include <algorithm>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "tev/serializer.h"
+
+namespace tev::common {
+
+// Blocks are little-endian and numbers are copied as they lie in memory.
+static_assert(std::endian::native == std::endian::little);
+
+inline constexpr std::uint64_t kBlockHeaderSize = TEV_EVENT_BLOCK_HEADER_SIZE;
+
+// Put together in two registers, and stored at once.
+inline void writeBlockHeader(std::uint8_t* block, std::uint64_t timestamp_usec,
+                             std::uint8_t schema_index, std::uint8_t type_index,
+                             std::uint8_t count) {
+  enum : std::size_t { kTimestampAt = 4, kSchemaIndexAt = 12, kTypeIndexAt = 13, kCountAt = 15 };
+  constexpr char kMagicText[] = {'T', 'E', 'V', TEV_EVENT_BLOCK_KIND};
+  constexpr auto kMagic = std::bit_cast<std::uint32_t>(kMagicText);
+  static_assert(sizeof kMagic == kTimestampAt && kCountAt + 1 == kBlockHeaderSize);
+  constexpr auto shiftTo = [](std::size_t at) { return 8 * (at % sizeof(std::uint64_t)); };
+  const std::uint64_t words[] = {kMagic | timestamp_usec << shiftTo(kTimestampAt),
+                                 timestamp_usec >> shiftTo(kTimestampAt) |
+                                     std::uint64_t{schema_index} << shiftTo(kSchemaIndexAt) |
+                                     std::uint64_t{type_index} << shiftTo(kTypeIndexAt) |
+                                     std::uint64_t{count} << shiftTo(kCountAt)};
+  static_assert(sizeof words == kBlockHeaderSize);
+  std::memcpy(block, words, sizeof words);
+}
+
+// Bytes left in the serializer's buffer, and those of them that events fit into behind a header.
+inline std::uint64_t bytesLeft(const tev_data_serializer_t& serializer) {
+  return serializer.buffer && serializer.used < serializer.capacity
+             ? serializer.capacity - serializer.used
+             : 0;
+}
+inline std::uint64_t roomForEvents(std::uint64_t left) {
+  return left > kBlockHeaderSize ? left - kBlockHeaderSize : 0;
+}
+
+// Null for an index out of range.
+const tev_schema_t* findSchema(const tev_data_serializer_t& serializer, std::uint8_t schema_index);
+
+// Bytes of one event; 0 for an index out of range.
+std::uint64_t eventSize(const tev_data_serializer_t& serializer, std::uint8_t schema_index,
+                        std::uint8_t type_index);
+
+// Writes blocks of one type, which it looks up once: what tev_data_serializer_write_events_ts does,
+// for many events in a row. The serializer is not to be written to by others meanwhile; what it
+// says of itself is right after every block.
+class BlockWriter {
+ public:
+  // A null serializer takes nothing.
+  BlockWriter(tev_data_serializer_t* serializer, std::uint8_t schema_index, std::uint8_t type_index)
+      : serializer_(serializer), schema_index_(schema_index), type_index_(type_index) {
+    if (!serializer) return;
+    size_ = eventSize(*serializer, schema_index, type_index);
+    left_ = bytesLeft(*serializer);
+    next_ = serializer->buffer + serializer->used;
+  }
+
+  // The number of events written: as many as fit, 0 when none does.
+  int write(const void* events, std::uint8_t count, std::uint64_t timestamp_usec) {
+    if (size_ == 0) {
+      if (serializer_) reportNoSize(*serializer_, schema_index_, type_index_);
+      return 0;
+    }
+    if (!events && count != 0) return 0;
+    const std::uint64_t room = roomForEvents(left_);
+    if (size_ > room) return 0;
+
+    // One event at a time is the rule, and known to fit: it is spared the division.
+    const auto fitting =
+        count <= 1 ? count
+                   : static_cast<std::uint8_t>(std::min<std::uint64_t>(count, room / size_));
+    writeBlockHeader(next_, timestamp_usec, schema_index_, type_index_, fitting);
+    if (fitting != 0) std::memcpy(next_ + kBlockHeaderSize, events, fitting * size_);
+    const std::uint64_t written = kBlockHeaderSize + fitting * size_;
+    next_ += written;
+    left_ -= written;
+    serializer_->used = serializer_->capacity - left_;
+    return fitting;
+  }
+
+ private:
+  // Says so, once in ten seconds. Takes no part of the writer, which can then live in registers.
+  static void reportNoSize(const tev_data_serializer_t& serializer, std::uint8_t schema_index,
+                           std::uint8_t type_index);
+
+  tev_data_serializer_t* serializer_;
+  std::uint64_t size_ = 0;  // bytes of one event; 0: not to be written
+  std::uint64_t left_ = 0;  // bytes of the buffer
+  std::uint8_t* next_ = nullptr;
+  std::uint8_t schema_index_;
+  std::uint8_t type_index_;
+};
+
+}  // namespace tev::common
