@@ -19,8 +19,12 @@ class BareLoop {
 
   void stop();
 
-  // Nanoseconds of CPU that its thread has used so far.
-  std::uint64_t cpuNsec() const { return cpu_nsec_; }
+  // What its thread has used up to now, or to the last call before stop().
+  struct Usage {
+    std::uint64_t cpu_nsec = 0;
+    std::uint64_t wake_ups = 0;
+  };
+  Usage usage();
 
   // Of the time from one wake-up to the next, in nanoseconds. To be looked at after stop().
   const Distribution& intervals() const { return intervals_; }
@@ -29,7 +33,8 @@ class BareLoop {
   void run(std::uint64_t interval_usec);
 
   std::atomic<bool> running_{true};
-  std::atomic<std::uint64_t> cpu_nsec_{0};
+  std::atomic<std::uint64_t> wake_ups_{0};
+  Usage usage_;
   Distribution intervals_;  // the thread's, while it runs
   std::thread thread_;
 };

@@ -52,6 +52,10 @@ class CsvFormatter : public Formatter {
     for (const Column* const column : rows_[event.type->number]) {
       out += ',';
       if (!column) continue;
+      if (!isText(*column)) {  // digits, blanks, and nothing to quote
+        appendPlain(out, *column, event.data);
+        continue;
+      }
       value_.clear();
       appendPlain(value_, *column, event.data);
       appendField(out, value_);

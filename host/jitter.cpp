@@ -16,9 +16,8 @@ std::uint64_t cpuNsec(clockid_t clock) {
          static_cast<std::uint64_t>(time.tv_nsec);
 }
 
-// All threads but this one and the bare loop's.
-std::uint64_t pluginNsec(const BareLoop& bare) {
-  return cpuNsec(CLOCK_PROCESS_CPUTIME_ID) - cpuNsec(CLOCK_THREAD_CPUTIME_ID) - bare.cpuNsec();
+void addMean(Distribution& costs, std::uint64_t before, std::uint64_t now, std::uint64_t count) {
+  if (count != 0 && now >= before) costs.add((now - before) / count);
 }
 
 void appendRow(std::string& out, const char* name, const Distribution& values, bool with_rate) {
@@ -48,11 +47,16 @@ void JitterMeter::event(const Event& event, const Series& series) {
 }
 
 void JitterMeter::update(const RunStatus& status) {
-  const std::uint64_t now = pluginNsec(bare_);
+  const BareLoop::Usage bare = bare_.usage();
+  const std::uint64_t plugin =
+      cpuNsec(CLOCK_PROCESS_CPUTIME_ID) - cpuNsec(CLOCK_THREAD_CPUTIME_ID) - bare.cpu_nsec;
   // What the first window cost includes the set-up.
-  if (cpu_nsec_ != 0 && passes_in_window_ != 0 && now >= cpu_nsec_)
-    costs_.add((now - cpu_nsec_) / passes_in_window_);
-  cpu_nsec_ = now;
+  if (plugin_nsec_ != 0) {
+    addMean(costs_, plugin_nsec_, plugin, passes_in_window_);
+    addMean(bare_costs_, bare_usage_.cpu_nsec, bare.cpu_nsec, bare.wake_ups - bare_usage_.wake_ups);
+  }
+  plugin_nsec_ = plugin;
+  bare_usage_ = bare;
   passes_in_window_ = 0;
   formatter_->update(status);
 }
@@ -68,9 +72,11 @@ std::string JitterMeter::report() const {
   appendRow(out, "interval", intervals_, true);
   appendRow(out, "bare loop", bare_.intervals(), true);
   appendRow(out, "CPU per pass", costs_, false);
+  appendRow(out, "bare wake-up", bare_costs_, false);
   fmt::format_to(
       std::back_inserter(out),
-      "  {} intervals of {} us; CPU of the plug-in's threads, mean of each of {} updates\n",
+      "  {} intervals of {} us; CPU of the plug-in's threads and of the bare loop's, mean "
+      "of each of {} updates\n",
       intervals_.count(), interval_usec_, costs_.count());
   return out;
 }

@@ -2,9 +2,12 @@
 
 #include <fmt/format.h>
 
+#include <charconv>
 #include <cmath>
+#include <concepts>
 #include <cstring>
 #include <iterator>
+#include <limits>
 
 #include "host/text.h"
 
@@ -16,6 +19,20 @@ T load(const std::uint8_t* bytes) {
   T value;
   std::memcpy(&value, bytes, sizeof value);
   return value;
+}
+
+void append(std::string& out, bool value) {
+  out += value ? "true" : "false";
+}
+
+// Most values are integers: they are spared a look at a format.
+void append(std::string& out, std::integral auto value) {
+  char digits[std::numeric_limits<std::uint64_t>::digits10 + 2];
+  out.append(digits, std::to_chars(std::begin(digits), std::end(digits), value).ptr);
+}
+
+void append(std::string& out, std::floating_point auto value) {
+  fmt::format_to(std::back_inserter(out), "{}", value);
 }
 
 // Calls `use` with the element, as the C++ type that its built-in type stands for.
@@ -93,8 +110,7 @@ bool isFinite(const Column& column, const std::uint8_t* event, std::size_t eleme
 
 void appendElement(std::string& out, const Column& column, const std::uint8_t* event,
                    std::size_t element) {
-  withElement(column, event, element,
-              [&out](auto value) { fmt::format_to(std::back_inserter(out), "{}", value); });
+  withElement(column, event, element, [&out](auto value) { append(out, value); });
 }
 
 void appendPlain(std::string& out, const Column& column, const std::uint8_t* event) {
