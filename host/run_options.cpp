@@ -4,8 +4,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <charconv>
-#include <cmath>
 #include <filesystem>
 #include <iostream>
 #include <limits>
@@ -14,6 +12,7 @@
 #include <system_error>
 
 #include "host/errors.h"
+#include "host/option_text.h"
 #include "tev/logger.h"
 
 namespace tev::host {
@@ -22,9 +21,7 @@ namespace {
 constexpr char kLibraryPathKey[] = "multipath-vuna-lib-path";
 constexpr char kOtherLibraryPathKey[] = "vuna-telemetry-lib-path";
 constexpr char kUpdateKey[] = "update";
-constexpr double kMaxSeconds = 1e9;
 constexpr std::uint64_t kMaxUpdate = 86'400'000;  // a day
-constexpr std::uint64_t kMaxBufferBytes = std::uint64_t{1} << 40;
 
 constexpr char kProgramText[] =
     "A reference host for provider plug-ins: loads one, has it sample, and shows what it delivers.";
@@ -43,82 +40,6 @@ constexpr char kExamples[] = R"(Examples:
 
 Exit code: 0 fine, 1 the plug-in refused or the run failed, 2 wrong usage.)";
 
-// The texts as they were given.
-struct Given {
-  std::string plugin;
-  std::vector<std::string> options;
-  std::string scenario;
-  std::string log_level;
-  std::string buffer_size;
-  std::string update;
-  std::string format;
-  std::string output;
-  std::string duration;
-  std::string samples;
-  SelectionOptions selection;
-  bool jitter = false;
-};
-
-template <class Number>
-std::optional<Number> parseNumber(std::string_view text) {
-  Number number{};
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || rest != end) return std::nullopt;
-  return number;
-}
-
-[[noreturn]] void refuse(const char* option, const std::string& text, const std::string& wanted) {
-  throw UsageError(fmt::format("{} {}: {}", option, text.empty() ? "''" : text, wanted));
-}
-
-std::uint64_t wholeNumber(const char* option, const std::string& text, std::uint64_t most) {
-  const auto number = parseNumber<std::uint64_t>(text);
-  if (!number || *number == 0 || *number > most)
-    refuse(option, text, fmt::format("a whole number from 1 to {} is needed", most));
-  return *number;
-}
-
-std::uint64_t byteSize(const char* option, const std::string& text) {
-  std::string_view digits = text;
-  int shift = 0;
-  if (!digits.empty()) {
-    constexpr std::string_view kSuffixes = "kKmMgG";
-    const std::size_t suffix = kSuffixes.find(digits.back());
-    if (suffix != std::string_view::npos) {
-      shift = 10 * (1 + static_cast<int>(suffix) / 2);
-      digits.remove_suffix(1);
-    }
-  }
-  const auto number = parseNumber<std::uint64_t>(digits);
-  if (!number || *number == 0 || *number > kMaxBufferBytes >> shift)
-    refuse(option, text, "a number of bytes is needed, like 65536, 64K, 1M or 2G");
-  return *number << shift;
-}
-
-std::chrono::nanoseconds seconds(const char* option, const std::string& text) {
-  const auto number = parseNumber<double>(text);
-  if (!number || !(*number > 0 && *number <= kMaxSeconds))
-    refuse(option, text, "a number of seconds above 0 is needed");
-  return std::chrono::nanoseconds(std::llround(*number * 1e9));
-}
-
-Format formatNamed(const std::string& text) {
-  if (text == "table") return Format::table;
-  if (text == "jsonl") return Format::jsonl;
-  if (text == "csv") return Format::csv;
-  refuse("--format", text, "table, jsonl or csv is needed");
-}
-
-std::optional<std::uint32_t> logLevelNamed(const std::string& text) {
-  if (text == "error") return TEV_LEVEL_ERROR;
-  if (text == "warning") return TEV_LEVEL_WARNING;
-  if (text == "info") return TEV_LEVEL_INFO;
-  if (text == "debug") return TEV_LEVEL_DEBUG;
-  const auto number = parseNumber<std::uint32_t>(text);
-  return number && *number < TEV_LEVEL_UNSET ? number : std::nullopt;
-}
-
 void readLogLevel(const std::string& text, PluginOptions& plugin) {
   plugin.log_level = TEV_LEVEL_WARNING;
   if (!text.empty()) {
@@ -129,15 +50,6 @@ void readLogLevel(const std::string& text, PluginOptions& plugin) {
   } else if (const char* const variable = tev_getenv("TEV_API_LOG_LEVEL")) {
     if (const auto level = logLevelNamed(variable)) plugin.log_level = *level;
     plugin.log_level_given = true;
-  }
-}
-
-void readPluginOptions(const std::vector<std::string>& texts, PluginOptions& plugin) {
-  for (const std::string& text : texts) {
-    const std::size_t equals = text.find('=');
-    if (equals == std::string::npos || equals == 0)
-      refuse("--option", text, "KEY=VALUE is needed, like multipath-devices=rdma0,rdma1");
-    plugin.options.emplace_back(text.substr(0, equals), text.substr(equals + 1));
   }
 }
 
@@ -162,13 +74,36 @@ void readScenario(const std::string& scenario, PluginOptions& plugin,
   plugin.simulator_scenario = scenario;
 }
 
-void addPluginOptions(CLI::App& command, Given& given) {
+// What takes a second look once all options are known.
+struct Given {
+  std::optional<std::string> plugin;
+  std::string scenario;
+  std::string log_level;
+};
+
+// Has `read` make a value of the option's text.
+template <class Value, class Read>
+CLI::Option* addParsed(CLI::App& command, const char* name, Value& value, Read read,
+                       const char* description) {
+  return command.add_option_function<std::string>(
+      name, [&value, read, name](const std::string& text) { value = read(name, text); },
+      description);
+}
+
+void addPluginOptions(CLI::App& command, PluginOptions& plugin, Given& given) {
   command
       .add_option("--plugin", given.plugin,
                   "Plug-in to load (default: libevents_multipath_provider.so that came with this "
                   "program)")
       ->type_name("PATH");
-  command.add_option("--option", given.options, "Option for the plug-in; may be repeated")
+  command
+      .add_option_function<std::vector<std::string>>(
+          "--option",
+          [&plugin](const std::vector<std::string>& texts) {
+            for (const std::string& text : texts)
+              plugin.options.push_back(keyAndValue("--option", text));
+          },
+          "Option for the plug-in; may be repeated")
       ->type_name("KEY=VALUE")
       ->expected(1)
       ->allow_extra_args(false)
@@ -186,56 +121,48 @@ void addPluginOptions(CLI::App& command, Given& given) {
       ->type_name("LEVEL");
 }
 
-void addRunOptions(CLI::App& command, Given& given) {
-  command
-      .add_option("--format", given.format,
-                  "table, jsonl or csv (default: table on a terminal, else jsonl)")
+void addRunOptions(CLI::App& command, RunOptions& options) {
+  addParsed(command, "--format", options.format, formatNamed,
+            "table, jsonl or csv (default: table on a terminal, else jsonl)")
       ->type_name("FORMAT");
-  command.add_option("--output", given.output, "Write to this file instead of standard output")
+  command.add_option("--output", options.output, "Write to this file instead of standard output")
       ->type_name("FILE");
   command
-      .add_option("--fset", given.selection.field_set,
+      .add_option("--fset", options.selection.field_set,
                   "Write the types and fields that this field-set file names, and no others")
       ->type_name("FILE");
   command
-      .add_option("--cset", given.selection.counter_set,
+      .add_option("--cset", options.selection.counter_set,
                   "Write the counters that this counter-set file names, under their aliases")
       ->type_name("FILE");
   command
-      .add_option("--filter", given.selection.filter,
+      .add_option("--filter", options.selection.filter,
                   "Write the devices whose names pass, like eth+np0 or -lo")
       ->type_name("EXPRESSION");
-  command.add_option("--duration", given.duration, "Stop after this time; fractions are fine")
+  addParsed(command, "--duration", options.duration, seconds,
+            "Stop after this time; fractions are fine")
       ->type_name("SECONDS");
-  command.add_option("--samples", given.samples, "Stop after so many samples of each device")
+  addParsed(
+      command, "--samples", options.samples,
+      [](const char* name, const std::string& text) {
+        return wholeNumber(name, text, std::numeric_limits<std::int64_t>::max());
+      },
+      "Stop after so many samples of each device")
       ->type_name("N");
-  command.add_flag("--jitter", given.jitter,
+  command.add_flag("--jitter", options.jitter,
                    "Measure how evenly the first device is sampled and what a pass costs, beside a "
                    "bare loop that sleeps");
-  command
-      .add_option("--update", given.update,
-                  "Time from one fetch of events to the next (default 1000); the plug-in gets it "
-                  "as option 'update', unless that is given")
+  addParsed(
+      command, "--update", options.update,
+      [](const char* name, const std::string& text) {
+        return std::chrono::milliseconds(wholeNumber(name, text, kMaxUpdate));
+      },
+      "Time from one fetch of events to the next (default 1000); the plug-in gets it as option "
+      "'update', unless that is given")
       ->type_name("MILLISECONDS");
-  command
-      .add_option("--buffer-size", given.buffer_size,
-                  "Size of the serializer's buffer; K, M and G are understood (default 1M)")
+  addParsed(command, "--buffer-size", options.buffer_bytes, byteSize,
+            "Size of the serializer's buffer; K, M and G are understood (default 1M)")
       ->type_name("BYTES");
-}
-
-void readRunOptions(const Given& given, RunOptions& options) {
-  if (!given.format.empty()) options.format = formatNamed(given.format);
-  options.output = given.output;
-  options.selection = given.selection;
-  options.jitter = given.jitter;
-  if (!given.duration.empty()) options.duration = seconds("--duration", given.duration);
-  if (!given.samples.empty())
-    options.samples =
-        wholeNumber("--samples", given.samples, std::numeric_limits<std::int64_t>::max());
-  if (!given.update.empty())
-    options.update = std::chrono::milliseconds(wholeNumber("--update", given.update, kMaxUpdate));
-  if (!given.buffer_size.empty())
-    options.buffer_bytes = byteSize("--buffer-size", given.buffer_size);
 }
 
 std::vector<const CLI::App*> commandsOf(const CLI::App& app) {
@@ -271,8 +198,8 @@ void refuseUnknownCommand(std::span<const char* const> words, const CLI::App& ap
     throw UsageError(fmt::format("unknown command '{}': run or schema is needed", words[0]));
 }
 
-// The app holds references to `given`.
-void describe(CLI::App& app, Given& given) {
+// The app holds references to `options` and `given`.
+void describe(CLI::App& app, RunOptions& options, Given& given) {
   app.set_version_flag("--version", "tev-host " TEV_VERSION);
   app.require_subcommand(1);
   app.footer(kExamples);
@@ -281,13 +208,13 @@ void describe(CLI::App& app, Given& given) {
 
   CLI::App* const run =
       app.add_subcommand("run", "Sample, and write the events out until the end or Ctrl-C");
-  addPluginOptions(*run, given);
-  addRunOptions(*run, given);
+  addPluginOptions(*run, options.plugin, given);
+  addRunOptions(*run, options);
   run->footer(kExamples);
 
   CLI::App* const schema =
       app.add_subcommand("schema", "Show the types of events that the plug-in would deliver");
-  addPluginOptions(*schema, given);
+  addPluginOptions(*schema, options.plugin, given);
 }
 
 }  // namespace
@@ -295,12 +222,12 @@ void describe(CLI::App& app, Given& given) {
 CommandLine parseCommandLine(int argc, const char* const* argv, const Companions& companions) {
   Given given;
   CLI::App app(kProgramText, "tev-host");
-  describe(app, given);
+  CommandLine line;
+  describe(app, line.run, given);
 
   const auto words = std::span(argv, static_cast<std::size_t>(argc)).subspan(argc > 0 ? 1 : 0);
   refuseUnknownCommand(words, app);
   refuseMissingValues(words, app);
-  CommandLine line;
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& answer) {
@@ -315,13 +242,10 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const Companions
 
   const CLI::App& command = *app.get_subcommands().front();
   line.command = command.get_name() == "run" ? Command::run : Command::schema;
-  readRunOptions(given, line.run);
-
   PluginOptions& plugin = line.run.plugin;
-  plugin.path = given.plugin.empty() ? companions.plugin.string() : given.plugin;
-  readPluginOptions(given.options, plugin);
+  plugin.path = given.plugin.value_or(companions.plugin.string());
   if (command.count("--simulate") > 0) readScenario(given.scenario, plugin, companions);
-  plugin.usual_devices = given.plugin.empty() && !hasOption(plugin, kLibraryPathKey) &&
+  plugin.usual_devices = !given.plugin && !hasOption(plugin, kLibraryPathKey) &&
                          !hasOption(plugin, kOtherLibraryPathKey);
   addImplied(plugin, kUpdateKey, fmt::format("{}", line.run.update.count()));
   readLogLevel(given.log_level, plugin);
