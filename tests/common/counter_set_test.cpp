@@ -8,7 +8,6 @@
 namespace {
 
 using namespace tev::test;
-using testing::ElementsAre;
 using testing::Pair;
 using testing::UnorderedElementsAre;
 using tev::ProviderCounterSet;
@@ -44,22 +43,19 @@ TEST(CounterSet, PatternsMatchByteWise) {
 
 TEST(CounterSet, LinesBecomePatternsAndAliases) {
   const struct {
-    const char* name;
     Texts lines, patterns;
     std::string counter, alias;
   } rows[] = {
-      {"blanks around everything", {" \t rx \t = \t RX \t\r\n"}, {"rx"}, "rx", "RX"},
-      {"first '=' separates", {"a=b=c="}, {"a"}, "a", "b=c="},
-      {"last alias wins", {"b=1", "a=A", "a=C"}, {"a", "b"}, "a", "C"},
-      {"repeated without alias", {"a=A", "a"}, {"a"}, "a", ""},
-      {"form feed is text", {"\fa b=b\v"}, {"\fa b"}, "\fa b", "b\v"},
-      {"no comments", {"", " ", "\r", " # b=c", "d#e=f#g"}, {"d#e"}, "d#e", "f#g"},
-      {"sorted, not in file order", {"rx=B", "^rx=R"}, {"^rx", "rx"}, "rx", "R"},
-      {"'$' sorts before '^'", {"^=all", "$=end"}, {"$", "^"}, "abc", "end"},
-      {"above 127 sorts last", {"\xff$=2", "a\xff=1"}, {"a\xff", "\xff$"}, "a\xff", "1"},
+      {{" \t rx \t = \t R = X= \t\r\n"}, {"rx"}, "rx", "R = X="},
+      {{"b=1", "a=A", "a=C"}, {"a", "b"}, "a", "C"},
+      {{"a=A", "a"}, {"a"}, "a", ""},
+      {{"\fa b=b\v"}, {"\fa b"}, "\fa b", "b\v"},
+      {{"", " ", "\r", " # b=c", "d#e=f#g"}, {"d#e"}, "d#e", "f#g"},
+      // The first in byte order, not in file order, gives the alias.
+      {{"^=all", "$=end"}, {"$", "^"}, "abc", "end"},
+      {{"\xff$=2", "a\xff=1"}, {"a\xff", "\xff$"}, "a\xff", "1"},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
     const auto set = loaded(row.lines);
     EXPECT_EQ(set.getCounterPatterns(), row.patterns);
     EXPECT_EQ(set.getCounterAlias(row.counter), row.alias);
@@ -72,10 +68,9 @@ TEST(CounterSet, UserTagsAreReadFromComments) {
                     {"uni", "unit", "group", "a=b", "a"});  // of those that fit, the first wins
   EXPECT_THAT(set.getUserTagValues(), UnorderedElementsAre(Pair("unit", "packets"),
                                                            Pair("uni", "short"), Pair("a=b", "c")));
-  EXPECT_THAT(set.getCounterPatterns(), ElementsAre("unit"));
 
   EXPECT_TRUE(set.loadFromLines({"b"}, {"unit"}));
-  EXPECT_THAT(set.getCounterPatterns(), ElementsAre("b"));
+  EXPECT_EQ(set.getCounterPatterns(), Texts{"b"});
   EXPECT_TRUE(set.getUserTagValues().empty());
   EXPECT_FALSE(set.loadFromLines({}));
   EXPECT_FALSE(set.isInitialized());

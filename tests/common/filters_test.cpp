@@ -5,7 +5,6 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
-#include <memory>
 
 #include "tests/support/captured_log.h"
 
@@ -24,57 +23,41 @@ struct Filter {
     std::memset(&excl, 'x', sizeof excl);
     tev_filter_get_incl_excl_tokens(expression, incl.data(), &incl_count, excl.data(), &excl_count);
   }
-  Texts inclusive() const { return {incl.begin(), incl.begin() + incl_count}; }
-  Texts exclusive() const { return {excl.begin(), excl.begin() + excl_count}; }
   bool passes(const char* name) {
     return tev_filter_have_match(incl.data(), incl_count, excl.data(), excl_count, name);
   }
 };
 
-TEST(Filters, ExpressionsSplitIntoTokens) {
-  const struct {
-    const char* expression;
-    Texts inclusive, exclusive;
-  } rows[] = {
-      {nullptr, {}, {}},
-      {"+-", {}, {}},
-      {"eth-eth1", {"eth"}, {"eth1"}},
-      {"--a+-b-+c+", {"c"}, {"a", "b"}},
-      {" a b -^c$", {" a b "}, {"^c$"}},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.expression ? row.expression : "null");
-    const Filter filter(row.expression);
-    EXPECT_EQ(filter.inclusive(), row.inclusive);
-    EXPECT_EQ(filter.exclusive(), row.exclusive);
-  }
-}
-
-TEST(Filters, SplittingEndsAtTheFirstTokenThatDoesNotFit) {
+TEST(Filters, ExpressionsSplitUpToTheFirstTokenThatDoesNotFit) {
   const std::string longest(127, 'a');
   std::string full;
   for (int i = 0; i < 32; ++i) full += "+eth-lo";
+  const Texts eths(32, "eth");
+  const Texts los(32, "lo");
   const Texts too_long = {"Token of size 128 is too long to keep in the tokens array"};
   const Texts too_many = {"Cannot handle more than 32 tokens"};
   const struct {
     std::string expression;
-    std::size_t inclusive, exclusive;
-    Texts errors;
+    Texts inclusive, exclusive, errors;
   } rows[] = {
-      {longest + "-" + longest, 1, 1, {}},
-      {"a-b+" + longest + "a+c-d", 1, 1, too_long},
-      {full + "+-", 32, 32, {}},
-      {full + "+i-", 32, 32, too_many},
-      {full + "-" + longest + "a", 32, 32, too_many},
+      {"+-", {}, {}, {}},
+      {"--a+-b-+c+", {"c"}, {"a", "b"}, {}},
+      {" a b -^c$", {" a b "}, {"^c$"}, {}},
+      {longest + "-" + longest, {longest}, {longest}, {}},
+      {"a-b+" + longest + "a+c-d", {"a"}, {"b"}, too_long},
+      {full + "+-", eths, los, {}},
+      {full + "+i-", eths, los, too_many},
+      {full + "-" + longest + "a", eths, los, too_many},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.expression);
     const CapturedLog log;
     const Filter filter(row.expression.c_str());
-    EXPECT_EQ(filter.inclusive().size(), row.inclusive);
-    EXPECT_EQ(filter.exclusive().size(), row.exclusive);
+    EXPECT_EQ(Texts(filter.incl.begin(), filter.incl.begin() + filter.incl_count), row.inclusive);
+    EXPECT_EQ(Texts(filter.excl.begin(), filter.excl.begin() + filter.excl_count), row.exclusive);
     EXPECT_EQ(log.lines(), linesAt(3, row.errors));
   }
+  EXPECT_EQ(Filter(nullptr).incl_count, 0u);
   Filter filter(full.c_str());
   filter.incl_count = filter.excl_count = SIZE_MAX;  // counts beyond the arrays are cut
   EXPECT_TRUE(filter.passes("eth0"));
@@ -112,17 +95,6 @@ TEST(Filters, SingleTokens) {
   }
 }
 
-// The slot stands at the end of a block of memory, where the sanitizer sees a look beyond it.
-TEST(Filters, SlotWithoutItsNulEndsWithTheSlot) {
-  const auto slot = std::make_unique<tev_filter_token_t[]>(1);
-  const std::string token(sizeof slot[0], 'a');
-  token.copy(slot[0], token.size());
-  const CapturedLog log;
-  EXPECT_TRUE(tev_filter_have_match(slot.get(), 1, slot.get(), 0, (token + "b").c_str()));
-  EXPECT_EQ(log.lines(), linesAt(7, {"[tev_filter_have_match] inclusive token 'was' " + token +
-                                     " found in '" + token + "b'"}));
-}
-
 TEST(Filters, NamesPassWithEveryInclusiveAndNoExclusiveToken) {
   Filter filter("eth+0+x-lo");
   const CapturedLog log;
@@ -139,16 +111,12 @@ TEST(Filters, NamesPassWithEveryInclusiveAndNoExclusiveToken) {
 
 TEST(Filters, NullsAreNoTokensAndNoMatch) {
   Filter filter("a-b");
-  tev_filter_get_incl_excl_tokens("c-d", nullptr, &filter.incl_count, filter.excl.data(),
-                                  &filter.excl_count);
-  EXPECT_EQ(filter.incl_count + filter.excl_count, 0u);
-  tev_filter_get_incl_excl_tokens("c-d", filter.incl.data(), nullptr, nullptr, nullptr);
-  EXPECT_FALSE(tev_filter_have_match(nullptr, 0, filter.excl.data(), 0, "eth0"));
-  EXPECT_FALSE(tev_filter_have_match(filter.incl.data(), 0, nullptr, 0, "eth0"));
+  tev_filter_get_incl_excl_tokens("c", nullptr, &filter.incl_count, nullptr, nullptr);
+  EXPECT_EQ(filter.incl_count, 0u);
+  EXPECT_FALSE(tev_filter_have_match(nullptr, 0, nullptr, 0, "eth0"));
   EXPECT_FALSE(filter.passes(nullptr));
   EXPECT_FALSE(tev_filter_match_single_token(nullptr, ""));
   EXPECT_FALSE(tev_filter_match_single_token("", nullptr));
-  tev_filter_to_lower(nullptr);
 }
 
 TEST(Filters, LowerCase) {

@@ -141,6 +141,9 @@ TEST_F(SchemaTest, HoldsAtMost254Types) {
 }
 
 TEST_F(SchemaTest, SizesThat64BitsCannotHoldFail) {
+  EXPECT_EQ(tev_type_system_max_type_size(types.get()), 0u);  // the built-in types do not count
+  types->counters->record_size = 9;
+  EXPECT_EQ(tev_type_system_max_type_size(types.get()), 9u);
   // 8 * 65535^3 bytes: a little below 2^51.
   ASSERT_EQ(add("p1", {{"f", "", "uint64_t", 0, 65535}}), TEV_SCHEMA_OK);
   ASSERT_EQ(add("p2", {{"f", "", "p1", 0, 65535}}), TEV_SCHEMA_OK);
@@ -148,7 +151,7 @@ TEST_F(SchemaTest, SizesThat64BitsCannotHoldFail) {
   EXPECT_EQ(add("product", {{"f", "", "p3", 0, 65535}}), TEV_SCHEMA_FAILED);
   EXPECT_EQ(add("sum", {{"f", "", "p3", 0, 8000}, {"g", "", "p3", 0, 8000}}), TEV_SCHEMA_FAILED);
   EXPECT_EQ(add("fits", {{"f", "", "p3", 0, 8000}}), TEV_SCHEMA_OK);
-  EXPECT_EQ(tev_type_system_get_max_event_type_size(types.get()), UINT32_MAX);
+  EXPECT_EQ(tev_type_system_max_type_size(types.get()), UINT32_MAX);
 }
 
 TEST_F(SchemaTest, FieldIndexes) {
@@ -187,12 +190,9 @@ TEST_F(SchemaTest, FieldIndexes) {
             (Texts{"[tev_schema_set_field_indexes] Schema pointer is NULL!",
                    "[tev_schema_set_field_indexes] Index names array is NULL!",
                    "[tev_schema_set_field_indexes] Invalid type_index: 1 (out of range, max: 0)"}));
-  EXPECT_EQ(tev_schema_get_indexed_fields(schema, 0, nullptr), nullptr);
-  for (auto* of : {static_cast<tev_schema_t*>(nullptr), schema}) {
-    std::size_t count = 5;
-    EXPECT_EQ(tev_schema_get_indexed_fields(of, 1, &count), nullptr);
-    EXPECT_EQ(count, 0u);
-  }
+  std::size_t count = 5;
+  EXPECT_EQ(tev_schema_get_indexed_fields(schema, 1, &count), nullptr);
+  EXPECT_EQ(count, 0u);
 }
 
 TEST_F(SchemaTest, HoldsAtMost255Schemas) {
@@ -202,39 +202,22 @@ TEST_F(SchemaTest, HoldsAtMost255Schemas) {
     ASSERT_EQ(index, i);
   }
   EXPECT_EQ(tev_type_system_add_schema(types.get(), "more", 1, &index), nullptr);
-  for (int last = 254; last >= 0; --last)
+  for (const int last : {254, 253})
     EXPECT_EQ(tev_type_system_remove_last_schema(types.get()), last);
-  EXPECT_EQ(tev_type_system_remove_last_schema(types.get()), 0);
-  EXPECT_EQ(tev_type_system_remove_last_schema(nullptr), 0);
 }
 
 TEST_F(SchemaTest, FindsTheFirstSchemaOfAnId) {
   ASSERT_EQ(add("t", kTwoInts), TEV_SCHEMA_OK);
-  tev_schema_t* twin = tev_type_system_add_schema(types.get(), "test", 1, nullptr);
-  ASSERT_EQ(tev_schema_add_type(twin, "t", kTwoInts.data(), 2, nullptr), TEV_SCHEMA_OK);
-  tev_type_system_add_schema(types.get(), "empty", 1, nullptr);
+  for (int i = 0; i < 2; ++i) tev_type_system_add_schema(types.get(), "empty", 1, nullptr);
   tev_type_system_update_md5_hashes(types.get());
-
   const CapturedLog log;
+  const std::string unset(32, '0');  // without types, the id stays so
   std::uint8_t index = 9;
-  EXPECT_EQ(tev_type_system_find_schema(types.get(), twin->id_string, &index), 1);
-  EXPECT_EQ(index, 0);
-  EXPECT_EQ(log.lines(), linesAt(7, {std::string("Schema already exists ") + twin->id_string}));
-  // Without types, the id stays unset.
-  EXPECT_EQ(tev_type_system_find_schema(types.get(), std::string(32, '0').c_str(), &index), 1);
-  EXPECT_EQ(index, 2);
+  EXPECT_EQ(tev_type_system_find_schema(types.get(), unset.c_str(), &index), 1);
+  EXPECT_EQ(index, 1);
+  EXPECT_EQ(log.lines(), linesAt(7, {"Schema already exists " + unset}));
   EXPECT_EQ(tev_type_system_find_schema(types.get(), "ff", nullptr), 0);
   EXPECT_EQ(tev_type_system_find_schema(types.get(), nullptr, nullptr), 0);
-}
-
-TEST_F(SchemaTest, LargestSizes) {
-  EXPECT_EQ(tev_type_system_max_type_size(types.get()), 0u);  // the built-in types do not count
-  ASSERT_EQ(add("t", kTwoInts), TEV_SCHEMA_OK);
-  for (const std::uint32_t counters : {7u, 9u}) {
-    types->counters->record_size = counters;
-    EXPECT_EQ(tev_type_system_get_max_event_type_size(types.get()), 8u);
-    EXPECT_EQ(tev_type_system_max_type_size(types.get()), std::max(8u, counters));
-  }
 }
 
 TEST_F(SchemaTest, GoldenId) {
@@ -253,35 +236,19 @@ TEST_F(SchemaTest, GoldenId) {
 
 TEST_F(SchemaTest, TextsWithoutAFormLeaveTheirKeyOut) {
   tev_schema_t* nameless = tev_type_system_add_schema(types.get(), nullptr, 0xFFFFFFFF, nullptr);
-  const Fields fields = {{"bad\xFF", nullptr, "char", 7, 1}};
-  ASSERT_EQ(tev_schema_add_type(nameless, "\xC0\xAF", fields.data(), 1, nullptr), 0);
+  const Fields fields = {{"bad\xFF", "\b\f\r\x1f\x7f\xF0\x9F\x98\x80", "char", 7, 1},
+                         {"half of a pair \xED\xA0\x80", nullptr, "char", 7, 1}};
+  ASSERT_EQ(tev_schema_add_type(nameless, "\xC0\xAF", fields.data(), 2, nullptr), 0);
   ASSERT_EQ(tev_schema_add_type(nameless, "t", nullptr, 0, nullptr), 0);
   std::string text = tev::schema::jsonText(*nameless).value();
   std::erase_if(text, [](char c) { return c == ' ' || c == '\n'; });
-  EXPECT_EQ(
-      text,
-      R"({"title":"Telumbraschema","tev_version":"1.5.0","provider_version":"255.255.65535",)"
-      R"("types":[{"size":1,"fields":[{"type_name":"char","offset":0,"type_size":1,"index":0}],)"
-      R"("type_index":0},{"name":"t","size":0,"fields":[],"type_index":1}]})");
-}
-
-TEST_F(SchemaTest, Escapes) {
-  const std::pair<const char*, const char*> rows[] = {
-      {"\b\f\n\r\t\x01\x1f\x7f", "\"\\b\\f\\n\\r\\t\\u0001\\u001f\x7f\""},
-      {"a/b//\"\\/", R"("a\/b\/\/\"\\\/")"},
-      {"\xF0\x9F\x98\x80", "\"\xF0\x9F\x98\x80\""},
-      {"\xED\xA0\x80", nullptr},  // half of a surrogate pair
-      {"\xC3", nullptr},          // cut
-  };
-  for (const auto& [text, json] : rows) {
-    tev_schema_t* one = tev_type_system_add_schema(types.get(), "one", 1, nullptr);
-    const tev_type_field_info_t field = {"f", text, "int", 0, 1};
-    ASSERT_EQ(tev_schema_add_type(one, "t", &field, 1, nullptr), 0);
-    const std::string all = tev::schema::jsonText(*one).value();
-    const std::string key = "\"description\": ";
-    EXPECT_EQ(all.find(key) != std::string::npos, json != nullptr) << text;
-    EXPECT_TRUE(!json || all.find(key + json + ",\n") != std::string::npos) << all;
-  }
+  EXPECT_EQ(text,
+            R"({"title":"Telumbraschema","tev_version":"1.5.0","provider_version":"255.255.65535",)"
+            R"("types":[{"size":2,"fields":[{"description":"\b\f\r\u001f)"
+            "\x7f\xF0\x9F\x98\x80"
+            R"(","type_name":"char","offset":0,"type_size":1,"index":0},)"
+            R"({"type_name":"char","offset":1,"type_size":1,"index":0}],)"
+            R"("type_index":0},{"name":"t","size":0,"fields":[],"type_index":1}]})");
 }
 
 TEST(SchemaIdText, RoundTripAndRefusals) {
@@ -301,18 +268,15 @@ TEST(SchemaIdText, RoundTripAndRefusals) {
 
 TEST(SchemaIdText, MarksAndComparison) {
   tev_schema_id_t blob{};
-  tev_schema_id_set_blob(&blob);
-  EXPECT_TRUE(tev_schema_id_is_blob(&blob) && !tev_schema_id_is_unset(&blob));
-  char text[TEV_SCHEMA_ID_STRING_SIZE];
-  tev_schema_id_to_schema_string(&blob, text);
-  EXPECT_STREQ(text, "424c4f425f444154415f534348454d41");
-
   tev_schema_id_t high{};
   high.bytes[0] = 0x80;  // compares as unsigned
+  tev_schema_id_set_blob(&blob);
   EXPECT_GT(tev_compare_schema_id(&high, &blob), 0);
   EXPECT_LT(tev_compare_schema_id(&blob, &high), 0);
   tev_copy_schema_id(&high, &blob);
   EXPECT_TRUE(tev_schema_id_is_blob(&high));
+  EXPECT_EQ(tev::support::MallocPtr<char>(tev_schema_id_string(&high)).get(),
+            std::string("424c4f425f444154415f534348454d41"));
   tev_reset_schema_id(&high);
   EXPECT_TRUE(tev_schema_id_is_unset(&high) && !tev_schema_id_is_blob(&high));
 }
