@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <ctime>
 #include <regex>
 #include <sstream>
@@ -111,11 +112,7 @@ TEST_F(LoggerTest, ConflictDuringInitialisationIsPrintedOnce) {
   environment.set("TEV_API_LOG_LEVEL", "-1");
   environment.set("TEV_LOG_THREAD_SAFE", "yes");
   environment.set("LOG_THREAD_SAFE", "no");
-  const std::string text = standardError([] { tev_log_enabled(TEV_LEVEL_ERROR); });
-  EXPECT_EQ(
-      messages(text),
-      (Texts{"[warning] [tev_getenv] Environment variables conflict - TEV_LOG_THREAD_SAFE=yes "
-             "and LOG_THREAD_SAFE=no. Using TEV_LOG_THREAD_SAFE"}));
+  EXPECT_EQ(messages(standardError([] { tev_log_enabled(TEV_LEVEL_ERROR); })).size(), 1u);
 }
 
 TEST_F(LoggerTest, ThreadSafetyVariable) {
@@ -137,23 +134,17 @@ TEST_F(LoggerTest, ThreadSafetyVariable) {
 }
 
 TEST_F(LoggerTest, PrefixedVariableWins) {
-  const struct {
-    const char* name;
-    Value prefixed, bare;
-    const char* found;
-    bool conflict;
-  } rows[] = {
-      {"TEV_X", {}, {}, nullptr, false}, {"TEV_X", {}, "b", "b", false},
-      {"TEV_X", "p", "p", "p", false},   {"TEV_X", "", "b", "", true},
-      {"X", "p", {}, "p", false},        {"X", "p%s", "b%n", "p%s", true},
-  };
-  for (const auto& row : rows) {
-    environment.set("TEV_X", row.prefixed);
-    environment.set("X", row.bare);
-    const CapturedLog log;
-    EXPECT_STREQ(tev_getenv(row.name), row.found);
-    EXPECT_EQ(log.texts(4).size(), row.conflict ? 1u : 0u) << row.found;
-  }
+  const CapturedLog log;
+  EXPECT_EQ(tev_getenv("TEV_X"), nullptr);
+  environment.set("X", "b%n");
+  EXPECT_STREQ(tev_getenv("TEV_X"), "b%n");
+  environment.set("TEV_X", "b%n");
+  EXPECT_STREQ(tev_getenv("X"), "b%n");
+  EXPECT_EQ(log.lines(), LogLines{});
+  environment.set("TEV_X", "");
+  EXPECT_STREQ(tev_getenv("X"), "");
+  EXPECT_EQ(log.lines(), linesAt(4, {"[tev_getenv] Environment variables conflict - TEV_X= and "
+                                     "X=b%n. Using TEV_X"}));
 }
 
 TEST_F(LoggerTest, TimeStampIsTheLocalTimeToTheMillisecond) {
@@ -177,21 +168,19 @@ TEST_F(LoggerTest, LinesOfThreadsAllArriveAndDoNotMix) {
   constexpr int kThreads = 6;
   constexpr int kLines = 300;
   environment.set("TEV_API_LOG_LEVEL", "6");
-  const std::string padding(200, 'x');
-  const std::string text = standardError([&] {
+  const auto line = [](int thread, int number) {
+    return std::to_string(thread) + "." + std::to_string(1000 + number) + std::string(200, 'x');
+  };
+  Texts found = messages(standardError([&] {
     onThreads(kThreads, [&](int t) {
-      for (int i = 0; i < kLines; ++i) TEV_LOG_INFO("%d %d %s", t, i, padding.c_str());
+      for (int i = 0; i < kLines; ++i) TEV_LOG_INFO("%s", line(t, i).c_str());
     });
-  });
-  std::vector<int> next(kThreads, 0);
-  for (const std::string& line : messages(text)) {
-    int thread = -1, number = -1;
-    ASSERT_EQ(std::sscanf(line.c_str(), "[info] %d %d", &thread, &number), 2) << line;
-    ASSERT_TRUE(thread >= 0 && thread < kThreads) << line;
-    EXPECT_EQ(number, next[static_cast<std::size_t>(thread)]++) << line;
-    EXPECT_TRUE(line.ends_with(" " + padding)) << line;
-  }
-  EXPECT_EQ(next, std::vector<int>(kThreads, kLines));
+  }));
+  std::sort(found.begin(), found.end());
+  Texts expected;
+  for (int t = 0; t < kThreads; ++t)
+    for (int i = 0; i < kLines; ++i) expected.push_back("[info] " + line(t, i));
+  EXPECT_EQ(found, expected);
 }
 
 TEST_F(LoggerTest, HexDumpColumns) {
@@ -244,10 +233,9 @@ TEST_F(LoggerTest, AdoptsWhatTheKindNeeds) {
     const tev_logger_ctx_t theirs = {kind, stdout, ignoreOther, 3, &mutex};
     EXPECT_EQ(_tev_register_logger(&theirs), 1);
     EXPECT_EQ(is_registered, 1);
-    EXPECT_EQ(tev_log_level, 3u);
     const ContextPtr now = context();
     EXPECT_EQ(now->kind, kind);
-    EXPECT_EQ(now->mutex, &mutex);
+    EXPECT_EQ(now->level, 3u);
     const bool streams = kind == TEV_LOGGER_STDERR || kind == TEV_LOGGER_FILE;
     EXPECT_EQ(now->stream, streams ? stdout : nullptr);
     EXPECT_EQ(tev_get_log_func(), kind == TEV_LOGGER_FUNCTION ? ignoreOther : ignoreMessage);

@@ -54,8 +54,7 @@ TEST_F(SchemaTest, BuiltinTypesHaveTheCompilersSizes) {
     EXPECT_EQ(tev_builtin_type_from_name(registered.name), id);
   }
   for (const std::uint32_t unknown : {0u, 23u}) EXPECT_EQ(tev_builtin_type_size(unknown), 0u);
-  for (const char* unknown : {static_cast<const char*>(nullptr), "Int"})
-    EXPECT_EQ(tev_builtin_type_from_name(unknown), 0u);
+  EXPECT_EQ(tev_builtin_type_from_name("Int"), 0u);
 }
 
 TEST(ValueTypes, NamesAndTheSynonym) {
@@ -63,8 +62,7 @@ TEST(ValueTypes, NamesAndTheSynonym) {
     EXPECT_EQ(tev_value_type_from_string(tev_value_type_string(value)), value);
   EXPECT_EQ(tev_value_type_from_string("ABSOLUTE_MONOTONIC"), 1u);
   EXPECT_EQ(tev_value_type_string(3), nullptr);
-  for (const char* unknown : {static_cast<const char*>(nullptr), "absolute"})
-    EXPECT_EQ(tev_value_type_from_string(unknown), TEV_VALUE_UNKNOWN);
+  EXPECT_EQ(tev_value_type_from_string("absolute"), TEV_VALUE_UNKNOWN);
 }
 
 TEST_F(SchemaTest, RecordsArePacked) {
@@ -92,16 +90,11 @@ TEST_F(SchemaTest, RefusedTypesLeaveTheSchemaAsItWas) {
     std::string message;
   } rows[] = {
       {"int", kTwoInts, 2, "Schema 'test' already contains type 'int'"},
-      {"known", kTwoInts, 2, "Schema 'test' already contains type 'known'"},
       {"self", itself, 3,
        "Unable to register type 'self': type 'self' of the field 'f' is undefined"},
       {"new", ints("aab"), 2,
        "[tev_schema_add_type] Failed to register new type 'new': field name 'a' occurs more than "
        "once."},
-      {"new",
-       {{nullptr, "", "int", 0, 1}},
-       3,
-       "[tev_schema_add_type] Unable to add type 'new': a name or the list of fields is missing"},
       {nullptr,
        {{"f", "", nullptr, 0, 1}},
        3,
@@ -116,12 +109,7 @@ TEST_F(SchemaTest, RefusedTypesLeaveTheSchemaAsItWas) {
     EXPECT_EQ(index, 77);
     EXPECT_EQ(schema->num_types, 1);
   }
-}
-
-// The last field's name is never compared.
-TEST_F(SchemaTest, DuplicateFieldNames) {
-  for (const auto& [names, status] : {std::pair{"", 0}, {"aa", 0}, {"abab", 2}, {"abcc", 0}})
-    EXPECT_EQ(add(names, ints(names)), status) << names;
+  EXPECT_EQ(add("twice", ints("aa")), TEV_SCHEMA_OK);  // the last name is compared with no other
 }
 
 TEST_F(SchemaTest, HoldsAtMost254Types) {
@@ -150,43 +138,28 @@ TEST_F(SchemaTest, SizesThat64BitsCannotHoldFail) {
 
 TEST_F(SchemaTest, FieldIndexes) {
   ASSERT_EQ(add("t", ints("abca")), TEV_SCHEMA_OK);
-  using Names = std::vector<const char*>;
-  const struct {
-    Names names;
-    const char *indexes, *indexed;
-    Texts messages;
-  } rows[] = {{{"c", "a"}, "2010", "ac", {}},
-              {{"x", "b", nullptr, "c"},
-               "0120",
-               "bc",
-               {"Mismatch in assigned indices: expected 4, but assigned 2 (t)."}}};
-  for (const auto& row : rows) {
-    const CapturedLog log;
-    EXPECT_EQ(tev_schema_set_field_indexes(schema, 0, row.names.data(), row.names.size()), 0);
-    std::string indexes;
-    for (int i = 0; i < 4; ++i) indexes += std::to_string(schema->types[0]->fields[i]->index);
-    EXPECT_EQ(indexes, row.indexes);
-    std::size_t count = 0;
-    const tev::support::MallocPtr<const char*> indexed(
-        tev_schema_get_indexed_fields(schema, 0, &count));
-    std::string found;
-    for (std::size_t i = 0; i < count; ++i) found += indexed.get()[i];
-    EXPECT_EQ(found, row.indexed);
-    EXPECT_EQ(log.lines(), linesAt(7, row.messages));
-  }
-
+  const char* const names[] = {"a", "x", "c", nullptr, "b"};
   const CapturedLog log;
-  const char* const* const names = rows[0].names.data();
+  EXPECT_EQ(tev_schema_set_field_indexes(schema, 0, names, 1), TEV_SCHEMA_OK);
+  EXPECT_EQ(tev_schema_set_field_indexes(schema, 0, names + 1, 4), TEV_SCHEMA_OK);
+  std::string indexes;
+  for (int i = 0; i < 4; ++i) indexes += std::to_string(schema->types[0]->fields[i]->index);
+  EXPECT_EQ(indexes, "0210");
+  std::size_t count = 0;
+  const tev::support::MallocPtr<const char*> indexed(
+      tev_schema_get_indexed_fields(schema, 0, &count));
+  EXPECT_EQ(Texts(indexed.get(), indexed.get() + count), (Texts{"b", "c"}));
+  EXPECT_EQ(tev_schema_get_indexed_fields(schema, 1, &count), nullptr);
+  EXPECT_EQ(count, 0u);
+
   EXPECT_EQ(tev_schema_set_field_indexes(nullptr, 0, names, 1), TEV_SCHEMA_INVALID);
   EXPECT_EQ(tev_schema_set_field_indexes(schema, 0, nullptr, 1), TEV_SCHEMA_INVALID);
   EXPECT_EQ(tev_schema_set_field_indexes(schema, 1, names, 1), TEV_SCHEMA_INVALID);
-  EXPECT_EQ(log.texts(3),
-            (Texts{"[tev_schema_set_field_indexes] Schema pointer is NULL!",
-                   "[tev_schema_set_field_indexes] Index names array is NULL!",
-                   "[tev_schema_set_field_indexes] Invalid type_index: 1 (out of range, max: 0)"}));
-  std::size_t count = 5;
-  EXPECT_EQ(tev_schema_get_indexed_fields(schema, 1, &count), nullptr);
-  EXPECT_EQ(count, 0u);
+  const std::string function = "[tev_schema_set_field_indexes] ";
+  EXPECT_TRUE(log.contains(7, "Mismatch in assigned indices: expected 4, but assigned 2 (t)."));
+  EXPECT_TRUE(log.contains(3, function + "Schema pointer is NULL!"));
+  EXPECT_TRUE(log.contains(3, function + "Index names array is NULL!"));
+  EXPECT_TRUE(log.contains(3, function + "Invalid type_index: 1 (out of range, max: 0)"));
 }
 
 TEST_F(SchemaTest, HoldsAtMost255Schemas) {
@@ -211,7 +184,6 @@ TEST_F(SchemaTest, FindsTheFirstSchemaOfAnId) {
   EXPECT_EQ(index, 1);
   EXPECT_EQ(log.lines(), linesAt(7, {"Schema already exists " + unset}));
   EXPECT_EQ(tev_type_system_find_schema(types.get(), "ff", nullptr), 0);
-  EXPECT_EQ(tev_type_system_find_schema(types.get(), nullptr, nullptr), 0);
 }
 
 TEST_F(SchemaTest, GoldenId) {
@@ -245,34 +217,29 @@ TEST_F(SchemaTest, TextsWithoutAFormLeaveTheirKeyOut) {
             R"("type_index":0},{"name":"t","size":0,"fields":[],"type_index":1}]})");
 }
 
-TEST(SchemaIdText, RoundTripAndRefusals) {
+TEST(SchemaId, Texts) {
   const std::string text = "00112233445566778899aabbccddeeff";
   tev_schema_id_t id{};
   ASSERT_TRUE(tev_schema_from_id_string("00112233445566778899AABBCCDDEEFF", &id));
   for (int i = 0; i < 16; ++i) EXPECT_EQ(id.bytes[i], i * 0x11);
-  EXPECT_EQ(tev::support::MallocPtr<char>(tev_schema_id_string(&id)).get(), text);
-
-  const tev_schema_id_t before = id;
   for (const std::string& wrong : {std::string(), text.substr(1), text + "0", "g" + text.substr(1),
-                                   " " + text, "+1" + text.substr(2)}) {
+                                   " " + text, "+1" + text.substr(2)})
     EXPECT_FALSE(tev_schema_from_id_string(wrong.c_str(), &id)) << wrong;
-    EXPECT_EQ(tev_compare_schema_id(&id, &before), 0) << wrong;
-  }
+  EXPECT_EQ(tev::support::MallocPtr<char>(tev_schema_id_string(&id)).get(), text);
 }
 
-TEST(SchemaIdText, MarksAndComparison) {
-  tev_schema_id_t blob{};
-  tev_schema_id_t high{};
+TEST(SchemaId, MarksAndComparison) {
+  tev_schema_id_t id{}, high{};
   high.bytes[0] = 0x80;  // compares as unsigned
-  tev_schema_id_set_blob(&blob);
-  EXPECT_GT(tev_compare_schema_id(&high, &blob), 0);
-  EXPECT_LT(tev_compare_schema_id(&blob, &high), 0);
-  tev_copy_schema_id(&high, &blob);
-  EXPECT_TRUE(tev_schema_id_is_blob(&high));
-  EXPECT_EQ(tev::support::MallocPtr<char>(tev_schema_id_string(&high)).get(),
+  tev_schema_id_set_blob(&id);
+  EXPECT_GT(tev_compare_schema_id(&high, &id), 0);
+  EXPECT_EQ(tev::support::MallocPtr<char>(tev_schema_id_string(&id)).get(),
             std::string("424c4f425f444154415f534348454d41"));
-  tev_reset_schema_id(&high);
-  EXPECT_TRUE(tev_schema_id_is_unset(&high) && !tev_schema_id_is_blob(&high));
+  EXPECT_TRUE(tev_schema_id_is_blob(&id) && !tev_schema_id_is_unset(&id));
+  tev_reset_schema_id(&id);
+  EXPECT_TRUE(tev_schema_id_is_unset(&id) && !tev_schema_id_is_blob(&id));
+  tev_copy_schema_id(&id, &high);
+  EXPECT_EQ(tev_compare_schema_id(&id, &high), 0);
 }
 
 }  // namespace

@@ -162,12 +162,10 @@ TEST_F(SerializerTest, EventsBufferIsAllOrNothing) {
   std::uint64_t timestamp = 0;
   std::memcpy(&timestamp, buffer_.data() + 4, sizeof timestamp);
   EXPECT_TRUE(before <= timestamp && timestamp <= tev::support::realtimeUsec()) << timestamp;
-}
 
-TEST_F(SerializerTest, ReserveTakesRawBytes) {
-  auto target = serializer(20, 4);
-  EXPECT_EQ(tev_data_serializer_reserve_buffer(&target, 16), target.buffer + 4);
-  EXPECT_EQ(target.used, 20u);
+  target.capacity = 50;
+  EXPECT_EQ(tev_data_serializer_reserve_buffer(&target, 4), target.buffer + 46);
+  EXPECT_EQ(target.used, 50u);
 }
 
 TEST_F(SerializerTest, NothingIsWrittenWithoutEventsOrABuffer) {
@@ -184,12 +182,10 @@ TEST_F(SerializerTest, NothingIsWrittenWithoutEventsOrABuffer) {
 
 TEST(Magic, MatchesThreeAsTextAndTheFourth) {
   char magic[4], copy[4];
-  tev_magic_value_fill(magic, 'E');
-  tev_magic_value_copy(copy, magic);
-  EXPECT_TRUE(tev_magic_value_match_type(copy, 'E') && !tev_magic_value_match_type(copy, 'e'));
   tev_magic_value_fill_lower(magic, 'E');
-  EXPECT_EQ(std::string(copy, 4) + std::string(magic, 4), "TEVEteve");
-  EXPECT_FALSE(tev_magic_value_match_type(magic, 'e'));
+  tev_magic_value_copy(copy, magic);
+  EXPECT_EQ(std::string(copy, 4), "teve");
+  EXPECT_FALSE(tev_magic_value_match_type(copy, 'e'));
   EXPECT_TRUE(tev_magic_value_match("T\0VE", "T\0XE"));
   for (const char* other : {"TEVF", "tEVE"}) EXPECT_FALSE(tev_magic_value_match("TEVE", other));
 }
