@@ -62,32 +62,19 @@ TEST(Dict, OrderIsThatOfTheBucketsAtEverySize) {
   EXPECT_EQ(entriesOf(large.get()).back().first, "\xff");
 }
 
-TEST(Dict, KeepsCopiesAndReplacesTheFirstValue) {
+TEST(Dict, KeepsCopiesAndReplacesValues) {
   std::string text = "key";
   const Options dict = options({{text.c_str(), text.c_str()}, {"other", "o"}, {"", ""}});
   text = "xxx";
+  EXPECT_STREQ(tev_dict_get(dict.get(), "key"), "key");
   EXPECT_STREQ(tev_dict_get(dict.get(), ""), "");
   EXPECT_EQ(tev_dict_get(dict.get(), "Key"), nullptr);
-  EXPECT_STREQ(tev_dict_get(dict.get(), "key"), "key");
-  ASSERT_TRUE(tev_dict_add(dict.get(), "key", nullptr));
-  EXPECT_EQ(tev_dict_get(dict.get(), "key"), nullptr);
 
   const Options copy(tev_dict_dup(dict.get()));
   EXPECT_EQ(entriesOf(copy.get()), entriesOf(dict.get()));
-  EXPECT_EQ(entriesOf(copy.get()).size(), 3u);
-  ASSERT_TRUE(tev_dict_add(copy.get(), "key", tev_dict_get(copy.get(), "other")));
-  EXPECT_STREQ(tev_dict_get(copy.get(), "key"), "o");
-  EXPECT_EQ(tev_dict_get(dict.get(), "key"), nullptr);
-}
-
-TEST(Dict, WalkEndsWhenTheVisitorSaysSo) {
-  const Options dict = options({{"a", ""}, {"b", ""}, {"c", ""}});
-  int visits = 0;
-  const auto until_second = [](const char*, const char*, void* user) {
-    return ++*static_cast<int*>(user) < 2;
-  };
-  EXPECT_FALSE(tev_dict_enum(dict.get(), until_second, &visits));
-  EXPECT_EQ(visits, 2);
+  ASSERT_TRUE(tev_dict_add(copy.get(), "key", nullptr));
+  EXPECT_EQ(tev_dict_get(copy.get(), "key"), nullptr);
+  EXPECT_STREQ(tev_dict_get(dict.get(), "key"), "key");
 }
 
 TEST(Dict, NullsAreAbsence) {

@@ -1,6 +1,5 @@
 #include "tev/field_set.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/support/captured_log.h"
@@ -8,8 +7,6 @@
 namespace {
 
 using namespace tev::test;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using tev::ProviderFieldSet;
 
 ProviderFieldSet loaded(const Texts& lines) {
@@ -41,7 +38,10 @@ TEST(FieldSet, FieldsAreIncludedByTypeAndName) {
        {"a/y"},
        {"a/x", "a/#x", "b/y"}},
       {"half a header is a field", {"[a]", "[x", "y]"}, {"a/[x", "a/y]"}, {"a/x"}},
-      {"cut to 127 characters", {"[a]", "^" + longest + "$"}, {"a/" + longest + "y"}, {}},
+      {"cut to 127 characters",
+       {"[a]", longest + "x"},
+       {"a/" + longest},
+       {"a/" + longest.substr(1)}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -56,23 +56,17 @@ TEST(FieldSet, FieldsAreIncludedByTypeAndName) {
 }
 
 TEST(FieldSet, PatternsCanBeAskedFor) {
-  const auto set = loaded({"[b*, a]", "x", "[bb]", "y", "z", "[all]", "[default]", "d"});
-  EXPECT_THAT(set.getTypePatterns(), ElementsAre("a", "all", "b*", "bb", "default"));
-  EXPECT_THAT(set.getFieldPatterns("bb"), ElementsAre("x", "y", "z"));
-  EXPECT_THAT(set.getFieldPatterns("other"), ElementsAre("d"));
-  EXPECT_THAT(set.getFieldPatterns("all"), IsEmpty());
+  auto set = loaded({"[b*, a]", "x", "[bb]", "y", "z", "[bbb]", "[default]", "d"});
+  EXPECT_EQ(set.getTypePatterns(), (Texts{"a", "b*", "bb", "bbb", "default"}));
+  EXPECT_EQ(set.getFieldPatterns("bb"), (Texts{"x", "y", "z"}));
+  EXPECT_EQ(set.getFieldPatterns("other"), Texts{"d"});
+  EXPECT_EQ(set.getFieldPatterns("bbb"), Texts{});  // all
   for (const char* type : {"a", "bc", "default"}) EXPECT_TRUE(set.isTypeOfInterest(type)) << type;
   for (const char* type : {"", "ab", "other"}) EXPECT_FALSE(set.isTypeOfInterest(type)) << type;
-}
 
-TEST(FieldSet, LoadingAnewForgetsTheOldSections) {
-  auto set = loaded({"[a]", "x"});
-  const auto copy = set;
   EXPECT_FALSE(set.loadFromLines({"x", "[,]", "y"}));
   EXPECT_FALSE(set.isInitialized());
-  EXPECT_TRUE(set.initializeFromLines({"[b]", "y"}));
-  EXPECT_FALSE(set.isTypeOfInterest("a"));
-  EXPECT_THAT(copy.getFieldPatterns("a"), ElementsAre("x"));
+  EXPECT_TRUE(set.getTypePatterns().empty());
 }
 
 // A list for each type pattern would take 10^10 copies.

@@ -45,6 +45,7 @@ TEST_F(SchemaTest, BuiltinTypesHaveTheCompilersSizes) {
   const std::string sizes = "1124881248848124812488";
   ASSERT_EQ(types->builtin->num_types, sizes.size());
   EXPECT_STREQ(types->builtin->name, "<built-in>");
+  EXPECT_EQ(types->builtin->version, 1281u);
   std::uint32_t id = 0;
   for (const auto name : tev::support::split(names, '|')) {
     const auto& registered = *types->builtin->types[id];
@@ -109,6 +110,7 @@ TEST_F(SchemaTest, RefusedTypesLeaveTheSchemaAsItWas) {
     EXPECT_EQ(index, 77);
     EXPECT_EQ(schema->num_types, 1);
   }
+  EXPECT_EQ(tev_schema_add_type(nullptr, "new", nullptr, 0, nullptr), TEV_SCHEMA_INVALID);
   EXPECT_EQ(add("twice", ints("aa")), TEV_SCHEMA_OK);  // the last name is compared with no other
 }
 
@@ -149,6 +151,8 @@ TEST_F(SchemaTest, FieldIndexes) {
   const tev::support::MallocPtr<const char*> indexed(
       tev_schema_get_indexed_fields(schema, 0, &count));
   EXPECT_EQ(Texts(indexed.get(), indexed.get() + count), (Texts{"b", "c"}));
+  EXPECT_EQ(tev_schema_get_indexed_fields(schema, 0, nullptr), nullptr);
+  EXPECT_EQ(tev_schema_get_indexed_fields(nullptr, 0, &count), nullptr);
   EXPECT_EQ(tev_schema_get_indexed_fields(schema, 1, &count), nullptr);
   EXPECT_EQ(count, 0u);
 

@@ -1,5 +1,4 @@
 // What counter sets and field sets have in common: their files and their plain functions.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
