@@ -108,6 +108,17 @@ TEST(Filters, NamesPassWithEveryInclusiveAndNoExclusiveToken) {
   EXPECT_TRUE(Filter("").passes(""));
 }
 
+// Beyond the slot stand the fixture's 'x'.
+TEST(Filters, SlotWithoutItsNulEndsWithTheSlot) {
+  Filter filter("a");
+  const std::string token(sizeof filter.incl[0], 'a');
+  token.copy(filter.incl[0], token.size());
+  const CapturedLog log;
+  EXPECT_TRUE(filter.passes((token + "b").c_str()));
+  EXPECT_EQ(log.lines(), linesAt(7, {"[tev_filter_have_match] inclusive token 'was' " + token +
+                                     " found in '" + token + "b'"}));
+}
+
 TEST(Filters, NullsAreNoTokensAndNoMatch) {
   Filter filter(nullptr);
   EXPECT_EQ(filter.incl_count, 0u);
