@@ -134,25 +134,6 @@ TEST(SelectionOfARun, WritesTheExamplesColumnsUnderTheirAliases) {
   EXPECT_THAT(result.err, Not(HasSubstr("rdma1")));
 }
 
-TEST(SelectionOfARun, KeepsValuesUnderTheirAliases) {
-  test::TempTree files;
-  const std::string words =
-      "--simulate=" +
-      files.write("scenario.json",
-                  R"({"clock": "samples", "devices": [{"ibdev_name": "a", "slots":
-             [{"counters": [{"text": "rx, r", "law": {"type": "constant", "value": 12}},
-                            {"text": "tx, t", "law": {"type": "constant", "value": 34}}]}]}]})") +
-      " --cset=" + files.write("swap.cset", "rx = tx\ntx = received\n") + " --format=";
-  for (const auto& [format, expected] : {std::pair{"csv", ",a,12,34"},
-
-                                         {"jsonl", R"("tx":12,"received":34)"},
-
-                                         {"table", "  received     34"}}) {
-    const Result result = runSimulated(words + format);
-    EXPECT_THAT(result.out, testing::Contains(HasSubstr(expected))) << result.err;
-  }
-}
-
 TEST(SelectionOfARun, EndsWhenNothingIsLeft) {
   test::TempTree tree;
   const std::string kept = tree.write("kept", "keep");
