@@ -55,10 +55,11 @@ TEST(SchemaView, RefusesTypesThatDoNotHoldTogether) {
   wide.add("t0", {{"a", nullptr, "uint8_t", 0, 1}});
   for (const char* const name : {"t0", "t1", "t2", "t3"})
     wide.add(std::string("t") + static_cast<char>(name[1] + 1), {{"a", nullptr, name, 0, 200}});
-  for (const auto& [types, reason] :
-       {std::pair{&far, "beyond"}, {&small, "beyond"}, {&wide, "too many"}})
-    EXPECT_THAT([&] { const SchemaView view(**types); },
-                ThrowsMessage<RunError>(HasSubstr(reason)));
+  const std::pair<SampleTypes*, const char*> rows[] = {
+      {&far, "beyond"}, {&small, "beyond"}, {&wide, "too many"}};
+  for (const auto& row : rows)
+    EXPECT_THAT([&] { const SchemaView view(**row.first); },
+                ThrowsMessage<RunError>(HasSubstr(row.second)));
 }
 
 // "time type value value ..." of every event. The bytes lie in memory of exactly their size, so

@@ -134,6 +134,17 @@ TEST(SelectionOfARun, WritesTheExamplesColumnsUnderTheirAliases) {
   EXPECT_THAT(result.err, Not(HasSubstr("rdma1")));
 }
 
+TEST(SelectionOfARun, KeepsValuesUnderTheirAliases) {
+  test::TempTree files;
+  const std::string scenario = files.write("scenario.json", R"({"devices": [{"ibdev_name": "a",
+      "slots": [{"counters": [{"text": "rx, r", "law": {"type": "constant", "value": 12}},
+                              {"text": "tx, t", "law": {"type": "constant", "value": 34}}]}]}]})");
+  const std::string swap = files.write("swap.cset", "rx = tx\ntx = received\n");
+  const Result result = runSimulated("--simulate=" + scenario + " --cset=" + swap);
+  ASSERT_EQ(result.exit, 0) << result.err;
+  EXPECT_THAT(result.out.at(0), HasSubstr(R"("tx":12,"received":34)"));
+}
+
 TEST(SelectionOfARun, EndsWhenNothingIsLeft) {
   test::TempTree tree;
   const std::string kept = tree.write("kept", "keep");

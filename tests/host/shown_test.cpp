@@ -111,14 +111,14 @@ TableBlock device(const std::string& title, std::size_t planes) {
 
 // Changes are left out, and columns put below each other, where the width ends.
 TEST(TableLayout, KeepsToAnyWidthAndDropsNothing) {
-  const std::vector<std::string> wide = {"d0                  plane 0             plane 1",
-                                         "         value change    /s  value change    /s",
-                                         "  bytes  10000     +1    9k  10001     +1    9k",
-                                         "  state  a rather long text"};
-  EXPECT_EQ(layOutTable({device("d0", 2)}, 47, false), wide);
-  EXPECT_EQ(layOutTable({device("d0", 2)}, 46, false).at(1), "         value    /s  value    /s");
-  EXPECT_EQ(layOutTable({device("d0", 2)}, 32, false).at(3), "  state  a rather l~");
-  EXPECT_EQ(layOutTable({device("d0", 2)}, 32, false).at(6), "  bytes  10001    9k");
+  const auto nth_line = [](std::size_t width, std::size_t number) {
+    return layOutTable({device("d0", 2)}, width, false).at(number);
+  };
+  EXPECT_EQ(nth_line(47, 1), "         value change    /s  value change    /s");
+  EXPECT_EQ(nth_line(47, 3), "  state  a rather long text");
+  EXPECT_EQ(nth_line(46, 1), "         value    /s  value    /s");
+  EXPECT_EQ(nth_line(32, 3), "  state  a rather l~");
+  EXPECT_EQ(nth_line(32, 6), "  bytes  10001    9k");
 
   for (std::size_t width = 26; width < 250; ++width) {
     std::string all;

@@ -43,7 +43,7 @@ TEST_F(Calls, EachCanFailAndIsTraced) {
   using Call = std::pair<std::string, std::function<vuna_status()>>;
 #define CALL(place, name, ...) Call(#name place, [&] { return s.name(__VA_ARGS__); })
   const Call calls[] = {
-      {"vuna_error_get_name - -", [&] { return s.vuna_error_get_name(1) ? 0U : 77U; }},
+      {"vuna_error_get_name - -", [&] { return s.vuna_error_get_name(3) ? 0U : 77U; }},
       CALL(" - -", vuna_log_backend_create_with_file_sdk, stderr, &backend),
       CALL(" - -", vuna_log_backend_set_sdk_level, backend, 10),
       CALL(" - -", vuna_devinfo_create_list, &devices, &n),
@@ -201,25 +201,22 @@ TEST_F(Calls, MisuseIsNoticed) {
   EXPECT_EQ(createList(), kVunaSuccess);
   start();
   unload();
-  const std::vector<std::string> expected = {
-      "vuna_telemetry_mp_start a\\x20b context is started",
-      "vuna_telemetry_mp_get_algo_enable_status - an argument is null",
-      "vuna_telemetry_mp_create - device is not open",
-      "vuna_telemetry_mp_stop a\\x20b context is not started",
-      "vuna_telemetry_mp_get_counters a\\x20b context is not started",
-      "vuna_telemetry_mp_destroy a\\x20b context is started",
-      "vuna_telemetry_mp_get_algo_id - context is not alive",
-      "vuna_dev_close a\\x20b a context of the device is alive",
-      "vuna_dev_close - device is not open",
-      "vuna_dev_as_devinfo - device is not open",
-      "vuna_devinfo_destroy_list - list is not alive",
-      "vuna_telemetry_mp_cap_is_supported - device description is not alive",
-      "unload a\\x20b context is alive",
-      "unload a\\x20b device is open",
-      "unload - list is alive"};
-  std::vector<std::string> lines;
-  for (const std::string& line : expected) lines.push_back("MISUSE " + line);
-  EXPECT_EQ(traced("MISUSE"), lines);
+  EXPECT_THAT(
+      traced("MISUSE"),
+      ElementsAre("MISUSE vuna_telemetry_mp_start a\\x20b context is started",
+                  "MISUSE vuna_telemetry_mp_get_algo_enable_status - an argument is null",
+                  "MISUSE vuna_telemetry_mp_create - device is not open",
+                  "MISUSE vuna_telemetry_mp_stop a\\x20b context is not started",
+                  "MISUSE vuna_telemetry_mp_get_counters a\\x20b context is not started",
+                  "MISUSE vuna_telemetry_mp_destroy a\\x20b context is started",
+                  "MISUSE vuna_telemetry_mp_get_algo_id - context is not alive",
+                  "MISUSE vuna_dev_close a\\x20b a context of the device is alive",
+                  "MISUSE vuna_dev_close - device is not open",
+                  "MISUSE vuna_dev_as_devinfo - device is not open",
+                  "MISUSE vuna_devinfo_destroy_list - list is not alive",
+                  "MISUSE vuna_telemetry_mp_cap_is_supported - device description is not alive",
+                  "MISUSE unload a\\x20b context is alive", "MISUSE unload a\\x20b device is open",
+                  "MISUSE unload - list is alive"));
 }
 
 TEST_F(Calls, LogHasTheLevelsThatWereAskedFor) {

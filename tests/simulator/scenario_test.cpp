@@ -9,6 +9,7 @@
 namespace simulator_test {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
@@ -44,6 +45,7 @@ TEST_F(Scenario, BrokenFilesAreRefusedWithFileLineAndReason) {
       {counter("'type':'constant','value':1,\n'slope':2"), 6, "law: unknown key \"slope\""},
       {"{'devices':[],\n'seed':'1'}", 2, "seed: must be a whole number"},
       {slot("'status':-18"), 3, "status: must be a whole number from 0"},
+      {slot("'status':18.5"), 3, "status: must be a whole number"},
       {slot("'status':4294967296"), 3, "from 0 to 4294967295"},
       {slot("'algo_enabled':1"), 3, "must be true or false, not a number"},
       {"{'devices':[\n{}]}", 2, "devices[0]: key \"ibdev_name\" is missing"},
@@ -148,28 +150,22 @@ TEST_F(Scenario, DevicesAnswerAsWritten) {
   EXPECT_EQ(number(sdk->vuna_telemetry_mp_cap_get_max_counter_info_len, info),
             std::strlen(", odd,, line, plane 1") + 1);
 
-  const struct {
-    std::uint32_t slot;
-    vuna_status id, enable;
-    bool algo, counters;
-  } rows[] = {{0, 18, 18, false, false}, {1, 0, 21, false, false},
-              {2, 0, 0, false, true},    {3, 7, 7, false, false},
-              {5, 18, 18, false, false}, {UINT32_MAX, 18, 18, false, false},
-              {4, 0, 0, true, true}};
-  std::uint32_t n = 0;
-  for (const auto& [slot, id, enable, algo, counters] : rows) {
-    SCOPED_TRACE(slot);
+  std::vector<Values> answers;
+  for (const std::uint32_t slot : {0U, 1U, 2U, 3U, 5U, UINT32_MAX, 4U}) {
+    std::uint32_t id = 0;
     std::uint8_t algo_on = 0, counters_on = 0;
-    EXPECT_EQ(sdk->vuna_telemetry_mp_get_algo_id(mp, slot, &n), id);
-    EXPECT_EQ(sdk->vuna_telemetry_mp_get_algo_enable_status(mp, slot, &algo_on, &counters_on),
-              enable);
-    EXPECT_EQ(algo_on, algo);
-    EXPECT_EQ(counters_on, counters);
+    const vuna_status id_status = sdk->vuna_telemetry_mp_get_algo_id(mp, slot, &id);
+    const vuna_status enable_status =
+        sdk->vuna_telemetry_mp_get_algo_enable_status(mp, slot, &algo_on, &counters_on);
+    answers.push_back({id_status, id, enable_status, algo_on, counters_on});
   }
-  EXPECT_EQ(n, 9U);
-  EXPECT_EQ(number(sdk->vuna_telemetry_mp_get_algo_major_version, mp, 4), 8U);
-  EXPECT_EQ(number(sdk->vuna_telemetry_mp_get_algo_minor_version, mp, 4), UINT32_MAX);
-  EXPECT_EQ(number(sdk->vuna_telemetry_mp_get_num_counters, mp, 4), 300U);
+  EXPECT_THAT(answers,
+              ElementsAre(Values{18, 0, 18, 0, 0}, Values{0, 1, 21, 0, 0}, Values{0, 1, 0, 0, 1},
+                          Values{7, 0, 7, 0, 0}, Values{18, 0, 18, 0, 0}, Values{18, 0, 18, 0, 0},
+                          Values{0, 9, 0, 1, 1}));
+  EXPECT_EQ(number(sdk->vuna_telemetry_mp_get_algo_major_version, mp, 4U), 8U);
+  EXPECT_EQ(number(sdk->vuna_telemetry_mp_get_algo_minor_version, mp, 4U), UINT32_MAX);
+  EXPECT_EQ(number(sdk->vuna_telemetry_mp_get_num_counters, mp, 4U), 300U);
   char text[64] = "";
   EXPECT_EQ(sdk->vuna_telemetry_mp_get_algo_info(mp, 4, text), kVunaSuccess);
   EXPECT_STREQ(text, "four");

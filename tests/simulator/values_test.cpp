@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <chrono>
-#include <map>
 
 #include "simulator/random.h"
 #include "tests/simulator/sdk.h"
@@ -53,18 +52,11 @@ TEST_F(Laws, RandomWalkIsTheDocumentedOne) {
   vuna_telemetry_mp* const mp = start();
   const std::uint64_t key = mix(mix(mix(mix(11) ^ 0) ^ 0) ^ 2);  // of the second plane
   std::int64_t position = 50;
-  int at_the_edge = 0;
-  bool planes_differ = false;
   for (std::uint64_t n = 0; n < 500; ++n) {
     if (n > 0) position += static_cast<std::int64_t>(mix(key + n) % 41) - 20;
     position = std::min<std::int64_t>(std::max<std::int64_t>(position, 10), 90);
-    const auto values = read(mp);
-    ASSERT_EQ(values[2], position) << n;
-    at_the_edge += position == 10 || position == 90;
-    planes_differ |= values[1] != values[2];
+    ASSERT_EQ(read(mp)[2], position) << n;
   }
-  EXPECT_GT(at_the_edge, 0);
-  EXPECT_TRUE(planes_differ);
 }
 
 TEST_F(Laws, ClearingReadStartsCountersAnewAndLeavesGauges) {
@@ -105,7 +97,7 @@ TEST_F(Laws, ReadsNeverWriteBeyondWhatWasTold) {
         ",'counters':[{'text':'x','planes':8,'law':{'type':'constant','value':1}}]}]}],'faults':[" +
         (*fault ? max_num + fault + "}" : "") + "]}");
     vuna_telemetry_mp* const mp = start();
-    EXPECT_EQ(number(sdk->vuna_telemetry_mp_get_num_counters, mp, 0), declared);
+    EXPECT_EQ(number(sdk->vuna_telemetry_mp_get_num_counters, mp, 0U), declared);
     std::uint32_t told = 0;
     sdk->vuna_telemetry_mp_cap_get_max_num_counters(sdk->vuna_dev_as_devinfo(dev), &told);
 
