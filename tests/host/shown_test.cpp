@@ -48,13 +48,13 @@ TEST(Jsonl, WritesStrictJson) {
                         {"real", nullptr, "double", 0, 3},
                         {"timestamp", nullptr, "uint8_t", 0, 2}});
   Bytes bytes;
-  bytes.block(77, 0, 0, 1).text("\x01\"\\\n\x7f\xc3\xa4\xff\xed\xa0\x80", 24).u8({1});
+  bytes.block(77, 0, 0, 1).text("\x1f\"\\\n\x7f\xc3\xa4\xff\xed\xa0\x80", 24).u8({1});
   bytes.add(UINT64_MAX).add(HUGE_VAL).add(-0.5).add(std::nan("")).u8({8, 9});
   const auto lines = formatted(makeJsonlFormatter, types, bytes);
   ASSERT_EQ(lines.size(), 1u);
   const auto expected = nlohmann::ordered_json::parse(R"({
       "timestamp": 77, "type": "quo\"te",
-      "na\\me": "\u0001\"\\\n\u007fä\\xff\\xed\\xa0\\x80",
+      "na\\me": "\u001f\"\\\n\u007fä\\xff\\xed\\xa0\\x80",
       "on": true, "big": 18446744073709551615, "real": [null, -0.5, null],
       "timestamp_2": [8, 9]})");
   EXPECT_EQ(nlohmann::ordered_json::parse(lines[0]), expected) << lines[0];

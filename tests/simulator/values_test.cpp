@@ -114,16 +114,11 @@ TEST_F(Laws, ReadsNeverWriteBeyondWhatWasTold) {
 TEST_F(Laws, RealClockRunsAndReadsTakeTheirTime) {
   load(R"({'devices':[{'ibdev_name':'a','slots':[{'read_latency_usec':20000,
     'counters':[{'text':'usec','law':{'type':'ramp','per_second':1000000}}]}]}]})");
-  vuna_telemetry_mp* const mp = start();
-  const std::uint32_t first = read(mp)[0];
-  const auto before = std::chrono::steady_clock::now();
-  const std::uint32_t second = read(mp)[0];
-  const auto took = std::chrono::steady_clock::now() - before;
-  EXPECT_GE(first, 20'000U);
-  EXPECT_GE(second - first, 20'000U);
-  EXPECT_GE(took, std::chrono::milliseconds(20));
-  EXPECT_LE(second - first,
-            std::chrono::duration_cast<std::chrono::microseconds>(took).count() + 1000);
+  const auto begin = std::chrono::steady_clock::now();
+  const std::uint32_t usec = read(start())[0];
+  const auto took = std::chrono::steady_clock::now() - begin;
+  EXPECT_GE(usec, 20'000U);
+  EXPECT_LE(std::chrono::microseconds(usec), took);
 }
 
 // The default scenario's devices, read every 50 milliseconds for a minute.
