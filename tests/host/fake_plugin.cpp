@@ -28,7 +28,8 @@ constexpr const char* kDeviceNames[kDevices] = {"alpha", "be"};
 
 std::map<std::string, std::string> script;
 tev_event_provider_t record;
-unsigned long next_event, events_there, after_stop, failures;  // events over all samples
+unsigned long next_event, events_there;  // counted over all samples
+unsigned long after_stop, failures;
 bool stopped;
 
 bool is(const char* key, const char* word) {

@@ -142,6 +142,7 @@ TEST_F(RunTest, RefusalsAreExplainedWithoutAnyEnvironment) {
     EXPECT_EQ(result.exit, 1) << words;
     EXPECT_THAT(result.out, IsEmpty());
     EXPECT_THAT(result.err, HasSubstr(expected));
+    EXPECT_THAT(result.err, StartsWith("tev-host: ")) << "first the sentence for a person";
   }
 }
 
