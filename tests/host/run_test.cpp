@@ -79,13 +79,13 @@ TEST_F(RunTest, ASerializerThatIsFullIsDrainedAndFilledAgain) {
 }
 
 TEST_F(RunTest, SamplesAreExactForEveryDeviceAndSummedUp) {
-  const Result result = run("burst=4 after_stop=3 lost=4 --samples=6 --format=jsonl --jitter");
+  const Result result = run("burst=4 after_stop=3 lost=4 --samples=10 --format=jsonl --jitter");
   EXPECT_EQ(result.exit, 0);
-  EXPECT_EQ(result.out.size(), 4u * 6);
-  for (const char* const line : {"alpha              6           1.0           0           3\n",
-                                 "be                 6           1.0           4           3\n",
-                                 "fake_plane            24             240\n", "\n  bare loop ",
-                                 "5 intervals of 1000000 us"})
+  EXPECT_EQ(result.out.size(), 4u * 10);
+  for (const char* const line : {"alpha             10           1.0           0           3\n",
+                                 "be                10           1.0           4           3\n",
+                                 "fake_plane            40             400\n", "\n  bare loop ",
+                                 "9 intervals of 1000000 us"})
     EXPECT_THAT(result.err, HasSubstr(line));
   // The fake's samples are a second apart.
   EXPECT_THAT(result.err,
