@@ -1,31 +1,23 @@
 // tev-host as a process of its own.
 #pragma once
 
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <fstream>
+#include <cstdio>
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/support/temp_tree.h"
 
-extern char** environ;
-
 namespace tev::test {
-
-inline std::string readFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
 
 inline std::vector<std::string> linesOf(const std::string& text) {
   std::vector<std::string> lines;
@@ -34,32 +26,39 @@ inline std::vector<std::string> linesOf(const std::string& text) {
   return lines;
 }
 
-// Runs from construction on. `output` replaces the file in which standard output is kept.
+inline std::vector<std::string> wordsOf(const std::string& text) {
+  std::istringstream in(text);
+  return {std::istream_iterator<std::string>(in), {}};
+}
+
+struct Result {
+  int exit;  // or minus the signal that ended it
+  std::vector<std::string> out;
+  std::string err;
+};
+
+// Runs from construction on. Standard output is kept, unless `output` is where it goes.
 class HostProcess {
  public:
-  explicit HostProcess(std::vector<std::string> arguments, const std::string& output = {})
-      : output_(output.empty() ? tree_.path("out") : output) {
-    arguments.insert(arguments.begin(), TEV_HOST);
+  explicit HostProcess(std::vector<std::string> words, const std::string& output = {})
+      : out_(tree_.path("out")), err_(tree_.path("err")) {
+    words.insert(words.begin(), TEV_HOST);
     std::vector<char*> argv;
-    for (std::string& argument : arguments) argv.push_back(argument.data());
+    for (std::string& word : words) argv.push_back(word.data());
     argv.push_back(nullptr);
-
-    posix_spawn_file_actions_t files;
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, output_.c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0666);
-    posix_spawn_file_actions_addopen(&files, STDERR_FILENO, tree_.path("err").c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0666);
-    const int error = posix_spawn(&pid_, TEV_HOST, &files, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&files);
-    if (error != 0) throw std::runtime_error("cannot start " TEV_HOST);
+    pid_ = fork();
+    if (pid_ < 0) throw std::runtime_error("cannot start " TEV_HOST);
+    if (pid_ > 0) return;
+    if (std::freopen("/dev/null", "r", stdin) &&
+        std::freopen(output.empty() ? out_.c_str() : output.c_str(), "w", stdout) &&
+        std::freopen(err_.c_str(), "w", stderr))
+      execv(TEV_HOST, argv.data());
+    _exit(127);
   }
-
   ~HostProcess() {
     if (pid_ <= 0) return;
-    ::kill(pid_, SIGKILL);
-    ::waitpid(pid_, nullptr, 0);
+    signal(SIGKILL);
+    finish();
   }
   HostProcess(const HostProcess&) = delete;
   HostProcess& operator=(const HostProcess&) = delete;
@@ -69,26 +68,24 @@ class HostProcess {
   // Waits until its standard output holds something, or it has ended.
   void awaitOutput() const {
     siginfo_t ended{};
-    while (readFile(output_).empty() && ended.si_pid == 0) {
+    while (readAll(out_).empty() && ended.si_pid == 0) {
       waitid(P_PID, static_cast<id_t>(pid_), &ended, WEXITED | WNOHANG | WNOWAIT);
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
   }
 
-  // Waits for the end; the exit code, or minus the signal that ended it.
-  int wait() {
+  // Waits for its end.
+  Result finish() {
     int status = 0;
-    ::waitpid(pid_, &status, 0);
-    pid_ = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    ::waitpid(std::exchange(pid_, -1), &status, 0);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), linesOf(readAll(out_)),
+            readAll(err_)};
   }
-
-  std::string out() const { return readFile(output_); }
-  std::string err() const { return readFile(tree_.path("err")); }
 
  private:
   TempTree tree_;
-  std::string output_;
+  std::string out_;
+  std::string err_;
   pid_t pid_ = -1;
 };
 

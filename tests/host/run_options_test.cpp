@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/errors.h"
+#include "tests/host/process.h"
 #include "tests/support/environment.h"
 #include "tev/logger.h"
 
@@ -18,11 +19,16 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Pair;
+using testing::ThrowsMessage;
 
-CommandLine parsed(std::vector<const char*> words) {
-  words.insert(words.begin(), "tev-host");
-  return parseCommandLine(static_cast<int>(words.size()), words.data(),
-                          companionsOf("/opt/tev/bin"));
+CommandLine parsed(const std::vector<std::string>& words) {
+  std::vector<const char*> argv{"tev-host"};
+  for (const std::string& word : words) argv.push_back(word.c_str());
+  return parseCommandLine(static_cast<int>(argv.size()), argv.data(), companionsOf("/opt/tev/bin"));
+}
+
+RunOptions parsedRun(const std::string& words) {
+  return parsed(test::wordsOf("run " + words)).run;
 }
 
 class RunOptionsTest : public testing::Test {
@@ -32,137 +38,79 @@ class RunOptionsTest : public testing::Test {
 };
 
 TEST_F(RunOptionsTest, Defaults) {
-  const CommandLine line = parsed({"run"});
-  EXPECT_EQ(line.command, Command::run);
-  EXPECT_EQ(line.run.plugin.path, "/opt/tev/lib/libevents_multipath_provider.so");
-  EXPECT_TRUE(line.run.plugin.usual_devices);
-  EXPECT_THAT(line.run.plugin.options, ElementsAre(Pair("update", "1000")));
-  EXPECT_EQ(line.run.plugin.log_level, std::uint32_t{TEV_LEVEL_WARNING});
-  EXPECT_FALSE(line.run.plugin.log_level_given);
-  EXPECT_EQ(line.run.buffer_bytes, 1048576u);
-  EXPECT_EQ(line.run.update, 1s);
-  EXPECT_FALSE(line.run.format || line.run.duration || line.run.samples);
+  const RunOptions run = parsedRun("");
+  EXPECT_EQ(run.plugin.path, "/opt/tev/lib/libevents_multipath_provider.so");
+  EXPECT_TRUE(run.plugin.usual_devices);
+  EXPECT_THAT(run.plugin.options, ElementsAre(Pair("update", "1000")));
+  EXPECT_EQ(run.plugin.log_level, std::uint32_t{TEV_LEVEL_WARNING});
+  EXPECT_EQ(run.buffer_bytes, 1048576u);
+  EXPECT_EQ(run.update, 1s);
+  EXPECT_FALSE(run.format || run.duration || run.samples || run.plugin.log_level_given);
 }
 
 TEST_F(RunOptionsTest, WhatIsGivenArrives) {
-  const CommandLine line = parsed({"run",
-                                   "--plugin",
-                                   "./mine.so",
-                                   "--option",
-                                   "a=b=c",
-                                   "--option=list=[x,y],z",
-                                   "--option",
-                                   "empty=",
-                                   "--buffer-size",
-                                   "64k",
-                                   "--update",
-                                   "20",
-                                   "--format=csv",
-                                   "--output",
-                                   "f",
-                                   "--duration",
-                                   "0.25",
-                                   "--samples",
-                                   "7",
-                                   "--log-level",
-                                   "debug"});
-  EXPECT_EQ(line.run.plugin.path, "./mine.so");
-  EXPECT_FALSE(line.run.plugin.usual_devices);
-  EXPECT_THAT(line.run.plugin.options, ElementsAre(Pair("a", "b=c"), Pair("list", "[x,y],z"),
-                                                   Pair("empty", ""), Pair("update", "20")));
-  EXPECT_EQ(line.run.buffer_bytes, 65536u);
-  EXPECT_EQ(line.run.update, 20ms);
-  EXPECT_EQ(line.run.format, Format::csv);
-  EXPECT_EQ(line.run.output, "f");
-  EXPECT_EQ(line.run.duration, 250ms);
-  EXPECT_EQ(line.run.samples, 7u);
-  EXPECT_EQ(line.run.plugin.log_level, std::uint32_t{TEV_LEVEL_DEBUG});
+  const RunOptions run = parsedRun(
+      "--plugin ./mine.so --option a=b=c --option=list=[x,y],z --option empty= --buffer-size 64k "
+      "--update 20 --output f --duration 0.25");
+  EXPECT_EQ(run.plugin.path, "./mine.so");
+  EXPECT_FALSE(run.plugin.usual_devices);
+  EXPECT_THAT(run.plugin.options, ElementsAre(Pair("a", "b=c"), Pair("list", "[x,y],z"),
+                                              Pair("empty", ""), Pair("update", "20")));
+  EXPECT_EQ(run.buffer_bytes, 65536u);
+  EXPECT_EQ(run.update, 20ms);
+  EXPECT_EQ(run.duration, 250ms);
 }
 
-TEST_F(RunOptionsTest, WhatTheUserSaysAboutAnOptionGoesFirst) {
-  EXPECT_THAT(parsed({"run", "--update", "20", "--option", "update=5"}).run.plugin.options,
+TEST_F(RunOptionsTest, WhatTheUserSaysGoesFirst) {
+  EXPECT_THAT(parsedRun("--update 20 --option update=5").plugin.options,
               ElementsAre(Pair("update", "5")));
-  EXPECT_THAT(
-      parsed({"run", "--simulate", "--option", "multipath-vuna-lib-path=x"}).run.plugin.options,
-      Contains(Pair("multipath-vuna-lib-path", "x")).Times(1));
+  EXPECT_THAT(parsedRun("--simulate --option multipath-vuna-lib-path=x").plugin.options,
+              Contains(Pair("multipath-vuna-lib-path", "x")).Times(1));
+  environment_.set("TEV_API_LOG_LEVEL", "6");
+  EXPECT_EQ(parsedRun("").plugin.log_level, 6u);
+  EXPECT_EQ(parsedRun("--log-level error").plugin.log_level, 3u);
 }
 
 TEST_F(RunOptionsTest, SimulatorWithAndWithoutScenario) {
   const auto library =
       Pair("multipath-vuna-lib-path", "/opt/tev/lib/tev-simulator/libvuna_telemetry.so");
-  struct Row {
-    std::vector<const char*> words;
-    const char* scenario;
-  };
-  const std::vector<Row> rows = {{{"run", "--simulate"}, ""},
-                                 {{"run", "--simulate", "--samples", "1"}, ""},
-                                 {{"run", "--simulate=netdev"}, "netdev"},
-                                 {{"schema", "--simulate", "default"}, "default"},
-                                 {{"run", "--simulate=/dev/null"}, "/dev/null"}};
-  for (const Row& row : rows) {
-    const PluginOptions plugin = parsed(row.words).run.plugin;
-    EXPECT_EQ(plugin.simulator_scenario, row.scenario);
+  for (const auto& [words, scenario] : {std::pair{"--simulate --samples 1", ""},
+                                        {"--simulate", ""},
+                                        {"--simulate=netdev", "netdev"},
+                                        {"--simulate default", "default"},
+                                        {"--simulate=/dev/null", "/dev/null"}}) {
+    const PluginOptions plugin = parsedRun(words).plugin;
+    EXPECT_EQ(plugin.simulator_scenario, scenario);
     EXPECT_THAT(plugin.options, Contains(library));
     EXPECT_FALSE(plugin.usual_devices);
   }
 }
 
-TEST_F(RunOptionsTest, TheEnvironmentSaysHowMuchIsLogged) {
-  environment_.set("TEV_API_LOG_LEVEL", "6");
-  EXPECT_EQ(parsed({"run"}).run.plugin.log_level, 6u);
-  EXPECT_EQ(parsed({"run", "--log-level", "error"}).run.plugin.log_level, 3u);
-}
-
 TEST_F(RunOptionsTest, WrongUsageIsRefusedByName) {
-  const std::vector<std::vector<const char*>> rows = {
-      {"--option", "novalue"},
-      {"--option", "=value"},
-      {"--option", ""},
-      {"--option"},
-      {"--plugin"},
-      {"--plugin="},
-      {"--output", "--simulate"},
-      {"--output=", "--simulate"},
-      {"--simulate="},
-      {"--simulate", "no/such/file"},
-      {"--buffer-size", "0"},
-      {"--buffer-size", "1Q"},
-      {"--buffer-size", "-1"},
-      {"--buffer-size", "K"},
-      {"--buffer-size", "99999999999999999999"},
-      {"--buffer-size", "18014398509481985K"},
-      {"--update", "0"},
-      {"--update", "-5"},
-      {"--update", "1.5"},
-      {"--update", "86400001"},
-      {"--format", "xml"},
-      {"--format", "Table"},
-      {"--duration", "-1"},
-      {"--duration", "0"},
-      {"--duration", "nan"},
-      {"--duration", "inf"},
-      {"--duration", "1e300"},
-      {"--duration", "1s"},
-      {"--samples", "0"},
-      {"--samples", "-1"},
-      {"--samples", "ten"},
-      {"--log-level", "loud"},
-      {"--log-level", "-1"},
-      {"--nonsense"},
+  const std::pair<std::string, std::vector<std::string>> rows[] = {
+      {"--option", {"novalue", "=value", ""}},
+      {"--simulate", {"no/such/file"}},
+      {"--output", {"--simulate"}},
+      {"--buffer-size", {"0", "1Q", "-1", "K", "99999999999999999999", "18014398509481985K"}},
+      {"--update", {"0", "-5", "1.5", "86400001"}},
+      {"--format", {"xml", "Table"}},
+      {"--duration", {"-1", "0", "nan", "inf", "1e300", "1s"}},
+      {"--samples", {"0", "-1", "ten"}},
+      {"--log-level", {"loud", "-1"}},
+      {"--nonsense", {"1"}},
   };
-  for (auto words : rows) {
-    const std::string option(words[0], std::string(words[0]).find_last_not_of('=') + 1);
-    words.insert(words.begin(), "run");
-    try {
-      parsed(words);
-      ADD_FAILURE() << "accepted: " << option << " " << words.back();
-    } catch (const UsageError& error) {
-      EXPECT_THAT(error.what(), HasSubstr(option));
-    }
-  }
-  EXPECT_THROW(parsed({}), UsageError);
-  EXPECT_THROW(parsed({"walk"}), UsageError);
-  EXPECT_THROW(parsed({"schema", "--samples", "1"}), UsageError);
+  const auto expect_refusal = [](const std::string& name, const std::vector<std::string>& words) {
+    EXPECT_THAT([&] { parsed(words); }, ThrowsMessage<UsageError>(HasSubstr(name)))
+        << testing::PrintToString(words);
+  };
+  for (const auto& [option, values] : rows)
+    for (const std::string& value : values) expect_refusal(option, {"run", option, value});
+  expect_refusal("--plugin", {"run", "--plugin"});
+  expect_refusal("--simulate", {"run", "--simulate="});
+  expect_refusal("--output", {"run", "--output=", "--simulate"});
+  expect_refusal("walk", {"walk"});
+  expect_refusal("--samples", {"schema", "--samples", "1"});
+  expect_refusal("required", {});
 }
 
 }  // namespace

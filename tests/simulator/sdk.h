@@ -2,12 +2,11 @@
 #pragma once
 
 #include <dlfcn.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
@@ -16,9 +15,12 @@
 #include <vector>
 
 #include "sdk/vuna_abi.h"
+#include "tests/support/environment.h"
 #include "tests/support/temp_tree.h"
 
 namespace simulator_test {
+
+using Values = std::vector<std::uint32_t>;
 
 struct Sdk {
   Sdk() : library(dlopen(SIMULATOR, RTLD_NOW)) {
@@ -56,33 +58,25 @@ struct Sdk {
 // One test with a scenario of its own, a trace, and the SDK loaded anew.
 class SimulatorTest : public ::testing::Test {
  protected:
-  SimulatorTest() { setenv("VUNA_SIMULATOR_TRACE", trace_path().c_str(), 1); }
-  ~SimulatorTest() override {
-    unload();
-    for (const char* name : {"SCENARIO", "SEED", "SYSFS", "TRACE"})
-      unsetenv((std::string("VUNA_SIMULATOR_") + name).c_str());
-  }
-
-  std::string trace_path() const { return tree.path("trace"); }
+  SimulatorTest() { environment.set("VUNA_SIMULATOR_TRACE", tree.path("trace")); }
+  ~SimulatorTest() override { unload(); }
 
   // Loads the SDK with the scenario that a JSON text describes; in it, ' stands for ".
   void load(std::string json) {
-    for (char& c : json)
-      if (c == '\'') c = '"';
+    std::replace(json.begin(), json.end(), '\'', '"');
     loadNamed(tree.write("scenario.json", json));
   }
   void loadNamed(const std::string& scenario) {
     unload();
+    tree.write("trace", "");
     list = nullptr;
-    setenv("VUNA_SIMULATOR_SCENARIO", scenario.c_str(), 1);
+    environment.set("VUNA_SIMULATOR_SCENARIO", scenario);
     sdk = std::make_unique<Sdk>();
   }
   // Nothing may keep the library in the process.
   void unload() {
     sdk.reset();
-    void* const still = dlopen(SIMULATOR, RTLD_NOW | RTLD_NOLOAD);
-    EXPECT_EQ(still, nullptr) << "the library has not been unloaded";
-    if (still) dlclose(still);
+    EXPECT_EQ(dlopen(SIMULATOR, RTLD_NOW | RTLD_NOLOAD), nullptr);
   }
 
   vuna_status createList() { return sdk->vuna_devinfo_create_list(&list, &count); }
@@ -93,10 +87,8 @@ class SimulatorTest : public ::testing::Test {
 
   // The context of a device of the list, opened and started on the way.
   vuna_telemetry_mp* start(std::uint32_t device = 0) {
-    if (!list) {
-      EXPECT_EQ(refusal(), "");
-    }
     vuna_telemetry_mp* mp = nullptr;
+    EXPECT_TRUE(list || createList() == kVunaSuccess);
     EXPECT_EQ(sdk->vuna_dev_open(list[device], &dev), kVunaSuccess);
     EXPECT_EQ(sdk->vuna_telemetry_mp_create(dev, &mp), kVunaSuccess);
     EXPECT_EQ(sdk->vuna_telemetry_mp_start(mp), kVunaSuccess);
@@ -107,13 +99,11 @@ class SimulatorTest : public ::testing::Test {
     sdk->vuna_telemetry_mp_destroy(mp);
     sdk->vuna_dev_close(dev);
     sdk->vuna_devinfo_destroy_list(list);
-    list = nullptr;
   }
 
-  std::vector<std::uint32_t> read(vuna_telemetry_mp* mp, std::uint32_t slot = 0,
-                                  bool clear = false) {
+  Values read(vuna_telemetry_mp* mp, std::uint32_t slot = 0, bool clear = false) {
     std::uint32_t filled = 0;
-    std::vector<std::uint32_t> values(256);
+    Values values(256);
     const auto function =
         clear ? sdk->vuna_telemetry_mp_get_and_clear_counters : sdk->vuna_telemetry_mp_get_counters;
     EXPECT_EQ(function(mp, slot, &filled, values.data()), kVunaSuccess);
@@ -122,16 +112,10 @@ class SimulatorTest : public ::testing::Test {
   }
 
   // The number that a call gives, the last of its arguments.
-  template <class... Parameters, class... Arguments>
-  static std::uint32_t number(vuna_status (*function)(Parameters...), Arguments... arguments) {
-    const auto unsigned_where_number = [](auto argument) {
-      if constexpr (std::is_integral_v<decltype(argument)>)
-        return static_cast<std::uint32_t>(argument);
-      else
-        return argument;
-    };
+  template <class Function, class... Arguments>
+  static std::uint32_t number(Function function, Arguments... arguments) {
     std::uint32_t number = 0;
-    EXPECT_EQ(function(unsigned_where_number(arguments)..., &number), kVunaSuccess);
+    EXPECT_EQ(function(arguments..., &number), kVunaSuccess);
     return number;
   }
   std::string counterText(vuna_telemetry_mp* mp, std::uint32_t slot, std::uint8_t counter) {
@@ -140,33 +124,17 @@ class SimulatorTest : public ::testing::Test {
     return text;
   }
 
-  // The SDK's log of what `body` does with it, and of its end.
-  template <class Body>
-  std::string logged(const Body& body) {
-    char* text = nullptr;
-    std::size_t size = 0;
-    std::FILE* const stream = open_memstream(&text, &size);
-    vuna_log_backend* backend = nullptr;
-    EXPECT_EQ(sdk->vuna_log_backend_create_with_file_sdk(stream, &backend), kVunaSuccess);
-    body(backend);
-    unload();
-    std::fclose(stream);
-    std::string log(text, size);
-    free(text);
-    return log;
-  }
-
-  std::string trace() const { return tev::test::readAll(trace_path()); }
   // Lines of the trace that begin with a word.
   std::vector<std::string> traced(const std::string& word) const {
-    std::istringstream lines(trace());
+    std::istringstream lines(tev::test::readAll(tree.path("trace")));
     std::vector<std::string> found;
     for (std::string line; std::getline(lines, line);)
-      if (line.rfind(word + " ", 0) == 0) found.push_back(line);
+      if (line.starts_with(word + " ")) found.push_back(line);
     return found;
   }
 
   tev::test::TempTree tree;
+  tev::test::Environment environment;
   std::unique_ptr<Sdk> sdk;
   vuna_devinfo** list = nullptr;
   std::uint32_t count = 0;
