@@ -83,42 +83,6 @@ TEST_F(Sampling, WritesPackedEventsWithTheSamplesTimestamp) {
   EXPECT_EQ(out.plane[1]->data, nullptr);
 }
 
-// Adjacent counters are copied as one run: every order must come out the same as one by one.
-TEST_F(Sampling, PutsCountersWhereTheLayoutSaysInAnyOrder) {
-  for (std::uint32_t seed = 1; seed <= 40; ++seed) {
-    SCOPED_TRACE(seed);
-    std::vector<std::string> lines;
-    std::vector<std::uint32_t> values;
-    std::string device = "d";
-    std::vector<std::string> planes = {{'d', 0}, {'d', 1}, {'d', 2}};
-    std::uint32_t state = seed;
-    std::size_t in_plane[3] = {};
-    for (std::uint32_t i = 0; i < 24; ++i) {
-      state = state * 1664525 + 1013904223;
-      const auto kind = (state >> 20) % (seed % 2 ? 4 : 2);  // few kinds make long runs
-      values.push_back(state);
-      if (kind == 3) {
-        lines.push_back("c" + std::to_string(i) + ", d");
-        device += le32(state);
-      } else {
-        lines.push_back("p" + std::to_string(in_plane[kind]++) + ", d, plane " +
-                        std::to_string(kind));
-        planes[kind] += le32(state);
-      }
-    }
-    sdk.devices.clear();
-    sdk.add("d", lines, values);
-    initialized();
-    sample(1);
-    const auto out = handOut();
-    EXPECT_EQ(bytesOf(*out.device[0], 0), device);
-    for (std::size_t p = 0; p < out.plane[0]->num_events; ++p) {
-      planes[p].resize(out.plane[0]->event_size, '\0');  // shorter ones read zero, longer are cut
-      EXPECT_EQ(bytesOf(*out.plane[0], p), planes[p]) << p;
-    }
-  }
-}
-
 TEST_F(Sampling, PlanesUnlikeTheFirstAreFittedToItWithOneWarning) {
   struct Row {
     std::vector<std::string> lines;

@@ -8,13 +8,6 @@
 
 namespace tev::test {
 
-// A scenario of the simulator: one device whose first counter says how often it has been read.
-inline constexpr char kCountedReads[] = R"({
-  "clock": "samples",
-  "devices": [{"ibdev_name": "rdma0", "slots": [{"counters": [
-    {"text": "reads, how often", "law": {"type": "ramp", "per_sample": 1}},
-    {"text": "tx, sent", "planes": 2, "law": {"type": "constant", "value": 7}}]}]}]})";
-
 class Plugin {
  public:
   explicit Plugin(const char* path = PLUGIN) : handle_(dlopen(path, RTLD_NOW | RTLD_LOCAL)) {
