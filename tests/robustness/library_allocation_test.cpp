@@ -28,6 +28,7 @@ struct Operation {
 };
 
 void failEachAllocation(const Operation& operation) {
+  tev_set_log_level(0);
   SCOPED_TRACE(operation.name);
   ASSERT_TRUE(operation.run());  // what is allocated once for the whole process is there now
   constexpr long kMany = 2000;
@@ -52,16 +53,7 @@ bool made(Object* object) {
   return Owned<Object, kDestroy>(object) != nullptr;
 }
 
-class AllocationFailure : public testing::Test {
- protected:
-  AllocationFailure() : level_before_(tev_set_log_level(0)) {}
-  ~AllocationFailure() override { tev_set_log_level(level_before_); }
-
- private:
-  std::uint32_t level_before_;
-};
-
-TEST_F(AllocationFailure, OfTextsAndSources) {
+TEST(AllocationFailure, OfTextsAndSources) {
   Environment environment;
   environment.set("TEV_SOURCE_ID", "an identity that is too long for a short string");
   TempTree tree;
@@ -96,7 +88,7 @@ TEST_F(AllocationFailure, OfTextsAndSources) {
   EXPECT_EQ(text, nullptr);
 }
 
-TEST_F(AllocationFailure, OfASchema) {
+TEST(AllocationFailure, OfASchema) {
   const Owned<tev_type_system_t, tev_destroy_type_system> types(tev_create_type_system());
   const Owned<tev_type_system_t, tev_destroy_type_system> others(tev_create_type_system());
   const tev_type_field_info_t fields[] = {{"a", "first", "int", 0, 1},
@@ -106,7 +98,7 @@ TEST_F(AllocationFailure, OfASchema) {
   ASSERT_EQ(tev_schema_add_type(schema, "t", fields, 2, nullptr), TEV_SCHEMA_OK);
   ASSERT_EQ(tev_schema_set_field_indexes(schema, 0, &key, 1), TEV_SCHEMA_OK);
   const Operation operations[] = {
-      {"create", [] { return made<tev_destroy_type_system>(tev_create_type_system()); }},
+      {"type system", [] { return made<tev_destroy_type_system>(tev_create_type_system()); }},
       {"add a schema and a type",
        [&] {
          tev_schema_t* const added = tev_type_system_add_schema(others.get(), "name", 1, nullptr);
@@ -135,7 +127,7 @@ TEST_F(AllocationFailure, OfASchema) {
   for (const auto& operation : operations) failEachAllocation(operation);
 }
 
-TEST_F(AllocationFailure, OfASetLeavesTheOneBefore) {
+TEST(AllocationFailure, OfASetLeavesTheOneBefore) {
   TempTree tree;
   const char* const lines[] = {"[type]", "a pattern of some length = an alias with it"};
   const std::string file = tree.write("set", std::string(lines[0]) + "\n" + lines[1] + "\n");
