@@ -1,6 +1,9 @@
 // Input: the description lines of a slot's counters.
 #include <algorithm>
+#include <cstring>
+#include <numeric>
 #include <stdexcept>
+#include <string>
 
 #include "collector/counter_parser.h"
 #include "collector/event_buffer.h"
@@ -9,6 +12,32 @@
 
 using tev::test::check;
 namespace mp = tev::events::multipath;
+
+namespace {
+
+const std::string kName = "a name of some length";
+const std::string kPaddedName = kName + std::string(2, '\0');
+
+// The events of a sample, byte for byte. What an event has no room for is cut, and what it lacks
+// reads zero.
+void checkSample(const mp::EventLayout& layout, const mp::SlotInfo& slot, bool of_planes) {
+  std::vector<std::uint32_t> values(slot.counters.size());
+  std::iota(values.begin(), values.end(), 1);
+  mp::EventBuffer sample(layout.size(), layout.eventsPerSample());
+  layout.write(values.data(), sample.append(layout.eventsPerSample(), 1));
+  for (std::uint32_t plane = 0; plane < layout.eventsPerSample(); ++plane) {
+    std::string expected = kPaddedName;
+    if (of_planes) expected += static_cast<char>(plane);
+    for (const auto& counter : slot.counters)
+      if (counter.is_per_plane == of_planes && counter.plane == plane)
+        expected.append(reinterpret_cast<const char*>(&values[counter.index]), sizeof values[0]);
+    expected.resize(layout.size());
+    check(std::memcmp(sample.at(plane), expected.data(), expected.size()) == 0,
+          "every counter goes where there is room for it");
+  }
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   tev::test::formatMessages();
@@ -20,27 +49,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   } catch (const std::out_of_range&) {
     return 0;  // a plane number beyond all bounds
   }
+  const auto is_of_device = [](const auto& counter) { return !counter.is_per_plane; };
   const auto of_device = static_cast<std::size_t>(
-      std::count_if(slot.counters.begin(), slot.counters.end(),
-                    [](const auto& counter) { return !counter.is_per_plane; }));
+      std::count_if(slot.counters.begin(), slot.counters.end(), is_of_device));
   check(slot.counters.size() == slot.counter_infos.size(), "a counter to a line");
-  check(slot.num_device_counters == of_device, "what is of no plane is the device's");
-  check(slot.device_counter_names.size() == of_device, "each has a name");
+  check(slot.device_counter_names.size() == of_device, "what is of no plane is the device's");
   check(slot.num_planes <= mp::kMaxPlanes, "planes are 8-bit numbers");
   check((slot.num_planes > 0) == (of_device < slot.counters.size()), "planes come from counters");
 
-  // Every counter goes where there is room for it.
-  constexpr std::size_t kNameLength = 5;
-  const std::vector<std::uint32_t> values(slot.counters.size(), 0xffffffff);
-  const auto written = [&](const mp::EventLayout& layout) {
-    mp::EventBuffer sample(layout.size(), layout.eventsPerSample());
-    layout.write(values.data(), sample.append(layout.eventsPerSample(), 1));
-    return std::count(sample.data.get(), sample.data.get() + sample.capacity_bytes,
-                      std::byte{0xff});
-  };
-  check(written(mp::EventLayout::ofDevice(slot, "name", kNameLength)) ==
-            4 * std::ptrdiff_t(of_device),
-        "every device counter is in the event");
-  if (slot.num_planes > 0) written(mp::EventLayout::ofPlane(slot, "name", kNameLength));
+  checkSample(mp::EventLayout::ofDevice(slot, kName, kPaddedName.size()), slot, false);
+  checkSample(mp::EventLayout::ofPlane(slot, kName, kPaddedName.size()), slot, true);
   return 0;
 }

@@ -5,20 +5,14 @@
 //
 // While it runs, <target>.input in the working folder holds the input of the moment. It stays there
 // after a crash; "target -runs=0 target.input" then repeats it.
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <random>
-#include <string>
-#include <string_view>
 #include <vector>
+
+#include "tests/support/temp_tree.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
@@ -28,24 +22,18 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t kMaxInput = 4096;
 
-std::string readFile(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 // In the order of their names, which is the same everywhere.
 std::vector<fs::path> filesIn(const fs::path& path) {
   if (!fs::is_directory(path)) return {path};
-  std::vector<fs::path> files;
-  for (const auto& entry : fs::directory_iterator(path)) files.push_back(entry.path());
+  std::vector<fs::path> files{fs::directory_iterator(path), {}};
   std::sort(files.begin(), files.end());
   return files;
 }
 
 class Mutator {
  public:
-  Mutator(std::vector<std::string> seeds, std::uint64_t seed)
-      : seeds_(std::move(seeds)), random_(seed) {
+  Mutator(const std::vector<std::string>& seeds, std::uint64_t seed)
+      : seeds_(seeds), random_(seed) {
     for (const auto& text : seeds_) characters_ += text;
   }
 
@@ -58,7 +46,7 @@ class Mutator {
   }
 
  private:
-  std::size_t below(std::size_t end) { return end == 0 ? 0 : random_() % end; }
+  std::size_t below(std::size_t end) { return random_() % end; }
 
   // Mostly one of the seeds' own: those are what the parsers look for.
   char character() {
@@ -71,56 +59,20 @@ class Mutator {
     return text.substr(from, below(text.size() - from + 1));
   }
 
+  // A few bytes, or none, give way to a piece, or to nothing.
   void mutate(std::string& input) {
-    const std::size_t at = below(input.size() + 1);
-    switch (below(6)) {
-      case 0:
-        input.insert(at, 1, character());
-        break;
-      case 1:
-        if (at < input.size()) input[at] = character();
-        break;
-      case 2:
-        input.erase(at, 1 + below(8));
-        break;
-      case 3:
-        input.insert(at, pieceOf(input));
-        break;
-      case 4:
-        input.insert(at, pieceOf(seeds_[below(seeds_.size())]));
-        break;
-      case 5:
-        input.insert(at, below(200), character());
-        break;
-    }
+    const std::string pieces[] = {{},
+                                  std::string(1, character()),
+                                  std::string(below(200), character()),
+                                  pieceOf(input),
+                                  pieceOf(seeds_[below(seeds_.size())])};
+    const std::size_t length = below(2) == 0 ? 0 : 1 + below(8);
+    input.replace(below(input.size() + 1), length, pieces[below(std::size(pieces))]);
   }
 
-  std::vector<std::string> seeds_;
+  const std::vector<std::string>& seeds_;
   std::string characters_;
   std::mt19937_64 random_;
-};
-
-// The file that holds the input of the moment; gone once all inputs have been survived.
-class CurrentInput {
- public:
-  explicit CurrentInput(std::string path)
-      : path_(std::move(path)),
-        fd_(open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)) {}
-  ~CurrentInput() {
-    close(fd_);
-    unlink(path_.c_str());
-  }
-  CurrentInput(const CurrentInput&) = delete;
-  CurrentInput& operator=(const CurrentInput&) = delete;
-
-  bool keep(const std::string& input) {
-    const auto size = static_cast<ssize_t>(input.size());
-    return pwrite(fd_, input.data(), input.size(), 0) == size && ftruncate(fd_, size) == 0;
-  }
-
- private:
-  std::string path_;
-  int fd_;
 };
 
 bool readOption(std::string_view argument, std::string_view name, std::uint64_t& value) {
@@ -137,23 +89,25 @@ int main(int argc, char** argv) {
   std::vector<std::string> seeds;
   for (int i = 1; i < argc; ++i) {
     if (readOption(argv[i], "-runs=", runs) || readOption(argv[i], "-seed=", seed)) continue;
-    for (const auto& file : filesIn(argv[i])) seeds.push_back(readFile(file));
+    for (const auto& file : filesIn(argv[i])) seeds.push_back(tev::test::readAll(file.string()));
   }
   if (seeds.empty()) {
     std::fprintf(stderr, "%s: no seeds\n", argv[0]);
     return 2;
   }
 
-  CurrentInput current(fs::path(*argv).filename().string() + ".input");
+  const fs::path current = fs::path(*argv).filename().concat(".input");
   const auto run = [&](const std::string& input) {
-    if (!current.keep(input)) std::fprintf(stderr, "cannot write the input down\n");
+    if (!(std::ofstream(current, std::ios::binary) << input).flush())
+      std::fprintf(stderr, "cannot write the input down\n");
     // A copy of exactly its size: the sanitizers see a look beyond its end.
     const std::vector<std::uint8_t> bytes(input.begin(), input.end());
     LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
   };
   for (const auto& input : seeds) run(input);
-  Mutator mutator(std::move(seeds), seed);
+  Mutator mutator(seeds, seed);
   for (std::uint64_t i = 0; i < runs; ++i) run(mutator.next());
+  fs::remove(current);
   std::printf("%s: %llu mutations, seed %llu\n", argv[0], static_cast<unsigned long long>(runs),
               static_cast<unsigned long long>(seed));
   return 0;

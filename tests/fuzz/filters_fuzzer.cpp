@@ -12,22 +12,6 @@ namespace {
 
 using tev::test::check;
 
-struct Filter {
-  std::array<tev_filter_token_t, TEV_FILTER_MAX_TOKENS> incl, excl;
-  std::size_t incl_count = 0, excl_count = 0;
-
-  explicit Filter(const std::string& expression) {
-    tev_filter_get_incl_excl_tokens(expression.c_str(), incl.data(), &incl_count, excl.data(),
-                                    &excl_count);
-  }
-  std::string expression() const {
-    std::string text;
-    for (std::size_t i = 0; i < incl_count; ++i) text += std::string("+") + incl[i];
-    for (std::size_t i = 0; i < excl_count; ++i) text += std::string("-") + excl[i];
-    return text;
-  }
-};
-
 std::string lower(std::string text) {
   tev_filter_to_lower(text.data());
   return text;
@@ -62,22 +46,22 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   tev::test::formatMessages();
   const auto lines = tev::test::linesOf(data, size);
   const std::string name = lines[0].substr(0, lines[0].find('\0'));
-  Filter filter(lines.size() > 1 ? lines[1] : "");
-  check(filter.incl_count <= TEV_FILTER_MAX_TOKENS, "inclusive tokens fit");
-  check(filter.excl_count <= TEV_FILTER_MAX_TOKENS, "exclusive tokens fit");
-  check(Filter(filter.expression()).expression() == filter.expression(), "tokens split once");
-
+  std::array<tev_filter_token_t, TEV_FILTER_MAX_TOKENS> incl, excl;
+  std::size_t num_incl = 0;
+  std::size_t num_excl = 0;
+  tev_filter_get_incl_excl_tokens(lines.size() > 1 ? lines[1].c_str() : "", incl.data(), &num_incl,
+                                  excl.data(), &num_excl);
   bool passes = true;
-  for (std::size_t i = 0; i < filter.incl_count; ++i) {
-    checkToken(name, filter.incl[i]);
-    passes = passes && tev_filter_match_single_token(name.c_str(), filter.incl[i]);
-  }
-  for (std::size_t i = 0; i < filter.excl_count; ++i) {
-    checkToken(name, filter.excl[i]);
-    passes = passes && !tev_filter_match_single_token(name.c_str(), filter.excl[i]);
-  }
-  check(passes == tev_filter_have_match(filter.incl.data(), filter.incl_count, filter.excl.data(),
-                                        filter.excl_count, name.c_str()),
+  const auto judge = [&](const auto& tokens, std::size_t count, bool wanted) {
+    check(count <= tokens.size(), "tokens fit");
+    for (std::size_t i = 0; i < count; ++i) {
+      checkToken(name, tokens[i]);
+      passes = passes && tev_filter_match_single_token(name.c_str(), tokens[i]) == wanted;
+    }
+  };
+  judge(incl, num_incl, true);
+  judge(excl, num_excl, false);
+  check(passes == tev_filter_have_match(incl.data(), num_incl, excl.data(), num_excl, name.c_str()),
         "every inclusive and no exclusive token");
   matchSlot(name, data, size);
   return 0;

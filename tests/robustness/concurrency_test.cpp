@@ -1,39 +1,29 @@
 // Several providers in one process, and what one of them may make the others wait for.
 
-#include <atomic>
+#include <gtest/gtest.h>
+
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <future>
-#include <thread>
 
-#include "tests/robustness/rig.h"
 #include "tests/support/captured_log.h"
+#include "tests/support/fake_machine.h"
+#include "tests/support/local_provider.h"
+#include "tests/support/options.h"
 #include "tests/support/plugin.h"
+#include "tests/support/threads.h"
 
 namespace tev::test {
 namespace {
 
-// Threads that log and read counts until this ends.
-class Bystanders {
- public:
-  explicit Bystanders(const std::function<void()>& work) {
-    for (auto& thread : threads_)
-      thread = std::thread([this, work] {
-        while (!ended_) work();
-      });
-  }
-  ~Bystanders() {
-    ended_ = true;
-    for (auto& thread : threads_) thread.join();
-  }
-  Bystanders(const Bystanders&) = delete;
-  Bystanders& operator=(const Bystanders&) = delete;
+using namespace std::chrono_literals;
 
- private:
-  std::atomic<bool> ended_{false};
-  std::thread threads_[2];
-};
+// One device whose first counter says how often it has been read.
+constexpr char kCountedReads[] = R"({
+  "clock": "samples",
+  "devices": [{"ibdev_name": "rdma0", "slots": [{"counters": [
+    {"text": "reads, how often", "law": {"type": "ramp", "per_sample": 1}},
+    {"text": "tx, sent", "planes": 2, "law": {"type": "constant", "value": 7}}]}]}]})";
 
 TEST(Concurrency, ProvidersAtFullSpeedKeepToThemselves) {
   TempTree tree;
@@ -44,148 +34,111 @@ TEST(Concurrency, ProvidersAtFullSpeedKeepToThemselves) {
   const auto get = plugin.symbol<decltype(multipath_event_provider_get_sample_counts)>(
       "multipath_event_provider_get_sample_counts");
 
-  constexpr int kProviders = 3;
-  std::atomic<std::uint64_t> delivered{0};
   const auto live = [&] {
     HostedProvider provider(plugin, options({{"multipath-vuna-lib-path", SIMULATOR},
                                              {"multipath-sample-interval-usec", "0"},
                                              {"multipath-max-buffer-size", "65536"}})
                                         .get());
     ASSERT_TRUE(provider.initialize());
-    const Bystanders bystanders([&] {
-      tev_multipath_sample_counts_t counts{};
-      ASSERT_TRUE(get(provider.get(), TEV_ALL_DEVICES, nullptr, &counts));
-      TEV_LOG_WARNING("%llu taken", static_cast<unsigned long long>(counts.taken));
-      std::this_thread::sleep_for(std::chrono::microseconds(200));
+    // Meanwhile another thread logs and reads counts.
+    std::atomic<bool> ended{false};
+    std::thread bystander([&] {
+      while (!ended) {
+        tev_multipath_sample_counts_t counts{};
+        ASSERT_TRUE(get(provider.get(), TEV_ALL_DEVICES, nullptr, &counts));
+        TEV_LOG_WARNING("%llu taken", static_cast<unsigned long long>(counts.taken));
+        std::this_thread::sleep_for(200us);
+      }
     });
     std::uint64_t devices = 0;
-    std::uint32_t reads = 0;
+    std::uint32_t first = 0;
     const auto take = [&] {
       for (const auto& event : provider.drain()) {
         if (event.type == "multipath_event_plane") continue;
         std::uint32_t read = 0;
         std::memcpy(&read, event.bytes.data() + 5, sizeof read);
-        ASSERT_TRUE(devices == 0 || read > reads);  // each once, in order
-        reads = read;
-        ++devices;
+        if (devices == 0) first = read;
+        ASSERT_EQ(read, first + devices++);  // each once, in order; what is lost is not read
       }
     };
     while (devices < 1'000) take();
     provider->stop(provider.get());
     take();
     take();
+    ended = true;
+    bystander.join();
     tev_multipath_sample_counts_t counts{};
-    get(provider.get(), TEV_ALL_DEVICES, nullptr, &counts);
+    const char* name = nullptr;
+    ASSERT_TRUE(get(provider.get(), 0, &name, &counts));
+    EXPECT_STREQ(name, "rdma0");
     EXPECT_EQ(counts.taken, counts.lost + devices);
-    EXPECT_EQ(counts.failed, 0u);
-    delivered += devices;
+    EXPECT_FALSE(get(provider.get(), 1, &name, &counts));
   };
-  std::thread hosts[kProviders];
-  for (auto& thread : hosts)
-    thread = std::thread([&] {
-      for (int life = 0; life < 5; ++life) live();
-    });
-  for (auto& thread : hosts) thread.join();
-  std::printf("samples delivered side by side: %llu\n", static_cast<unsigned long long>(delivered));
+  onThreads(3, [&](int) {
+    for (int life = 0; life < 5; ++life) live();
+  });
 }
 
-// A host and its provider of one of the fake's devices, with the machine's clocks.
-class OneDevice {
- public:
-  OneDevice(FakeSdk& sdk, const TempTree& tree, const char* device)
-      : types_(tev_create_type_system(), tev_destroy_type_system),
-        provider_(options({{"multipath-devices", device},
-                           {"multipath-sample-interval-usec", "1000"},
-                           {"update", "100"}})
-                      .get(),
-                  {.sdk = &sdk.functions(), .roots = {tree.path("sys"), tree.path("dev")}}),
-        buffer_(1 << 16) {
-    record_.name = device;
-    record_.version = 1;
-    EXPECT_TRUE(provider_.initialize(&record_, types_.get()));
-  }
-  ~OneDevice() { provider_.stop(); }
-  OneDevice(const OneDevice&) = delete;
-  OneDevice& operator=(const OneDevice&) = delete;
-
-  // Bytes that were there to be delivered.
-  std::uint64_t drain() {
-    tev_data_serializer_t serializer{types_.get(), buffer_.data(), buffer_.size(), 0};
-    EXPECT_EQ(provider_.progress(0, &serializer), TEV_PROGRESS_DONE);
-    return serializer.used;
-  }
-
-  void stop() { provider_.stop(); }
-  std::uint64_t taken() const { return provider_.collector().sampleCounts(0).taken; }
-
- private:
-  tev_event_provider_t record_{};
-  std::unique_ptr<tev_type_system_t, decltype(&tev_destroy_type_system)> types_;
-  Provider provider_;
-  std::vector<std::uint8_t> buffer_;
-};
-
 TEST(Concurrency, AReadThatHangsDelaysOnlyWhatMustWaitForIt) {
-  const TempTree tree;
-  FakeSdk sdk;
-  sdk.add("hanging", {"x, r"}, {1});
-  sdk.add("lively", {"x, r"}, {1});
+  FakeMachine machine;
+  machine.sdk.add("hanging", {"x, r"}, {1});
+  machine.sdk.add("lively", {"x, r"}, {1});
   std::promise<void> answer;
   std::promise<void> asked;
-  sdk.on_read = [&, answered = answer.get_future().share(), reads = 0](FakeDevice& dev) mutable {
+  machine.sdk.on_read = [&, answered = answer.get_future().share(),
+                         reads = 0](FakeDevice& dev) mutable {
     if (dev.name != "hanging" || ++reads != 3) return;
     asked.set_value();
     answered.wait();
   };
   const CapturedLog log(TEV_LEVEL_WARNING);
-  OneDevice hanging(sdk, tree, "hanging");
-  OneDevice lively(sdk, tree, "lively");
+  LocalProvider hanging(machine.liveSurroundings());
+  LocalProvider lively(machine.liveSurroundings());
+  for (auto* const provider : {&hanging, &lively}) {
+    provider->construct(options({{"multipath-devices", provider == &hanging ? "hanging" : "lively"},
+                                 {"multipath-sample-interval-usec", "1000"},
+                                 {"update", "100"}})
+                            .get());
+    ASSERT_TRUE(provider->initialize());
+  }
   asked.get_future().wait();
 
   // Meanwhile the other provider samples and delivers, counts can be read, and lines be logged.
-  std::uint64_t bytes = 0;
-  while (bytes < 1'000) bytes += lively.drain();
-  EXPECT_EQ(hanging.taken(), 2u);
+  lively.await(30);
+  EXPECT_EQ(hanging.counts().taken, 2u);
   TEV_LOG_WARNING("logged meanwhile");
   EXPECT_TRUE(log.contains(TEV_LEVEL_WARNING, "logged meanwhile"));
 
   // The provider's own swap and its stop wait, and end with the read.
   std::atomic<bool> stopped{false};
   std::thread host([&] {
-    EXPECT_GT(hanging.drain(), 0u);
+    EXPECT_FALSE(hanging.drain().empty());
     hanging.stop();
     stopped = true;
   });
-  for (bytes = 0; bytes < 1'000;) bytes += lively.drain();
+  lively.await(30);
   EXPECT_FALSE(stopped);
   answer.set_value();
   host.join();
-  EXPECT_GE(hanging.taken(), 3u);
+  EXPECT_GE(hanging.counts().taken, 3u);
 }
 
-// Printed, and held to no limit: machines differ.
+// Of all intervals, and at any moment: a wake-up that is lost would hang.
 TEST(Concurrency, StopDoesNotWaitForTheInterval) {
-  const TempTree tree;
-  FakeSdk sdk;
-  sdk.add("a", {"x, r"}, {1});
-  double longest_ms = 0;
+  FakeMachine machine;
+  machine.sdk.add("a", {"x, r"}, {1});
   for (const char* const interval : {"3600000000", "18446744073709551615", "1000", "0"}) {
-    Provider provider(options({{"multipath-sample-interval-usec", interval},
-                               {"multipath-max-buffer-size", "65536"}})
-                          .get(),
-                      {.sdk = &sdk.functions(), .roots = {tree.path("sys"), tree.path("dev")}});
-    ASSERT_TRUE(provider.collector().initialize());
+    events::multipath::Collector collector(options({{"multipath-sample-interval-usec", interval},
+                                                    {"multipath-max-buffer-size", "65536"}})
+                                               .get(),
+                                           machine.liveSurroundings());
+    ASSERT_TRUE(collector.initialize());
     for (int i = 0; i < 20; ++i) {
-      provider.collector().start();
+      collector.start();
       std::this_thread::sleep_for(std::chrono::milliseconds(i % 3));
-      const auto begin = std::chrono::steady_clock::now();
-      provider.stop();
-      const std::chrono::duration<double, std::milli> took =
-          std::chrono::steady_clock::now() - begin;
-      longest_ms = std::max(longest_ms, took.count());
+      collector.stop();
     }
   }
-  std::printf("longest stop: %.3f ms\n", longest_ms);
 }
 
 }  // namespace

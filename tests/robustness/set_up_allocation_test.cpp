@@ -31,7 +31,6 @@ TEST(AllocationFailures, OfTheSetUpUndoItWithoutALeak) {
   tev_set_log_func(countErrors, TEV_LEVEL_DEBUG);
 
   constexpr long kMany = 5'000;
-  std::uint64_t realtime_usec = 3'000'000'000'000'000;
   long failed = -2;  // two lives first, for what is allocated once for the process
   long refused = 0;
   for (bool has_failed = true; has_failed; ++failed) {
@@ -40,20 +39,17 @@ TEST(AllocationFailures, OfTheSetUpUndoItWithoutALeak) {
     const long before = blocksInUse();
     {
       Rig rig;
-      rig.startAt(realtime_usec += 3'600'000'000);
-      const SdkFunctions functions = sparingFunctions(rig.sdk.functions());
-      has_failed = failed < 0;
       rig.before_set_up = [&] { failAllocation(failed); };
       rig.after_set_up = [&] { has_failed = endFailing() || failed < 0; };
       const unsigned errors_before = errors_logged;
-      const Life life = rig.live(functions);
+      const SdkFunctions functions = sparingFunctions(rig.sdk.functions());
+      auto surroundings = rig.surroundings();
+      surroundings.sdk = &functions;
+      const Life life = rig.live(surroundings);
 
-      Rig::expectAccountedFor(life);
-      Rig::expectInOrder(rig.sdk.trace);
-      ASSERT_TRUE(rig.sdk.balanced());
+      EXPECT_TRUE(rig.sdk.balanced());
       if (life.initialized) {
-        EXPECT_EQ(life.devices, 2u);
-        EXPECT_EQ(life.delivered, 2u * Rig::kPasses);
+        EXPECT_EQ(life.delivered, 2 * Rig::kPasses);
       } else {
         ++refused;
         EXPECT_TRUE(has_failed);

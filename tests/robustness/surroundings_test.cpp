@@ -1,5 +1,5 @@
-// Options and /sys trees of every odd kind. Either the provider refuses with an error in the log,
-// or it samples as ever.
+// Options, environments and /sys trees of every odd kind. Either the provider refuses with an error
+// in the log, or it samples as ever.
 
 #include <sys/stat.h>
 
@@ -19,45 +19,29 @@ namespace {
 
 using namespace std::string_literals;
 
-constexpr const char* kOptions[] = {"multipath-sample-interval-usec",
-                                    "update",
-                                    "multipath-max-buffer-size",
-                                    "multipath-clear-sampled-counters",
-                                    "multipath-devices",
-                                    "multipath-sdk-log-level"};
-
-constexpr const char* kValues[] = {"",
-                                   " ",
-                                   "0",
-                                   "1",
-                                   "-1",
-                                   "2147483648",
-                                   "9223372036854775808",
-                                   "18446744073709551615",
-                                   "18446744073709551616",
-                                   "1e9",
-                                   "0x10",
-                                   "true",
-                                   ",",
-                                   "%s%n%999999d",
-                                   "\xff\xfe\x01"};
+void expectAllSampled(Rig& rig) {
+  const CapturedLog log(TEV_LEVEL_INFO);
+  EXPECT_EQ(rig.live().delivered_of.size(), 2u);
+}
 
 TEST(Surroundings, AnyOptionIsRefusedOrServes) {
-  std::uint64_t realtime_usec = 4'000'000'000'000'000;
+  constexpr char kInterval[] = "multipath-sample-interval-usec";
   int tried = 0;
   int refused = 0;
-  for (const char* const option : kOptions)
-    for (const char* const value : kValues) {
+  for (const std::string option :
+       {kInterval, "update", "multipath-max-buffer-size", "multipath-clear-sampled-counters",
+        "multipath-devices", "multipath-sdk-log-level"})
+    for (const char* const value :
+         {"", " ", "0", "1", "-1", "2147483648", "9223372036854775808", "18446744073709551615",
+          "18446744073709551616", "1e9", "0x10", "true", ",", "%s%n%999999d", "\xff\xfe\x01"}) {
       // At interval 0 nothing waits for the clock, and the rig's moves on by being waited for.
-      if (option == kOptions[0] && std::isdigit(*value) && std::strtoull(value, nullptr, 10) == 0)
+      if (option == kInterval && std::isdigit(*value) && std::strtoull(value, nullptr, 10) == 0)
         continue;
-      SCOPED_TRACE(std::string(option) + "=" + value);
+      SCOPED_TRACE(option + "=" + value);
       const CapturedLog log(TEV_LEVEL_INFO);
-      Rig rig{{option, value}};
-      rig.startAt(realtime_usec += 3'600'000'000);
+      Rig rig{{option.c_str(), value}};
       const Life life = rig.live();
-      Rig::expectAccountedFor(life);
-      Rig::expectInOrder(rig.sdk.trace);
+      EXPECT_TRUE(rig.sdk.balanced());
       ++tried;
       if (life.initialized) continue;
       ++refused;
@@ -70,7 +54,6 @@ TEST(Surroundings, AnyOptionIsRefusedOrServes) {
 
 TEST(Surroundings, NoEnvironmentKeepsDevicesFromBeingSampled) {
   const std::string huge(1 << 20, 'x');
-  std::uint64_t realtime_usec = 4'500'000'000'000'000;
   int tried = 0;
   for (const char* const variable :
        {"TEV_SOURCE_ID", "TEV_HOST_NAME", "TEV_PCI_ADDRESS_STRIP_DOMAIN", "SOURCE_ID", "HOST_NAME",
@@ -79,11 +62,8 @@ TEST(Surroundings, NoEnvironmentKeepsDevicesFromBeingSampled) {
       SCOPED_TRACE(variable + ("=" + value.substr(0, 20)));
       Environment environment;
       environment.set(variable, value);
-      const CapturedLog log(TEV_LEVEL_INFO);
       Rig rig;
-      rig.startAt(realtime_usec += 3'600'000'000);
-      const Life life = rig.live();
-      EXPECT_EQ(life.delivered, 2u * Rig::kPasses);
+      expectAllSampled(rig);
       tev_source_array_t* const sources = tev_create_default_source_array(value.c_str());
       ASSERT_NE(sources, nullptr);
       const tev_source_t& source = *sources->sources[0];
@@ -96,41 +76,35 @@ TEST(Surroundings, NoEnvironmentKeepsDevicesFromBeingSampled) {
 }
 
 // What may stand in the place of an entry.
-using Spoil = void (*)(TempTree& tree, const std::string& entry);
 struct Form {
   const char* name;
-  Spoil spoil;
+  void (*spoil)(TempTree& tree, const std::string& entry);
 };
 const Form kForms[] = {
-    {"missing", [](TempTree&, const std::string&) {}},
-    {"empty file", [](TempTree& tree, const std::string& entry) { tree.write(entry, ""); }},
+    {"missing", [](auto&, auto&) {}},
+    {"empty file", [](auto& tree, auto& entry) { tree.write(entry, ""); }},
     {"no text",
-     [](TempTree& tree, const std::string& entry) {
-       tree.write(entry, "\0\xff\n\0PCI_SLOT_NAME=\xff\0\n"s);
-     }},
+     [](auto& tree, auto& entry) { tree.write(entry, "\0\xff\n\0PCI_SLOT_NAME=\xff\0\n"s); }},
     {"one huge line",
-     [](TempTree& tree, const std::string& entry) {
+     [](auto& tree, auto& entry) {
        tree.write(entry, "PCI_SLOT_NAME=" + std::string(1 << 20, '%'));
      }},
-    {"empty folder", [](TempTree& tree, const std::string& entry) { tree.folder(entry); }},
-    {"dangling link",
-     [](TempTree& tree, const std::string& entry) { tree.link(entry, "nowhere"); }},
-    {"link to itself",
-     [](TempTree& tree, const std::string& entry) { tree.link(entry, tree.path(entry)); }},
-    {"link to its folder", [](TempTree& tree, const std::string& entry) { tree.link(entry, "."); }},
+    {"empty folder", [](auto& tree, auto& entry) { tree.folder(entry); }},
+    {"dangling link", [](auto& tree, auto& entry) { tree.link(entry, "nowhere"); }},
+    {"link to itself", [](auto& tree, auto& entry) { tree.link(entry, tree.path(entry)); }},
+    {"link to its folder", [](auto& tree, auto& entry) { tree.link(entry, "."); }},
     {"pipe",
-     [](TempTree& tree, const std::string& entry) {
-       std::filesystem::create_directories(std::filesystem::path(tree.path(entry)).parent_path());
+     [](auto& tree, auto& entry) {
+       std::filesystem::remove(tree.write(entry, ""));
        ASSERT_EQ(mkfifo(tree.path(entry).c_str(), 0600), 0);
      }},
     {"without permissions",
-     [](TempTree& tree, const std::string& entry) {
+     [](auto& tree, auto& entry) {
        std::filesystem::permissions(tree.folder(entry), std::filesystem::perms::none);
      }},
 };
 
 TEST(Surroundings, NoSysTreeKeepsDevicesFromBeingSampled) {
-  std::uint64_t realtime_usec = 5'000'000'000'000'000;
   int tried = 0;
   for (const std::string entry :
        {"sys", "sys/class", "sys/class/infiniband", "sys/class/infiniband/rdma0",
@@ -139,15 +113,10 @@ TEST(Surroundings, NoSysTreeKeepsDevicesFromBeingSampled) {
         "dev/zrd/zrd0"})
     for (const Form& form : kForms) {
       SCOPED_TRACE(entry + ": " + form.name);
-      const CapturedLog log(TEV_LEVEL_INFO);
       Rig rig;
-      rig.startAt(realtime_usec += 3'600'000'000);
       std::filesystem::remove_all(rig.tree.path(entry));
       form.spoil(rig.tree, entry);
-      const Life life = rig.live();
-      EXPECT_EQ(life.devices, 2u);
-      EXPECT_EQ(life.delivered, 2u * Rig::kPasses);
-      Rig::expectAccountedFor(life);
+      expectAllSampled(rig);
       ++tried;
     }
   std::printf("trees tried: %d\n", tried);

@@ -25,7 +25,10 @@ class FakeClock final : public events::multipath::Clock {
     monotonic_usec += waits.back();
   }
 
-  std::uint64_t realtime_usec = 1'700'000'000'000'000;
+  // Each clock starts later than all that was logged by an earlier one: some warnings are limited
+  // in time, for the whole process.
+  static inline std::uint64_t next_start_usec = 1'700'000'000'000'000;
+  std::uint64_t realtime_usec = next_start_usec += 3'600'000'000;
   std::int64_t monotonic_usec = 5'000'000;
   int passes = 1;                     // to make
   std::atomic<bool> finished{false};  // they have been made; all else may be looked at then

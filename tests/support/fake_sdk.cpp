@@ -6,217 +6,189 @@
 namespace tev::test {
 namespace {
 
+using events::multipath::SdkFunctions;
+using State = FakeDevice::State;
+
 FakeSdk* current_sdk = nullptr;
+// What the SDK has begun and refuses all the same is its own to end, save for a device: the handle
+// counts, whatever the status.
+thread_local bool refusing = false;
 
 // All handles of a device are its address: the fake tells by the call what is meant.
 template <class Handle>
-FakeDevice* deviceOf(const Handle* handle) {
-  return const_cast<FakeDevice*>(reinterpret_cast<const FakeDevice*>(handle));
+FakeDevice& deviceOf(const Handle* handle) {
+  return *const_cast<FakeDevice*>(reinterpret_cast<const FakeDevice*>(handle));
 }
 template <class Handle>
-Handle* handleOf(FakeDevice* device) {
-  return reinterpret_cast<Handle*>(device);
-}
-
-// The frame of a call: `deliver` fills the outputs, unless the call is to fail or to deliver
-// nothing.
-template <class Deliver>
-vuna_status answer(const char* function, Deliver&& deliver) {
-  const Fault* const fault = FakeSdk::current().enter(function);
-  if (!fault) return deliver();
-  if (fault->delivers) deliver();
-  return fault->status;
+Handle* handleOf(FakeDevice& device) {
+  return reinterpret_cast<Handle*>(&device);
 }
 
 template <class Value>
-vuna_status give(const char* function, Value* out, Value value) {
-  return answer(function, [&] {
-    *out = value;
-    return kVunaSuccess;
-  });
+vuna_status give(Value* out, Value value) {
+  *out = value;
+  return kVunaSuccess;
 }
 
-// As many bytes as the SDK promised; a text that fills them all has no terminator.
-void giveText(char* out, std::size_t length, const std::string& text) {
-  std::strncpy(out, text.c_str(), length);
+vuna_status step(const char* what, FakeDevice& device, State from, State to) {
+  current_sdk->step(what, device, from, to);
+  return kVunaSuccess;
 }
 
-FakeSlot& slotOf(vuna_telemetry_mp* mp, std::uint32_t slot) {
-  return deviceOf(mp)->slots.at(slot);
+// A text that fills all its room has no terminator.
+vuna_status giveText(char* out, std::size_t room, const std::string& text) {
+  std::memcpy(out, text.c_str(), std::min(room, text.size() + 1));
+  return kVunaSuccess;
 }
 
-struct Functions {
-  static const char* vuna_error_get_name(vuna_status status) {
-    FakeSdk::current().enter(__func__);
-    static std::map<vuna_status, std::string> names;
+FakeSlot slotOf(const vuna_telemetry_mp* mp, std::uint32_t slot) {
+  const auto& slots = deviceOf(mp).slots;
+  return slot < slots.size() ? slots[slot] : FakeSlot{.id_status = kVunaSlotEmpty};
+}
+
+template <class Elements>
+std::uint32_t countOf(const Elements& elements) {
+  return static_cast<std::uint32_t>(elements.size());
+}
+
+vuna_status read(FakeDevice& device, std::uint32_t* count, std::uint32_t* values) {
+  if (device.state != State::kStarted) current_sdk->misuse.push_back("read " + device.name);
+  if (current_sdk->on_read) current_sdk->on_read(device);
+  const std::size_t room = std::max(device.declared_room, device.values_room);
+  std::copy_n(device.values.begin(), std::min(room, device.values.size()), values);
+  return give(count, device.filled.value_or(countOf(device.values)));
+}
+
+// What the functions answer when nothing goes wrong.
+SdkFunctions plainAnswers() {
+  SdkFunctions sdk;
+  sdk.vuna_error_get_name = [](auto status) -> const char* {
+    thread_local std::map<vuna_status, std::string> names;
+    if (status == 0xffffffff) return nullptr;
     return names.try_emplace(status, statusName(status)).first->second.c_str();
-  }
-  static vuna_status vuna_log_backend_create_with_file_sdk(std::FILE*, vuna_log_backend** out) {
-    return give(__func__, out, reinterpret_cast<vuna_log_backend*>(&FakeSdk::current()));
-  }
-  static vuna_status vuna_log_backend_set_sdk_level(vuna_log_backend*, std::uint32_t level) {
-    return answer(__func__, [&] {
-      FakeSdk::current().trace.push_back("sdk level " + std::to_string(level));
-      return kVunaSuccess;
-    });
-  }
-  static vuna_status vuna_devinfo_get_ibdev_name(const vuna_devinfo* info, char* name,
-                                                 std::uint32_t length) {
-    return answer(__func__, [&] {
-      giveText(name, length, deviceOf(info)->name);
-      return kVunaSuccess;
-    });
-  }
-  static vuna_status vuna_devinfo_create_list(vuna_devinfo*** list, std::uint32_t* count) {
-    return answer(__func__, [&] {
-      auto& sdk = FakeSdk::current();
-      auto** handles = new vuna_devinfo*[sdk.devices.size() + 1];
-      for (std::size_t i = 0; i < sdk.devices.size(); ++i)
-        handles[i] = handleOf<vuna_devinfo>(&sdk.devices[i]);
-      *list = handles;
-      *count = static_cast<std::uint32_t>(sdk.devices.size());
-      sdk.acquire("list", nullptr);
-      return kVunaSuccess;
-    });
-  }
-  static vuna_status vuna_devinfo_destroy_list(vuna_devinfo** list) {
-    return answer(__func__, [&] {
-      FakeSdk::current().giveBack("unlist", "list", nullptr);
-      delete[] list;
-      return kVunaSuccess;
-    });
-  }
-  static vuna_status vuna_dev_open(vuna_devinfo* info, vuna_dev** dev) {
-    return answer(__func__, [&] {
-      *dev = handleOf<vuna_dev>(deviceOf(info));
-      FakeSdk::current().acquire("open", deviceOf(info));
-      return kVunaSuccess;
-    });
-  }
-  static vuna_status vuna_dev_close(vuna_dev* dev) {
-    FakeSdk::current().enter(__func__);
-    FakeSdk::current().giveBack("close", "open", deviceOf(dev));
+  };
+  sdk.vuna_log_backend_create_with_file_sdk = [](auto*, auto** out) {
+    return give(out, reinterpret_cast<vuna_log_backend*>(current_sdk));
+  };
+  sdk.vuna_log_backend_set_sdk_level = [](auto*, auto level) {
+    current_sdk->trace.push_back("sdk level " + std::to_string(level));
     return kVunaSuccess;
-  }
-  static vuna_devinfo* vuna_dev_as_devinfo(vuna_dev* dev) {
-    return FakeSdk::current().enter(__func__) ? nullptr : handleOf<vuna_devinfo>(deviceOf(dev));
-  }
-  static vuna_status vuna_telemetry_mp_cap_is_supported(const vuna_devinfo* info) {
-    return answer(__func__, [&] { return deviceOf(info)->supported; });
-  }
-  static vuna_status vuna_telemetry_mp_create(vuna_dev* dev, vuna_telemetry_mp** mp) {
-    return answer(__func__, [&] {
-      *mp = handleOf<vuna_telemetry_mp>(deviceOf(dev));
-      FakeSdk::current().acquire("create", deviceOf(dev));
-      return kVunaSuccess;
-    });
-  }
-  static vuna_status vuna_telemetry_mp_destroy(vuna_telemetry_mp* mp) {
-    FakeSdk::current().enter(__func__);
-    FakeSdk::current().giveBack("destroy", "create", deviceOf(mp));
+  };
+  sdk.vuna_devinfo_get_ibdev_name = [](auto* info, auto* name, auto length) {
+    return giveText(name, length, deviceOf(info).name);
+  };
+  sdk.vuna_devinfo_create_list = [](auto*** list, auto* count) {
+    auto& handles = current_sdk->list;
+    handles.clear();
+    for (auto& device : current_sdk->devices)
+      handles.push_back(device.listed ? handleOf<vuna_devinfo>(device) : nullptr);
+    *count = countOf(handles);
+    handles.push_back(nullptr);  // an empty list has an address too
+    *list = handles.data();
+    if (!refusing) current_sdk->setListed("list", true);
     return kVunaSuccess;
-  }
-  static vuna_status vuna_telemetry_mp_start(vuna_telemetry_mp* mp) {
-    return answer(__func__, [&] {
-      FakeSdk::current().acquire("start", deviceOf(mp));
-      return kVunaSuccess;
-    });
-  }
-  static vuna_status vuna_telemetry_mp_stop(vuna_telemetry_mp* mp) {
-    FakeSdk::current().enter(__func__);
-    FakeSdk::current().giveBack("stop", "start", deviceOf(mp));
+  };
+  sdk.vuna_devinfo_destroy_list = [](auto**) {
+    current_sdk->setListed("unlist", false);
     return kVunaSuccess;
-  }
-  static vuna_status vuna_telemetry_mp_cap_get_max_algo_slots(const vuna_devinfo* info,
-                                                              std::uint32_t* out) {
-    const auto& device = *deviceOf(info);
-    return give(__func__, out,
-                device.max_slots.value_or(static_cast<std::uint32_t>(device.slots.size())));
-  }
-  static vuna_status vuna_telemetry_mp_get_algo_id(vuna_telemetry_mp* mp, std::uint32_t slot,
-                                                   std::uint32_t* out) {
-    return answer(__func__, [&] {
-      *out = 100 + slot;
-      return slotOf(mp, slot).id_status;
-    });
-  }
-  static vuna_status vuna_telemetry_mp_get_algo_major_version(vuna_telemetry_mp*, std::uint32_t,
-                                                              std::uint32_t* out) {
-    return give(__func__, out, std::uint32_t{1});
-  }
-  static vuna_status vuna_telemetry_mp_get_algo_minor_version(vuna_telemetry_mp*, std::uint32_t,
-                                                              std::uint32_t* out) {
-    return give(__func__, out, std::uint32_t{2});
-  }
-  static vuna_status vuna_telemetry_mp_get_algo_enable_status(vuna_telemetry_mp* mp,
-                                                              std::uint32_t slot,
-                                                              std::uint8_t* algo,
-                                                              std::uint8_t* counters) {
-    return answer(__func__, [&] {
-      const auto& state = slotOf(mp, slot);
-      *algo = state.algo_enabled;
-      *counters = state.counters_enabled;
-      return state.enable_status;
-    });
-  }
-  static vuna_status vuna_telemetry_mp_cap_get_max_algo_info_len(const vuna_devinfo* info,
-                                                                 std::uint32_t* out) {
-    return give(__func__, out, deviceOf(info)->algo_info_length);
-  }
-  static vuna_status vuna_telemetry_mp_get_algo_info(vuna_telemetry_mp* mp, std::uint32_t,
-                                                     char* out) {
-    return answer(__func__, [&] {
-      giveText(out, deviceOf(mp)->algo_info_length, deviceOf(mp)->algo_info);
-      return kVunaSuccess;
-    });
-  }
-  static vuna_status vuna_telemetry_mp_get_num_counters(vuna_telemetry_mp* mp, std::uint32_t,
-                                                        std::uint32_t* out) {
-    const auto& device = *deviceOf(mp);
-    return give(__func__, out,
-                device.num_counters.value_or(static_cast<std::uint32_t>(device.lines.size())));
-  }
-  static vuna_status vuna_telemetry_mp_cap_get_max_counter_info_len(const vuna_devinfo* info,
-                                                                    std::uint32_t* out) {
-    return give(__func__, out, deviceOf(info)->counter_info_length);
-  }
-  static vuna_status vuna_telemetry_mp_get_counter_info(vuna_telemetry_mp* mp, std::uint32_t,
-                                                        std::uint8_t counter, char* out) {
-    return answer(__func__, [&] {
-      const auto& device = *deviceOf(mp);
-      giveText(out, device.counter_info_length,
-               counter < device.lines.size() ? device.lines[counter] : std::string());
-      return kVunaSuccess;
-    });
-  }
-  static vuna_status vuna_telemetry_mp_cap_get_max_num_counters(const vuna_devinfo* info,
-                                                                std::uint32_t* out) {
-    const auto& device = *deviceOf(info);
-    return give(__func__, out,
-                device.max_counters.value_or(static_cast<std::uint32_t>(device.values.size())));
-  }
-  static vuna_status vuna_telemetry_mp_get_counters(vuna_telemetry_mp* mp, std::uint32_t,
-                                                    std::uint32_t* count, std::uint32_t* values) {
-    return answer(__func__, [&] { return read(*deviceOf(mp), count, values); });
-  }
-  static vuna_status vuna_telemetry_mp_get_and_clear_counters(vuna_telemetry_mp* mp, std::uint32_t,
-                                                              std::uint32_t* count,
-                                                              std::uint32_t* values) {
-    return answer(__func__, [&] {
-      const auto status = read(*deviceOf(mp), count, values);
-      std::fill(deviceOf(mp)->values.begin(), deviceOf(mp)->values.end(), 0);
-      return status;
-    });
-  }
+  };
+  sdk.vuna_dev_open = [](auto* info, auto** dev) {
+    *dev = handleOf<vuna_dev>(deviceOf(info));
+    return step("open", deviceOf(info), State::kClosed, State::kOpen);
+  };
+  sdk.vuna_dev_close = [](auto* dev) {
+    return step("close", deviceOf(dev), State::kOpen, State::kClosed);
+  };
+  sdk.vuna_dev_as_devinfo = [](auto* dev) { return handleOf<vuna_devinfo>(deviceOf(dev)); };
+  sdk.vuna_telemetry_mp_cap_is_supported = [](auto* info) { return deviceOf(info).supported; };
+  sdk.vuna_telemetry_mp_create = [](auto* dev, auto** mp) {
+    *mp = handleOf<vuna_telemetry_mp>(deviceOf(dev));
+    if (refusing) return kVunaSuccess;
+    return step("create", deviceOf(dev), State::kOpen, State::kCreated);
+  };
+  sdk.vuna_telemetry_mp_destroy = [](auto* mp) {
+    return step("destroy", deviceOf(mp), State::kCreated, State::kOpen);
+  };
+  sdk.vuna_telemetry_mp_start = [](auto* mp) {
+    if (refusing) return kVunaSuccess;
+    return step("start", deviceOf(mp), State::kCreated, State::kStarted);
+  };
+  sdk.vuna_telemetry_mp_stop = [](auto* mp) {
+    return step("stop", deviceOf(mp), State::kStarted, State::kCreated);
+  };
+  sdk.vuna_telemetry_mp_cap_get_max_algo_slots = [](auto* info, auto* out) {
+    return give(out, deviceOf(info).max_slots.value_or(countOf(deviceOf(info).slots)));
+  };
+  sdk.vuna_telemetry_mp_get_algo_id = [](auto* mp, auto slot, auto* out) {
+    *out = 100 + slot;
+    return slotOf(mp, slot).id_status;
+  };
+  sdk.vuna_telemetry_mp_get_algo_major_version = [](auto*, auto, auto* out) {
+    return give(out, 1u);
+  };
+  sdk.vuna_telemetry_mp_get_algo_minor_version = [](auto*, auto, auto* out) {
+    return give(out, 2u);
+  };
+  sdk.vuna_telemetry_mp_get_algo_enable_status = [](auto* mp, auto slot, auto* algo,
+                                                    auto* counters) {
+    *algo = slotOf(mp, slot).algo_enabled;
+    *counters = slotOf(mp, slot).counters_enabled;
+    return slotOf(mp, slot).enable_status;
+  };
+  sdk.vuna_telemetry_mp_cap_get_max_algo_info_len = [](auto* info, auto* out) {
+    return give(out, deviceOf(info).algo_info_length);
+  };
+  sdk.vuna_telemetry_mp_get_algo_info = [](auto* mp, auto, auto* out) {
+    return giveText(out, deviceOf(mp).algo_info_length, "fake algorithm");
+  };
+  sdk.vuna_telemetry_mp_get_num_counters = [](auto* mp, auto, auto* out) {
+    auto& device = deviceOf(mp);
+    device.declared_room = device.num_counters.value_or(countOf(device.lines));
+    return give(out, device.declared_room);
+  };
+  sdk.vuna_telemetry_mp_cap_get_max_counter_info_len = [](auto* info, auto* out) {
+    deviceOf(info).text_room = deviceOf(info).counter_info_length;
+    return give(out, deviceOf(info).text_room);
+  };
+  sdk.vuna_telemetry_mp_get_counter_info = [](auto* mp, auto, auto counter, auto* out) {
+    const auto& device = deviceOf(mp);
+    return giveText(out, device.text_room,
+                    counter < device.lines.size() ? device.lines[counter] : "");
+  };
+  sdk.vuna_telemetry_mp_cap_get_max_num_counters = [](auto* info, auto* out) {
+    auto& device = deviceOf(info);
+    device.values_room = device.max_counters.value_or(countOf(device.values));
+    return give(out, device.values_room);
+  };
+  sdk.vuna_telemetry_mp_get_counters = [](auto* mp, auto, auto* count, auto* values) {
+    return read(deviceOf(mp), count, values);
+  };
+  sdk.vuna_telemetry_mp_get_and_clear_counters = [](auto* mp, auto, auto* count, auto* values) {
+    const auto status = read(deviceOf(mp), count, values);
+    std::fill(deviceOf(mp).values.begin(), deviceOf(mp).values.end(), 0);
+    return status;
+  };
+  return sdk;
+}
 
-  static vuna_status read(FakeDevice& device, std::uint32_t* count, std::uint32_t* values) {
-    const auto& hook = FakeSdk::current().on_read;
-    if (hook) hook(device);
-    std::copy(device.values.begin(), device.values.end(), values);
-    *count = device.filled.value_or(static_cast<std::uint32_t>(device.values.size()));
-    return kVunaSuccess;
-  }
-};
+// The frame of a call: answers plainly, unless the call is to fail or to deliver nothing.
+template <auto kFunction, const char* kName, class Result, class... Arguments>
+auto framed(Result (*)(Arguments...)) {
+  return +[](Arguments... arguments) -> Result {
+    static const SdkFunctions plain = plainAnswers();
+    const Fault* const fault = current_sdk->enter(kName);
+    if (!fault) return (plain.*kFunction)(arguments...);
+    if (fault->delivers) {
+      refusing = fault->status != kVunaSuccess;
+      (plain.*kFunction)(arguments...);
+      refusing = false;
+    }
+    if constexpr (std::is_same_v<Result, vuna_status>)
+      return fault->status;
+    else
+      return nullptr;
+  };
+}
 
 }  // namespace
 
@@ -226,7 +198,9 @@ std::string statusName(vuna_status status) {
 
 FakeSdk::FakeSdk() {
   current_sdk = this;
-#define TEV_FAKE(name, result, parameters) functions_.name = Functions::name;
+#define TEV_FAKE(name, result, parameters)  \
+  static constexpr char k_##name[] = #name; \
+  functions_.name = framed<&SdkFunctions::name, k_##name>(functions_.name);
   VUNA_FUNCTIONS(TEV_FAKE)
 #undef TEV_FAKE
 }
@@ -254,24 +228,25 @@ const Fault* FakeSdk::enter(const char* function) {
   return nullptr;
 }
 
-void FakeSdk::acquire(const char* what, FakeDevice* device) {
-  const std::string entry = device ? what + (" " + device->name) : what;
-  trace.push_back(entry);
-  held_.insert(entry);
+void FakeSdk::step(const char* what, FakeDevice& device, State from, State to) {
+  trace.push_back(what + (" " + device.name));
+  if (!listed_ || device.state != from) misuse.push_back(trace.back());
+  device.state = to;
 }
 
-void FakeSdk::giveBack(const char* what, const char* undoes, FakeDevice* device) {
-  const std::string suffix = device ? " " + device->name : "";
-  trace.push_back(what + suffix);
-  const auto held = held_.find(undoes + suffix);
-  if (held == held_.end())
-    misuse.push_back(what + suffix);
-  else
-    held_.erase(held);
+void FakeSdk::setListed(const char* what, bool listed) {
+  trace.emplace_back(what);
+  if (listed_ == listed || !allClosed()) misuse.push_back(trace.back());
+  listed_ = listed;
+}
+
+bool FakeSdk::allClosed() const {
+  return std::all_of(devices.begin(), devices.end(),
+                     [](const auto& device) { return device.state == State::kClosed; });
 }
 
 bool FakeSdk::balanced() const {
-  return held_.empty() && misuse.empty();
+  return misuse.empty() && !listed_ && allClosed();
 }
 
 }  // namespace tev::test

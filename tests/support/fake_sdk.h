@@ -1,5 +1,5 @@
 // A device SDK in memory: answers as the test sets it up, notes what is asked of it, fails on
-// demand.
+// demand. It never writes more than it has promised.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,6 @@
 #include <map>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -24,17 +23,24 @@ struct FakeSlot {
 
 struct FakeDevice {
   std::string name;
-  std::vector<std::string> lines;     // the counters' descriptions
-  std::vector<std::uint32_t> values;  // what a read fills in; cleared by a clearing read
-  std::vector<FakeSlot> slots{FakeSlot{}};
+  std::vector<std::string> lines;           // the counters' descriptions
+  std::vector<std::uint32_t> values;        // what a read fills in; cleared by a clearing read
+  std::vector<FakeSlot> slots{FakeSlot{}};  // any beyond them are empty
   vuna_status supported = 0;
+  bool listed = true;                           // else the list has a null in its place
   std::optional<std::uint32_t> max_slots{};     // reported; else as many as there are
   std::optional<std::uint32_t> num_counters{};  // declared; else as many as there are lines
   std::optional<std::uint32_t> max_counters{};  // reported; else as many as there are values
   std::optional<std::uint32_t> filled{};        // said to be filled in; else all values
   std::uint32_t algo_info_length = 32;
   std::uint32_t counter_info_length = 96;
-  std::string algo_info = "fake algorithm";
+
+  enum State { kClosed, kOpen, kCreated, kStarted };
+  State state = kClosed;
+  // What has been promised to whoever asked.
+  std::uint32_t text_room = 0;
+  std::uint32_t declared_room = 0;
+  std::uint32_t values_room = 0;
 };
 
 // One call that goes wrong.
@@ -64,25 +70,28 @@ class FakeSdk {
   std::function<void(FakeDevice&)> on_read;
 
   std::vector<FakeDevice> devices;  // not to grow once the list has been made
+  std::vector<vuna_devinfo*> list;
 
-  // Whether everything that was opened, created, started or listed has been given back.
+  // Whether every device was opened, created and started, and stopped, destroyed and closed, in
+  // that order as far as it got, within the life of the list; and nothing is held any more.
   bool balanced() const;
-  // What was used without being held, or given back twice.
-  std::vector<std::string> misuse;
+  std::vector<std::string> misuse;  // what was out of order
 
   // For the functions themselves.
   static FakeSdk& current();
   const Fault* enter(const char* function);
-  void acquire(const char* what, FakeDevice* device);
-  void giveBack(const char* what, const char* undoes, FakeDevice* device);
+  void step(const char* what, FakeDevice& device, FakeDevice::State from, FakeDevice::State to);
+  void setListed(const char* what, bool listed);
 
  private:
+  bool allClosed() const;
+
   events::multipath::SdkFunctions functions_;
   std::mutex mutex_;  // guards the counting of calls: devices may be read side by side
-  std::multiset<std::string> held_;
+  bool listed_ = false;
 };
 
-// The name that the fake gives to a status.
+// The name that the fake gives to a status; none to 0xffffffff.
 std::string statusName(vuna_status status);
 
 }  // namespace tev::test
