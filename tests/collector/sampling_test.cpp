@@ -65,16 +65,18 @@ TEST_F(Sampling, WritesPackedEventsWithTheSamplesTimestamp) {
           {"tx, sent, plane 1", "rx, received", "tx, sent, plane 0", "rtt, time, plane 0",
            "err, errors", "rtt, time, plane 1"},
           {11, 22, 33, 44, 0xdeadbeef, 66});
-  sdk.add("longer-name", {"rx, received"}, {7});
+  const std::string longer = "a-name-beyond-one-block";
+  sdk.add(longer, {"rx, received"}, {7});
   initialized();
   const auto taken_at = clock.realtime_usec;
   sample(2);
 
   const auto out = handOut();
-  const std::string name("rdma0\0\0\0\0\0\0", 11);
+  std::string name = "rdma0";
+  name.resize(longer.size());
   EXPECT_EQ(out.device[0]->num_events, 2u);
   EXPECT_EQ(bytesOf(*out.device[0], 0), name + le32(22) + le32(0xdeadbeef));
-  EXPECT_EQ(bytesOf(*out.device[1], 1), "longer-name" + le32(7));
+  EXPECT_EQ(bytesOf(*out.device[1], 1), longer + le32(7));
   EXPECT_EQ(bytesOf(*out.plane[0], 0), name + '\0' + le32(33) + le32(44));
   EXPECT_EQ(bytesOf(*out.plane[0], 3), name + '\1' + le32(11) + le32(66));
   EXPECT_EQ(
