@@ -63,7 +63,8 @@ TEST(BufferSizing, FollowsBudgetOrRates) {
   const Row rows[] = {
       {"the last number that is doubled", 0, 1'000, 999, 50, 2'000},
       {"above a thousand, a hundred to spare", 0, 999, 1'000, 50, 1'101},
-      {"a long update counts in whole seconds", 0, 1'000, 1'500, 50, 2'100},
+      {"a long update counts in whole seconds", 0, 1'000, 1'001, 50, 2'100},
+      {"of which there may be just so many", 0, 1'000, 2'000, 50, 2'100},
       {"an update that does not divide a second", 0, 1'000, 300, 50, 666},
       {"more than a second between samples", 0, 2'000'000, 1'000, 50, 20},
       {"fewer samples than updates in a second", 0, 1'000'000, 1, 50, 20},

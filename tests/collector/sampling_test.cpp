@@ -171,6 +171,7 @@ TEST_F(Sampling, WhatAReadDoesNotFillIsZeroAndNeverAnotherDevices) {
   sdk.add("b", lines, {4});                   // fills one of three
   sdk.add("c", lines, {5, 6, 7}).filled = 2;  // says two, writes three
   sdk.add("d", lines, {8, 9, 10}).filled = 0;
+  sdk.add("e", lines, {11}).filled = 3;  // says three, writes one
   initialized();
   log.clear();
   sample(2);
@@ -178,6 +179,7 @@ TEST_F(Sampling, WhatAReadDoesNotFillIsZeroAndNeverAnotherDevices) {
   EXPECT_EQ(bytesOf(*out.device[1], 1), "b" + le32(4) + le32(0) + le32(0));
   EXPECT_EQ(bytesOf(*out.device[2], 1), "c" + le32(5) + le32(6) + le32(0));
   EXPECT_EQ(out.device[3]->num_events, 0u);
+  EXPECT_EQ(bytesOf(*out.device[4], 1), "e" + le32(11) + le32(0) + le32(0));
   EXPECT_EQ(log.texts(TEV_LEVEL_WARNING),
             test::Texts{"[multipath] Counters populated 1 != num counters 3 for device b"});
 }
