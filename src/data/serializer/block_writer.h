@@ -62,7 +62,7 @@ class BlockWriter {
     if (!serializer) return;
     size_ = eventSize(*serializer, schema_index, type_index);
     left_ = bytesLeft(*serializer);
-    next_ = serializer->buffer + serializer->used;
+    if (left_ > 0) next_ = serializer->buffer + serializer->used;
   }
 
   // The number of events written: as many as fit, 0 when none does.
