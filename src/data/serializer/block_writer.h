@@ -62,7 +62,8 @@ class BlockWriter {
     if (!serializer) return;
     size_ = eventSize(*serializer, schema_index, type_index);
     left_ = bytesLeft(*serializer);
-    if (left_ > 0) next_ = serializer->buffer + serializer->used;
+    buffer_ = serializer->buffer;
+    used_ = serializer->used;
   }
 
   // The number of events written: as many as fit, 0 when none does.
@@ -79,12 +80,13 @@ class BlockWriter {
     const auto fitting =
         count <= 1 ? count
                    : static_cast<std::uint8_t>(std::min<std::uint64_t>(count, room / size_));
-    writeBlockHeader(next_, timestamp_usec, schema_index_, type_index_, fitting);
-    if (fitting != 0) std::memcpy(next_ + kBlockHeaderSize, events, fitting * size_);
+    std::uint8_t* const block = buffer_ + used_;
+    writeBlockHeader(block, timestamp_usec, schema_index_, type_index_, fitting);
+    if (fitting != 0) std::memcpy(block + kBlockHeaderSize, events, fitting * size_);
     const std::uint64_t written = kBlockHeaderSize + fitting * size_;
-    next_ += written;
     left_ -= written;
-    serializer_->used = serializer_->capacity - left_;
+    used_ += written;
+    serializer_->used = used_;
     return fitting;
   }
 
@@ -95,8 +97,9 @@ class BlockWriter {
 
   tev_data_serializer_t* serializer_;
   std::uint64_t size_ = 0;  // bytes of one event; 0: not to be written
-  std::uint64_t left_ = 0;  // bytes of the buffer
-  std::uint8_t* next_ = nullptr;
+  std::uint8_t* buffer_ = nullptr;
+  std::uint64_t used_ = 0;  // bytes
+  std::uint64_t left_ = 0;  // bytes
   std::uint8_t schema_index_;
   std::uint8_t type_index_;
 };
