@@ -43,7 +43,7 @@ struct Instant : events::multipath::SdkFunctions {
     };
     vuna_log_backend_set_sdk_level = [](vuna_log_backend*, std::uint32_t) { return kVunaSuccess; };
     vuna_devinfo_get_ibdev_name = [](const vuna_devinfo* info, char* out, std::uint32_t length) {
-      std::snprintf(out, length, "d%04u", *reinterpret_cast<const std::uint32_t*>(info) % 10'000);
+      std::snprintf(out, length, "d%03u", *reinterpret_cast<const std::uint32_t*>(info) % 1'000);
       return kVunaSuccess;
     };
     vuna_devinfo_create_list = [](vuna_devinfo*** out, std::uint32_t* count) {
@@ -103,13 +103,24 @@ struct Instant : events::multipath::SdkFunctions {
 }  // namespace
 
 std::vector<std::string> descriptions(const Shape& of) {
+  const auto of_device = [](std::uint32_t i) {
+    return "counter_" + std::to_string(i) + ", counted by the device";
+  };
+  const auto of_plane = [](std::uint32_t i, std::uint32_t plane) {
+    return "plane_counter_" + std::to_string(i) + ", counted, plane " + std::to_string(plane);
+  };
   std::vector<std::string> texts;
-  for (std::uint32_t i = 0; i < of.device_counters; ++i)
-    texts.push_back("counter_" + std::to_string(i) + ", counted by the device");
+  if (of.order == Order::interleaved) {
+    for (std::uint32_t i = 0; i < std::max(of.device_counters, of.counters_per_plane); ++i) {
+      if (i < of.device_counters) texts.push_back(of_device(i));
+      for (std::uint32_t plane = 0; plane < of.planes && i < of.counters_per_plane; ++plane)
+        texts.push_back(of_plane(i, plane));
+    }
+    return texts;
+  }
+  for (std::uint32_t i = 0; i < of.device_counters; ++i) texts.push_back(of_device(i));
   for (std::uint32_t plane = 0; plane < of.planes; ++plane)
-    for (std::uint32_t i = 0; i < of.counters_per_plane; ++i)
-      texts.push_back("plane_counter_" + std::to_string(i) + ", counted, plane " +
-                      std::to_string(plane));
+    for (std::uint32_t i = 0; i < of.counters_per_plane; ++i) texts.push_back(of_plane(i, plane));
   if (of.order == Order::shuffled) std::shuffle(texts.begin(), texts.end(), std::mt19937(1));
   return texts;
 }

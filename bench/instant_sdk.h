@@ -10,7 +10,7 @@
 namespace tev::bench {
 
 // How the counters stand in the SDK's list.
-enum class Order { contiguous, shuffled };
+enum class Order { contiguous, interleaved, shuffled };
 
 struct Shape {
   std::uint32_t devices = 1;
@@ -36,6 +36,6 @@ struct SampleSize {
 };
 SampleSize sampleSize(const Shape& shape);
 
-inline constexpr std::size_t kNameLength = 5;  // of every device: "d0000"
+inline constexpr std::size_t kNameLength = 4;  // of every device: "d000"
 
 }  // namespace tev::bench

@@ -17,7 +17,7 @@ void samplingPass(benchmark::State& state) {
   const auto planes = static_cast<std::uint32_t>(state.range(2));
   const auto counters = static_cast<std::uint32_t>(state.range(1));
   Shape shape{.devices = static_cast<std::uint32_t>(state.range(0)),
-              .order = state.range(3) ? Order::shuffled : Order::contiguous};
+              .order = state.range(3) ? Order::interleaved : Order::contiguous};
   // The counters are spread evenly over the device's event and the planes'; each plane has one.
   shape.planes = planes;
   shape.counters_per_plane = planes == 0 ? 0 : std::max(1U, counters / (planes + 1));
@@ -26,15 +26,16 @@ void samplingPass(benchmark::State& state) {
   Sampler sampler(shape);
   BareSampler bare(shape);
   // As many as stay in the cache; the buffers are emptied, untimed, before each turn.
-  constexpr int kPassesPerTurn = 64;
+  constexpr std::size_t kBytesPerTurn = 256 * 1024;
+  const std::size_t bytes = sampleSize(shape).sample * shape.devices;
+  const auto passes = static_cast<int>(std::clamp<std::size_t>(kBytesPerTurn / bytes, 4, 64));
   compare(
-      state, static_cast<double>(sampleSize(shape).sample) * shape.devices, [&] { sampler.pass(); },
-      [&] { bare.pass(); },
+      state, static_cast<double>(bytes), [&] { sampler.pass(); }, [&] { bare.pass(); },
       [&] {
         sampler.empty();
         bare.empty();
       },
-      kPassesPerTurn);
+      passes);
   const auto values = static_cast<double>(counters * shape.devices);
   state.counters["ns_per_value"] = state.counters["work_ns"] / values;
 }
@@ -43,11 +44,11 @@ void shapes(benchmark::internal::Benchmark* bench) {
   for (const int devices : {1, 8, 64})
     for (const int counters : {16, 64, 256})
       for (const int planes : {0, 1, 4, 16})
-        for (const int shuffled : {0, 1}) bench->Args({devices, counters, planes, shuffled});
+        for (const int interleaved : {0, 1}) bench->Args({devices, counters, planes, interleaved});
 }
 
 BENCHMARK(samplingPass)
-    ->ArgNames({"devices", "counters", "planes", "shuffled"})
+    ->ArgNames({"devices", "counters", "planes", "interleaved"})
     ->Apply(shapes)
     ->UseManualTime()
     ->MinTime(0.02);

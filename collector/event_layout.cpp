@@ -41,7 +41,7 @@ EventLayout EventLayout::ofDevice(const SlotInfo& slot, std::string_view name,
   layout.num_events_ = 1;
   layout.addCounterFields(slot.device_counter_names, slot.device_counter_descriptions,
                           slot.num_device_counters);
-  layout.addParts(slot);
+  layout.addCounters(slot);
   return layout;
 }
 
@@ -53,36 +53,54 @@ EventLayout EventLayout::ofPlane(const SlotInfo& slot, std::string_view name,
   layout.addField("plane", "Plane ID", "uint8_t", 1, 1);
   layout.addCounterFields(slot.plane_counter_names, slot.plane_counter_descriptions,
                           slot.num_plane_counters);
-  layout.addParts(slot);
+  layout.addCounters(slot);
   layout.differing_planes_ = planesUnlikeTheFields(slot);
   return layout;
 }
 
 // In each event the counters stand in their order; those that it has no room for are left out.
-void EventLayout::addParts(const SlotInfo& slot) {
-  std::vector<Part> runs;
-  std::vector<Part> singles;
-  std::vector<std::uint64_t> next(num_events_);  // place in each event
-  for (std::uint64_t event = 0; event < num_events_; ++event)
-    next[event] = event * size_ + counters_offset_;
+void EventLayout::addCounters(const SlotInfo& slot) {
+  const std::uint64_t room = (size_ - counters_offset_) / kCounterSize;
+  std::vector<std::vector<std::uint8_t>> indexes(num_events_);
   for (const auto& counter : slot.counters) {
     if (counter.is_per_plane != of_planes_) continue;
-    const std::uint32_t event = of_planes_ ? counter.plane : 0;
-    if (next[event] == (event + 1) * size_) continue;
-    const Part part{.from = static_cast<std::uint16_t>(counter.index),
-                    .count = 1,
-                    .to = static_cast<std::uint32_t>(next[event])};
-    next[event] += kCounterSize;
-    singles.push_back(part);
-    if (!runs.empty() && runs.back().reaches(part))
+    auto& of_event = indexes[of_planes_ ? counter.plane : 0];
+    if (of_event.size() < room) of_event.push_back(static_cast<std::uint8_t>(counter.index));
+  }
+  for (std::uint64_t event = 0; event < num_events_; ++event)
+    addCounters(indexes[event], static_cast<std::uint32_t>(event * size_ + counters_offset_));
+}
+
+// Of one event, whose first counter stands at `to`.
+void EventLayout::addCounters(const std::vector<std::uint8_t>& indexes, std::uint32_t to) {
+  const auto place = [to](std::size_t counter) {
+    return static_cast<std::uint32_t>(to + counter * kCounterSize);
+  };
+  std::vector<Run> runs;
+  for (std::size_t i = 0; i < indexes.size(); ++i) {
+    if (!runs.empty() && runs.back().from + runs.back().count == indexes[i])
       ++runs.back().count;
     else
-      runs.push_back(part);
+      runs.push_back({.to = place(i), .count = 1, .from = indexes[i]});
   }
-  // A copy of a run is a call, which takes as long as some single ones.
-  constexpr std::size_t kWorthACall = 8;
-  of_runs_ = runs.size() * kWorthACall <= singles.size();
-  parts_ = std::move(of_runs_ ? runs : singles);
+  constexpr std::size_t kWorthACall = 16;  // a copy of a run is one
+  if (runs.size() * kWorthACall <= indexes.size()) {
+    runs_.insert(runs_.end(), runs.begin(), runs.end());
+    return;
+  }
+  constexpr std::size_t kFour = 4;
+  if (indexes.size() < kFour) {
+    for (std::size_t i = 0; i < indexes.size(); ++i)
+      singles_.push_back({.to = place(i), .from = indexes[i]});
+    return;
+  }
+  for (std::size_t i = 0; i < indexes.size(); i += kFour) {
+    // The last four may write again what those before them wrote.
+    const std::size_t first = std::min(i, indexes.size() - kFour);
+    Four four{.to = place(first), .from = {}};
+    std::copy_n(&indexes[first], kFour, four.from.begin());
+    fours_.push_back(four);
+  }
 }
 
 void EventLayout::addField(const char* name, const char* description, const char* type,

@@ -41,13 +41,14 @@ class EventLayout {
   // Writes the events of one sample of the device's `values` to where an EventBuffer has them.
   void write(const std::uint32_t* values, std::byte* events) const {
     writeNames(events);
-    if (of_runs_) {
-      for (const auto& [from, count, to] : parts_)
-        std::memcpy(events + to, values + from, count * sizeof *values);
-    } else {
-      for (const auto& part : parts_)
-        std::memcpy(events + part.to, values + part.from, sizeof *values);
+    for (const auto& [to, count, from] : runs_)
+      std::memcpy(events + to, values + from, count * sizeof *values);
+    for (const auto& [to, from] : fours_) {
+      const std::uint32_t four[] = {values[from[0]], values[from[1]], values[from[2]],
+                                    values[from[3]]};
+      std::memcpy(events + to, four, sizeof four);
     }
+    for (const auto& [to, from] : singles_) std::memcpy(events + to, values + from, sizeof *values);
   }
 
   // Planes whose counters are not, by name and in order, those that the event has fields for: what
@@ -60,7 +61,8 @@ class EventLayout {
                 std::size_t count);
   void addCounterFields(const std::vector<std::string>& names,
                         const std::vector<std::string>& descriptions, std::uint32_t count);
-  void addParts(const SlotInfo& slot);
+  void addCounters(const SlotInfo& slot);
+  void addCounters(const std::vector<std::uint8_t>& indexes, std::uint32_t to);
 
   // The compiler must take every write to an event for a change of the members.
   void writeNames(std::byte* event) const {
@@ -78,26 +80,32 @@ class EventLayout {
   // The start of a name, copied as a whole, zeros included: few are longer.
   using NameBlock = std::array<char, EventBuffer::kSlack>;
 
-  // Counters that lie next to each other both in the device's values and in the events.
-  struct Part {
-    std::uint16_t from;   // index into the values
-    std::uint16_t count;  // 1 but for runs
-    std::uint32_t to;     // bytes from the start of a sample's first event
-
-    // Whether `next` continues this part.
-    bool reaches(const Part& next) const {
-      return from + count == next.from && to + count * sizeof(std::uint32_t) == next.to;
-    }
+  // What is copied: from an index into the values, to so many bytes behind the start of the
+  // sample's first event.
+  struct Run {  // of counters that lie next to each other on both sides
+    std::uint32_t to;
+    std::uint16_t count;
+    std::uint8_t from;
   };
+  struct Four {  // that lie next to each other in the event
+    std::uint32_t to;
+    std::array<std::uint8_t, 4> from;
+  };
+  struct Single {
+    std::uint32_t to;
+    std::uint8_t from;
+  };
+  static_assert(kMaxCounters - 1 <= UINT8_MAX);
 
   // What a write needs comes first, close together.
   std::uint64_t size_ = 0;
   std::uint64_t name_length_ = 0;  // bytes; a plane's number follows
   std::uint32_t num_events_ = 0;
   bool of_planes_ = false;
-  bool of_runs_ = false;  // few long parts, each copied as a whole; else one by one
   NameBlock name_{};
-  std::vector<Part> parts_;
+  std::vector<Run> runs_;
+  std::vector<Four> fours_;
+  std::vector<Single> singles_;
   std::string long_name_;              // empty for a name that fits into its block
   std::uint64_t counters_offset_ = 0;  // bytes from the start of the event; then one by the other
   std::vector<tev_type_field_info_t> fields_;

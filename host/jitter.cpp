@@ -62,8 +62,13 @@ void JitterMeter::update(const RunStatus& status) {
 }
 
 void JitterMeter::end(const RunStatus& status) {
-  bare_.stop();
+  lost_samples_ = status.lost_samples;
   formatter_->end(status);
+}
+
+void JitterMeter::leave() {
+  bare_.stop();
+  formatter_->leave();
 }
 
 std::string JitterMeter::report() const {
@@ -78,6 +83,9 @@ std::string JitterMeter::report() const {
       "  {} intervals of {} us; CPU of the plug-in's threads and of the bare loop's, mean "
       "of each of {} updates\n",
       intervals_.count(), interval_usec_, costs_.count());
+  if (lost_samples_ > 0)
+    fmt::format_to(std::back_inserter(out),
+                   "  {} samples were lost: an interval spans what is missing\n", lost_samples_);
   return out;
 }
 

@@ -3,9 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <numeric>
 #include <string>
@@ -51,13 +51,14 @@ std::unique_ptr<Formatter> makeFormatter(Format format, const SchemaView& schema
   return makeTableFormatter(output);
 }
 
-// What the plug-in was told, or goes by otherwise.
+// What the plug-in was told, read as it reads it, or goes by otherwise.
 std::uint64_t sampleIntervalUsec(const std::vector<std::pair<std::string, std::string>>& options) {
-  constexpr std::uint64_t kOtherwise = 1'000'000;
-  std::uint64_t interval = kOtherwise;
+  std::uint64_t interval = 1'000'000;
   for (const auto& [key, value] : options)
     if (key == "multipath-sample-interval-usec")
-      std::from_chars(value.data(), value.data() + value.size(), interval);
+      interval = std::strtoull(value.c_str(), nullptr, 10);
+  if (interval == 0)
+    throw UsageError("--jitter needs an interval: samples are taken without a pause");
   return std::min(interval, kLongestIntervalUsec);
 }
 
