@@ -100,6 +100,7 @@ TEST(Concurrency, AReadThatHangsDelaysOnlyWhatMustWaitForIt) {
                                  {"update", "100"}})
                             .get());
     ASSERT_TRUE(provider->initialize());
+    machine.sdk.devices[0].listed = false;  // the fake's devices can be opened but once
   }
   asked.get_future().wait();
 
