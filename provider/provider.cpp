@@ -21,17 +21,17 @@ bool isEmpty(const EventBuffer* buffer) {
 // The last answer of the writer; 1 when all is written. What does not change from one event to the
 // next is held here: the compiler must take every write to the host's buffer for a change.
 int writeEvents(EventBuffer& buffer, common::BlockWriter writer) {
-  const std::uint64_t num_events = buffer.num_events;
   const std::uint64_t event_size = buffer.event_size;
+  const std::byte* event = buffer.at(buffer.read_index);
   const std::uint64_t* const timestamps = buffer.timestamps.data();
-  std::uint64_t index = buffer.read_index;
-  const std::byte* event = buffer.at(index);
+  const std::uint64_t* timestamp = timestamps + buffer.read_index;
+  const std::uint64_t* const end = timestamps + buffer.num_events;
   int written = 1;
-  for (; index < num_events; ++index, event += event_size) {
-    written = writer.write(event, 1, timestamps[index]);
+  for (; timestamp < end; ++timestamp, event += event_size) {
+    written = writer.write(event, 1, *timestamp);
     if (written <= 0) break;
   }
-  buffer.read_index = index;
+  buffer.read_index = static_cast<std::uint64_t>(timestamp - timestamps);
   return written;
 }
 

@@ -16,20 +16,22 @@ static_assert(std::endian::native == std::endian::little);
 
 inline constexpr std::uint64_t kBlockHeaderSize = TEV_EVENT_BLOCK_HEADER_SIZE;
 
+// The part of a header that tells whose events follow: its last eight bytes, less the time stamp's.
+inline std::uint64_t blockHeaderTail(std::uint8_t schema_index, std::uint8_t type_index) {
+  enum : std::size_t { kTail = 8, kSchemaIndexAt = 12, kTypeIndexAt = 13 };
+  return std::uint64_t{schema_index} << 8 * (kSchemaIndexAt - kTail) |
+         std::uint64_t{type_index} << 8 * (kTypeIndexAt - kTail);
+}
+
 // Put together in two registers, and stored at once.
-inline void writeBlockHeader(std::uint8_t* block, std::uint64_t timestamp_usec,
-                             std::uint8_t schema_index, std::uint8_t type_index,
+inline void writeBlockHeader(std::uint8_t* block, std::uint64_t timestamp_usec, std::uint64_t tail,
                              std::uint8_t count) {
-  enum : std::size_t { kTimestampAt = 4, kSchemaIndexAt = 12, kTypeIndexAt = 13, kCountAt = 15 };
   constexpr char kMagicText[] = {'T', 'E', 'V', TEV_EVENT_BLOCK_KIND};
   constexpr auto kMagic = std::bit_cast<std::uint32_t>(kMagicText);
-  static_assert(sizeof kMagic == kTimestampAt && kCountAt + 1 == kBlockHeaderSize);
-  constexpr auto shiftTo = [](std::size_t at) { return 8 * (at % sizeof(std::uint64_t)); };
-  const std::uint64_t words[] = {kMagic | timestamp_usec << shiftTo(kTimestampAt),
-                                 timestamp_usec >> shiftTo(kTimestampAt) |
-                                     std::uint64_t{schema_index} << shiftTo(kSchemaIndexAt) |
-                                     std::uint64_t{type_index} << shiftTo(kTypeIndexAt) |
-                                     std::uint64_t{count} << shiftTo(kCountAt)};
+  constexpr std::size_t kBits = 32;  // of the time stamp in either half
+  constexpr std::size_t kCountAt = 56;
+  const std::uint64_t words[] = {kMagic | timestamp_usec << kBits,
+                                 timestamp_usec >> kBits | tail | std::uint64_t{count} << kCountAt};
   static_assert(sizeof words == kBlockHeaderSize);
   std::memcpy(block, words, sizeof words);
 }
@@ -58,12 +60,15 @@ class BlockWriter {
  public:
   // A null serializer takes nothing.
   BlockWriter(tev_data_serializer_t* serializer, std::uint8_t schema_index, std::uint8_t type_index)
-      : serializer_(serializer), schema_index_(schema_index), type_index_(type_index) {
+      : serializer_(serializer),
+        tail_(blockHeaderTail(schema_index, type_index)),
+        schema_index_(schema_index),
+        type_index_(type_index) {
     if (!serializer) return;
     size_ = eventSize(*serializer, schema_index, type_index);
-    left_ = bytesLeft(*serializer);
     buffer_ = serializer->buffer;
     used_ = serializer->used;
+    left_ = bytesLeft(*serializer);
   }
 
   // The number of events written: as many as fit, 0 when none does.
@@ -73,15 +78,14 @@ class BlockWriter {
       return 0;
     }
     if (!events && count != 0) return 0;
-    const std::uint64_t room = roomForEvents(left_);
-    if (size_ > room) return 0;
+    if (left_ < kBlockHeaderSize || left_ - kBlockHeaderSize < size_) return 0;
 
     // One event at a time is the rule, and known to fit: it is spared the division.
-    const auto fitting =
-        count <= 1 ? count
-                   : static_cast<std::uint8_t>(std::min<std::uint64_t>(count, room / size_));
+    const auto fitting = count <= 1 ? count
+                                    : static_cast<std::uint8_t>(std::min<std::uint64_t>(
+                                          count, (left_ - kBlockHeaderSize) / size_));
     std::uint8_t* const block = buffer_ + used_;
-    writeBlockHeader(block, timestamp_usec, schema_index_, type_index_, fitting);
+    writeBlockHeader(block, timestamp_usec, tail_, fitting);
     if (fitting != 0) std::memcpy(block + kBlockHeaderSize, events, fitting * size_);
     const std::uint64_t written = kBlockHeaderSize + fitting * size_;
     left_ -= written;
@@ -96,6 +100,7 @@ class BlockWriter {
                            std::uint8_t type_index);
 
   tev_data_serializer_t* serializer_;
+  std::uint64_t tail_;
   std::uint64_t size_ = 0;  // bytes of one event; 0: not to be written
   std::uint8_t* buffer_ = nullptr;
   std::uint64_t used_ = 0;  // bytes

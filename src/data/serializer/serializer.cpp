@@ -95,7 +95,8 @@ void* tev_data_serializer_get_events_buffer(tev_data_serializer_t* serializer,
     return nullptr;
   }
   std::uint8_t* const block = take(*serializer, kBlockHeaderSize + data_size);
-  writeBlockHeader(block, tev::support::realtimeUsec(), schema_index, type_index, count);
+  writeBlockHeader(block, tev::support::realtimeUsec(), blockHeaderTail(schema_index, type_index),
+                   count);
   if (out_data_size) *out_data_size = data_size;
   return block + kBlockHeaderSize;
 }
