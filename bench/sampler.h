@@ -121,7 +121,9 @@ class BareSampler {
   // Clears what was written, as the collector does: the memory is as warm as the collector's then.
   void empty() {
     for (auto& device : devices_) {
-      if (device.next) std::memset(device.bytes.data(), 0, device.next - device.bytes.data());
+      if (device.next)
+        std::memset(device.bytes.data(), 0,
+                    static_cast<std::size_t>(device.next - device.bytes.data()));
       device.next = device.bytes.data();
       device.events = 0;
     }
