@@ -77,6 +77,10 @@ void Collector::setDataBuffers() {
     const auto& slot = dev.slot_info;
     dev.device_layout = EventLayout::ofDevice(slot, dev.name, device_name_length_);
     dev.plane_layout = EventLayout::ofPlane(slot, dev.name, device_name_length_);
+    for (const DevCtx* earlier = devices_.data(); earlier != &dev; ++earlier) {
+      dev.device_layout.shareCopiesOf(earlier->device_layout);
+      dev.plane_layout.shareCopiesOf(earlier->plane_layout);
+    }
     const std::size_t device_size = dev.device_layout.size();
     const std::size_t plane_size = dev.plane_layout.size();
 

@@ -67,31 +67,32 @@ void EventLayout::addCounters(const SlotInfo& slot) {
     auto& of_event = indexes[of_planes_ ? counter.plane : 0];
     if (of_event.size() < room) of_event.push_back(static_cast<std::uint8_t>(counter.index));
   }
+  Copies copies;
   for (std::uint64_t event = 0; event < num_events_; ++event)
-    addCounters(indexes[event], static_cast<std::uint32_t>(event * size_ + counters_offset_));
+    copies.addEvent(indexes[event], static_cast<std::uint32_t>(event * size_ + counters_offset_));
+  copies_ = std::make_shared<const Copies>(std::move(copies));
 }
 
-// Of one event, whose first counter stands at `to`.
-void EventLayout::addCounters(const std::vector<std::uint8_t>& indexes, std::uint32_t to) {
+void EventLayout::Copies::addEvent(const std::vector<std::uint8_t>& indexes, std::uint32_t to) {
   const auto place = [to](std::size_t counter) {
     return static_cast<std::uint32_t>(to + counter * kCounterSize);
   };
-  std::vector<Run> runs;
+  std::vector<Run> in_runs;
   for (std::size_t i = 0; i < indexes.size(); ++i) {
-    if (!runs.empty() && runs.back().from + runs.back().count == indexes[i])
-      ++runs.back().count;
+    if (!in_runs.empty() && in_runs.back().from + in_runs.back().count == indexes[i])
+      ++in_runs.back().count;
     else
-      runs.push_back({.to = place(i), .count = 1, .from = indexes[i]});
+      in_runs.push_back({.to = place(i), .count = 1, .from = indexes[i]});
   }
   constexpr std::size_t kWorthACall = 16;  // a copy of a run is one
-  if (runs.size() * kWorthACall <= indexes.size()) {
-    runs_.insert(runs_.end(), runs.begin(), runs.end());
+  if (in_runs.size() * kWorthACall <= indexes.size()) {
+    runs.insert(runs.end(), in_runs.begin(), in_runs.end());
     return;
   }
   constexpr std::size_t kFour = 4;
   if (indexes.size() < kFour) {
     for (std::size_t i = 0; i < indexes.size(); ++i)
-      singles_.push_back({.to = place(i), .from = indexes[i]});
+      singles.push_back({.to = place(i), .from = indexes[i]});
     return;
   }
   for (std::size_t i = 0; i < indexes.size(); i += kFour) {
@@ -99,7 +100,7 @@ void EventLayout::addCounters(const std::vector<std::uint8_t>& indexes, std::uin
     const std::size_t first = std::min(i, indexes.size() - kFour);
     Four four{.to = place(first), .from = {}};
     std::copy_n(&indexes[first], kFour, four.from.begin());
-    fours_.push_back(four);
+    fours.push_back(four);
   }
 }
 

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -41,14 +42,22 @@ class EventLayout {
   // Writes the events of one sample of the device's `values` to where an EventBuffer has them.
   void write(const std::uint32_t* values, std::byte* events) const {
     writeNames(events);
-    for (const auto& [to, count, from] : runs_)
+    const Copies& copies = *copies_;
+    for (const auto& [to, count, from] : copies.runs)
       std::memcpy(events + to, values + from, count * sizeof *values);
-    for (const auto& [to, from] : fours_) {
+    for (const auto& [to, from] : copies.fours) {
       const std::uint32_t four[] = {values[from[0]], values[from[1]], values[from[2]],
                                     values[from[3]]};
       std::memcpy(events + to, four, sizeof four);
     }
-    for (const auto& [to, from] : singles_) std::memcpy(events + to, values + from, sizeof *values);
+    for (const auto& [to, from] : copies.singles)
+      std::memcpy(events + to, values + from, sizeof *values);
+  }
+
+  // Uses the other's list of copies where it is the same: adapters of one kind need but one in the
+  // cache.
+  void shareCopiesOf(const EventLayout& other) {
+    if (*copies_ == *other.copies_) copies_ = other.copies_;
   }
 
   // Planes whose counters are not, by name and in order, those that the event has fields for: what
@@ -62,7 +71,6 @@ class EventLayout {
   void addCounterFields(const std::vector<std::string>& names,
                         const std::vector<std::string>& descriptions, std::uint32_t count);
   void addCounters(const SlotInfo& slot);
-  void addCounters(const std::vector<std::uint8_t>& indexes, std::uint32_t to);
 
   // The compiler must take every write to an event for a change of the members.
   void writeNames(std::byte* event) const {
@@ -86,16 +94,28 @@ class EventLayout {
     std::uint32_t to;
     std::uint16_t count;
     std::uint8_t from;
+    bool operator==(const Run&) const = default;
   };
   struct Four {  // that lie next to each other in the event
     std::uint32_t to;
     std::array<std::uint8_t, 4> from;
+    bool operator==(const Four&) const = default;
   };
   struct Single {
     std::uint32_t to;
     std::uint8_t from;
+    bool operator==(const Single&) const = default;
   };
   static_assert(kMaxCounters - 1 <= UINT8_MAX);
+  struct Copies {
+    std::vector<Run> runs;
+    std::vector<Four> fours;
+    std::vector<Single> singles;
+    bool operator==(const Copies&) const = default;
+
+    // Of one event, whose first counter stands at `to`.
+    void addEvent(const std::vector<std::uint8_t>& indexes, std::uint32_t to);
+  };
 
   // What a write needs comes first, close together.
   std::uint64_t size_ = 0;
@@ -103,9 +123,7 @@ class EventLayout {
   std::uint32_t num_events_ = 0;
   bool of_planes_ = false;
   NameBlock name_{};
-  std::vector<Run> runs_;
-  std::vector<Four> fours_;
-  std::vector<Single> singles_;
+  std::shared_ptr<const Copies> copies_;
   std::string long_name_;              // empty for a name that fits into its block
   std::uint64_t counters_offset_ = 0;  // bytes from the start of the event; then one by the other
   std::vector<tev_type_field_info_t> fields_;
