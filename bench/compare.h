@@ -42,16 +42,17 @@ struct Compared {
 };
 
 // Times `work` against `floor` for as long as `state` asks, in turns of `repetitions`; both are to
-// move `bytes` bytes. `between` runs untimed before each turn of either.
-template <class Work, class Floor, class Between>
+// move `bytes` bytes. `prepare_work` and `prepare_floor` run untimed before each turn, so that
+// either finds its own memory warm.
+template <class Work, class Floor, class PrepareWork, class PrepareFloor>
 Compared compare(benchmark::State& state, double bytes, Work&& work, Floor&& floor,
-                 Between&& between, int repetitions) {
+                 PrepareWork&& prepare_work, PrepareFloor&& prepare_floor, int repetitions) {
   std::vector<double> work_ns;
   std::vector<double> floor_ns;
   while (state.KeepRunningBatch(repetitions)) {
-    between();
+    prepare_work();
     work_ns.push_back(nanoseconds(work, repetitions));
-    between();
+    prepare_floor();
     floor_ns.push_back(nanoseconds(floor, repetitions));
     state.SetIterationTime(work_ns.back() * repetitions * 1e-9);
   }
@@ -67,7 +68,7 @@ template <class Work, class Floor>
 Compared compare(benchmark::State& state, double bytes, Work&& work, Floor&& floor) {
   const int repetitions = std::min(repetitionsFor(work), repetitionsFor(floor));
   return compare(
-      state, bytes, work, floor, [] {}, repetitions);
+      state, bytes, work, floor, [] {}, [] {}, repetitions);
 }
 
 }  // namespace tev::bench

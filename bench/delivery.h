@@ -104,8 +104,8 @@ class Delivery {
     work_.deliver(out_, out_.size());
     for (int i = 0; i < kPassesPerBatch; ++i) work_.pass();
     work_.takeBatch();
-    std::memset(source_.data(), 1, source_.size());
   }
+  void refillBare() { std::memset(source_.data(), 1, source_.size()); }
 
   void deliver() { work_.deliver(out_, room_ * (size_ + 16)); }
 
@@ -157,8 +157,8 @@ class SwapWork {
     swap();
     for (std::size_t i = 0; i < used_; ++i) collector_->samplePass(values_.data());
     swap();
-    std::memset(bytes_.data(), 1, used_ * size_);
   }
+  void fillBare() { std::memset(bytes_.data(), 1, used_ * size_); }
 
   void swap() {
     device_.clear();

@@ -47,7 +47,7 @@ void wholeRoad(benchmark::State& state) {
     benchmark::ClobberMemory();
   };
   const auto result = compare(
-      state, static_cast<double>(delivered), work, floor, [] {}, 1);
+      state, static_cast<double>(delivered), work, floor, [] {}, [] {}, 1);
   std::vector<std::uint8_t> copy(out.size());
   std::vector<double> copy_ns(1001);
   for (auto& one : copy_ns)

@@ -31,11 +31,7 @@ void samplingPass(benchmark::State& state) {
   const auto passes = static_cast<int>(std::clamp<std::size_t>(kBytesPerTurn / bytes, 4, 64));
   compare(
       state, static_cast<double>(bytes), [&] { sampler.pass(); }, [&] { bare.pass(); },
-      [&] {
-        sampler.empty();
-        bare.empty();
-      },
-      passes);
+      [&] { sampler.empty(); }, [&] { bare.empty(); }, passes);
   const auto values = static_cast<double>(counters * shape.devices);
   state.counters["ns_per_value"] = state.counters["work_ns"] / values;
 }

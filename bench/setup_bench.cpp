@@ -22,9 +22,7 @@ void constructAndInitialize(benchmark::State& state) {
     const HandDriven provider(shape, options.get());
     benchmark::DoNotOptimize(&provider);
   }
-  state.counters["ms_per_device"] = benchmark::Counter(
-      static_cast<double>(shape.devices) * static_cast<double>(state.iterations()) * 1e-3,
-      benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(shape.devices));
 }
 BENCHMARK(constructAndInitialize)->ArgName("devices")->Arg(1)->Arg(16)->Arg(64)->UseRealTime();
 

@@ -102,10 +102,8 @@ void Collector::setDataBuffers() {
     if (const auto& planes = dev.plane_layout.differingPlanes(); !planes.empty())
       TEV_LOG_WARNING(
           "[multipath] Device %s: the counters of %zu of %u planes, plane %u the first, are not "
-          "those "
-          "that the plane event has fields for, in their order: what they lack reads zero, what "
-          "they "
-          "have beyond is cut",
+          "those that the plane event has fields for, in their order: what they lack reads zero, "
+          "what they have beyond is cut",
           dev.name.c_str(), planes.size(), slot.num_planes, planes.front());
   }
 }

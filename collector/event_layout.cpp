@@ -84,7 +84,8 @@ void EventLayout::Copies::addEvent(const std::vector<std::uint8_t>& indexes, std
     else
       in_runs.push_back({.to = place(i), .count = 1, .from = indexes[i]});
   }
-  constexpr std::size_t kWorthACall = 16;  // a copy of a run is one
+  // So many counters a run pay for the call that copies it (measured).
+  constexpr std::size_t kWorthACall = 16;
   if (in_runs.size() * kWorthACall <= indexes.size()) {
     runs.insert(runs.end(), in_runs.begin(), in_runs.end());
     return;

@@ -20,7 +20,7 @@ namespace tev::events::multipath {
 // with write(). What write() does is worked out here, once.
 class EventLayout {
  public:
-  // No events.
+  // Of nothing: not to be written.
   EventLayout() = default;
 
   // One event a sample. `name` is padded to `name_length` bytes, which it does not exceed. The
@@ -39,7 +39,8 @@ class EventLayout {
   const std::vector<tev_type_field_info_t>& fields() const { return fields_; }
   void forgetFields() { std::vector<tev_type_field_info_t>().swap(fields_); }
 
-  // Writes the events of one sample of the device's `values` to where an EventBuffer has them.
+  // Writes the events of one sample of the device's `values` to where an EventBuffer has them, and
+  // zeros into the slack behind the last.
   void write(const std::uint32_t* values, std::byte* events) const {
     writeNames(events);
     const Copies& copies = *copies_;
@@ -57,7 +58,7 @@ class EventLayout {
   // Uses the other's list of copies where it is the same: adapters of one kind need but one in the
   // cache.
   void shareCopiesOf(const EventLayout& other) {
-    if (*copies_ == *other.copies_) copies_ = other.copies_;
+    if (copies_ != other.copies_ && *copies_ == *other.copies_) copies_ = other.copies_;
   }
 
   // Planes whose counters are not, by name and in order, those that the event has fields for: what
@@ -72,7 +73,8 @@ class EventLayout {
                         const std::vector<std::string>& descriptions, std::uint32_t count);
   void addCounters(const SlotInfo& slot);
 
-  // The compiler must take every write to an event for a change of the members.
+  // With copies of the members: the compiler must take every byte that is written for a change of
+  // theirs.
   void writeNames(std::byte* event) const {
     const std::uint64_t size = size_;
     const std::uint64_t name_length = name_length_;
@@ -125,7 +127,7 @@ class EventLayout {
   NameBlock name_{};
   std::shared_ptr<const Copies> copies_;
   std::string long_name_;              // empty for a name that fits into its block
-  std::uint64_t counters_offset_ = 0;  // bytes from the start of the event; then one by the other
+  std::uint64_t counters_offset_ = 0;  // of the first counter in an event; bytes
   std::vector<tev_type_field_info_t> fields_;
   std::vector<std::uint32_t> differing_planes_;
 };

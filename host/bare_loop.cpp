@@ -6,18 +6,13 @@
 
 #include <algorithm>
 
+#include "host/clock_reading.h"
+
 namespace tev::host {
 namespace {
 
 constexpr std::uint64_t kNsecPerSecond = 1'000'000'000;
 constexpr std::uint64_t kLongestSleep = kNsecPerSecond / 10;  // then it looks whether it is to end
-
-std::uint64_t nowNsec(clockid_t clock) {
-  timespec now{};
-  clock_gettime(clock, &now);
-  return static_cast<std::uint64_t>(now.tv_sec) * kNsecPerSecond +
-         static_cast<std::uint64_t>(now.tv_nsec);
-}
 
 void sleepUntil(std::uint64_t nsec) {
   const timespec due{static_cast<time_t>(nsec / kNsecPerSecond),
@@ -43,7 +38,7 @@ BareLoop::Usage BareLoop::usage() {
 }
 
 void BareLoop::run(std::uint64_t interval_usec) {
-  prctl(PR_SET_TIMERSLACK, 1);
+  prctl(PR_SET_TIMERSLACK, 1);  // nanoseconds, as on the sampling thread
   const std::uint64_t interval = interval_usec * 1'000;
   std::uint64_t due = nowNsec(CLOCK_MONOTONIC);
   std::uint64_t woke = due;
@@ -55,7 +50,7 @@ void BareLoop::run(std::uint64_t interval_usec) {
     const std::uint64_t now = nowNsec(CLOCK_MONOTONIC);
     intervals_.add(now - woke);
     woke = now;
-    due = std::max(due, now - std::min(now, interval));  // nothing is caught up in a burst
+    if (now > due + interval) due = now - interval;  // nothing is caught up in a burst
     ++wake_ups_;
   }
 }

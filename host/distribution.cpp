@@ -8,7 +8,7 @@ namespace tev::host {
 namespace {
 
 // Values below 2^kBits have a bin each; above, the kBits leading bits tell the bin.
-constexpr unsigned kBits = 11;
+constexpr unsigned kBits = 14;
 
 std::size_t binOf(std::uint64_t value) {
   const auto width = static_cast<unsigned>(std::bit_width(value));

@@ -1,4 +1,4 @@
-// How often which value occurred, to within a thousandth, in memory that does not grow.
+// How often which value occurred, to within a ten-thousandth, in memory that does not grow.
 #pragma once
 
 #include <cstdint>

@@ -1,8 +1,10 @@
 // How evenly a plug-in samples, and what a sample costs, beside a bare loop that only sleeps.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "host/bare_loop.h"
@@ -12,8 +14,8 @@
 namespace tev::host {
 
 // Stands before a formatter and looks at what passes: the intervals between the time stamps of the
-// first series, and the CPU time that the plug-in's threads took for them, mean by update; and at
-// the same of the bare loop.
+// first series that it sees, and the CPU time that the plug-in's threads took from one update to
+// the next. Beside them, both of the bare loop.
 class JitterMeter final : public Formatter {
  public:
   JitterMeter(std::unique_ptr<Formatter> formatter, std::uint64_t interval_usec);
@@ -27,17 +29,25 @@ class JitterMeter final : public Formatter {
   std::string report() const;
 
  private:
+  // Totals at an update.
+  struct Reading {
+    std::uint64_t lost_samples = 0;  // of all devices
+    BareLoop::Usage bare{};
+    std::uint64_t plugin_nsec = 0;  // CPU of all threads but this one and the bare loop's
+  };
+  Reading read(const RunStatus& status);
+
   std::unique_ptr<Formatter> formatter_;
   std::uint64_t interval_usec_;
-  std::uint64_t last_usec_ = 0;     // time stamp; 0: none yet
-  Distribution intervals_;          // nanoseconds
-  Distribution costs_;              // nanoseconds of CPU per pass
-  Distribution bare_costs_;         // the same per wake-up of the bare loop
-  std::uint64_t lost_samples_ = 0;  // of all devices
-  std::uint64_t passes_in_window_ = 0;
-  std::uint64_t plugin_nsec_ = 0;  // CPU of all threads but this one and the bare loop's, at the
-  BareLoop::Usage bare_usage_;     // last update; and what the bare loop had used
-  BareLoop bare_;                  // last: it measures from now on
+  std::optional<std::size_t> series_;  // the one whose intervals are measured
+  std::uint64_t last_usec_ = 0;        // its last time stamp; 0: none yet
+  std::uint64_t passes_ = 0;           // its events since the last update
+  Distribution intervals_;             // nanoseconds
+  Distribution costs_;                 // nanoseconds of CPU per pass, mean by update
+  Distribution bare_costs_;            // the same per wake-up of the bare loop
+  std::uint64_t lost_samples_ = 0;
+  std::optional<Reading> last_;
+  BareLoop bare_;  // last: it measures from now on
 };
 
 }  // namespace tev::host

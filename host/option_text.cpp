@@ -13,6 +13,7 @@
 namespace tev::host {
 namespace {
 
+constexpr double kMinSeconds = 1e-9;
 constexpr double kMaxSeconds = 1e9;
 constexpr std::uint64_t kMaxBytes = std::uint64_t{1} << 40;
 
@@ -51,14 +52,14 @@ std::uint64_t byteSize(const char* option, const std::string& text) {
   }
   const auto number = parseNumber<std::uint64_t>(digits);
   if (!number || *number == 0 || *number > kMaxBytes >> shift)
-    refuse(option, text, "a number of bytes is needed, like 65536, 64K, 1M or 2G");
+    refuse(option, text, "a number of bytes is needed, like 65536, 64K, 1M or 2G, up to 1024G");
   return *number << shift;
 }
 
 std::chrono::nanoseconds seconds(const char* option, const std::string& text) {
   const auto number = parseNumber<double>(text);
-  if (!number || !(*number > 0 && *number <= kMaxSeconds))
-    refuse(option, text, "a number of seconds above 0 is needed");
+  if (!number || !(*number >= kMinSeconds && *number <= kMaxSeconds))
+    refuse(option, text, "a number of seconds is needed, from 1e-9 to 1e9");
   return std::chrono::nanoseconds(std::llround(*number * 1e9));
 }
 

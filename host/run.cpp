@@ -58,7 +58,7 @@ std::uint64_t sampleIntervalUsec(const std::vector<std::pair<std::string, std::s
     if (key == "multipath-sample-interval-usec")
       interval = std::strtoull(value.c_str(), nullptr, 10);
   if (interval == 0)
-    throw UsageError("--jitter needs an interval: samples are taken without a pause");
+    throw UsageError("--jitter needs an interval: multipath-sample-interval-usec is 0");
   return std::min(interval, kLongestIntervalUsec);
 }
 

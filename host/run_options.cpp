@@ -69,7 +69,8 @@ void readScenario(const std::string& scenario, PluginOptions& plugin,
   if (scenario.empty()) return;
   std::error_code error;
   const bool built_in = scenario == "default" || scenario == "netdev";
-  if (!built_in && !std::filesystem::exists(scenario, error))
+  if (!built_in &&
+      (!std::filesystem::exists(scenario, error) || std::filesystem::is_directory(scenario, error)))
     refuse("--simulate", scenario, "neither default nor netdev, and there is no such file");
   plugin.simulator_scenario = scenario;
 }
@@ -243,6 +244,7 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const Companions
   const CLI::App& command = *app.get_subcommands().front();
   line.command = command.get_name() == "run" ? Command::run : Command::schema;
   PluginOptions& plugin = line.run.plugin;
+  if (given.plugin && given.plugin->empty()) refuse("--plugin", *given.plugin, "a path is needed");
   plugin.path = given.plugin.value_or(companions.plugin.string());
   if (command.count("--simulate") > 0) readScenario(given.scenario, plugin, companions);
   plugin.usual_devices = !given.plugin && !hasOption(plugin, kLibraryPathKey) &&

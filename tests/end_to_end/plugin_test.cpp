@@ -87,7 +87,7 @@ TEST_F(PluginTest, ABrokenSdkIsRefusedWithItsReason) {
     return tree.folder(folder) + "/libvuna_telemetry.so";
   };
   const auto besideCommon = [&](const std::string& folder) {
-    const auto path = library(folder);
+    auto path = library(folder);
     fs::copy_file(fs::path(SIMULATOR).replace_filename("libvuna_common.so"),
                   fs::path(path).replace_filename("libvuna_common.so"));
     return path;

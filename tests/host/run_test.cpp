@@ -90,6 +90,10 @@ TEST_F(RunTest, SamplesAreExactForEveryDeviceAndSummedUp) {
   // The fake's samples are a second apart.
   EXPECT_THAT(result.err,
               testing::ContainsRegex("interval +1000000\\.00 +1000000\\.0 .* 1\\.00\n"));
+  EXPECT_THAT(run("--samples=3 --jitter --filter=-alpha").err,
+              HasSubstr("2 intervals of 1000000 us"));
+  EXPECT_EQ(run("--jitter --option=multipath-sample-interval-usec=0").exit, 2);
+
   const std::string warning = "samples are being lost";
   EXPECT_NE(result.err.find(warning), std::string::npos);
   EXPECT_EQ(result.err.find(warning), result.err.rfind(warning)) << "said once";

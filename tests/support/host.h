@@ -1,6 +1,7 @@
 // The host's side of a provider: its type system, and the reading of what is delivered.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
@@ -81,7 +82,8 @@ class Host {
     event.type = type.name;
     std::memcpy(&event.timestamp, block + 4, sizeof event.timestamp);
     event.bytes.assign(reinterpret_cast<const char*>(block + 16), type.size);
-    event.device = event.bytes.substr(0, type.fields[0]->array_length).c_str();
+    event.device = event.bytes.substr(0, type.fields[0]->array_length);
+    event.device.resize(std::min(event.device.find('\0'), event.device.size()));
     return event;
   }
 

@@ -71,14 +71,14 @@ class BlockWriter {
     left_ = bytesLeft(*serializer);
   }
 
-  // The number of events written: as many as fit, 0 when none does.
+  // The number of events written: as many as fit, 0 (and no block) when none does.
   int write(const void* events, std::uint8_t count, std::uint64_t timestamp_usec) {
     if (size_ == 0) {
       if (serializer_) reportNoSize(*serializer_, schema_index_, type_index_);
       return 0;
     }
     if (!events && count != 0) return 0;
-    if (left_ < kBlockHeaderSize || left_ - kBlockHeaderSize < size_) return 0;
+    if (roomForEvents(left_) < size_) return 0;
 
     // One event at a time is the rule, and known to fit: it is spared the division.
     const auto fitting = count <= 1 ? count
@@ -95,7 +95,8 @@ class BlockWriter {
   }
 
  private:
-  // Says so, once in ten seconds. Takes no part of the writer, which can then live in registers.
+  // Logs, once in ten seconds, that the type has no size. It is handed nothing of the writer's own,
+  // which can so live in registers.
   static void reportNoSize(const tev_data_serializer_t& serializer, std::uint8_t schema_index,
                            std::uint8_t type_index);
 
