@@ -41,7 +41,7 @@ class Input {
   std::string text(std::string otherwise) {
     if (ended()) return otherwise;
     const auto* const end = std::find(data_ + at_, data_ + size_, '\n');
-    const std::string text(data_ + at_, end);
+    std::string text(data_ + at_, end);
     at_ = std::min(at_ + text.size() + 1, size_);
     return text;
   }
@@ -115,10 +115,11 @@ tev::test::Fault faultFrom(Input& input) {
 bool fetch(tev::test::LocalProvider& provider, std::uint64_t& device_events) {
   for (;;) {
     bool any = false;
-    const int result = provider.progress(provider.kRoom, [&](const auto*, const auto& type) {
-      any = true;
-      device_events += std::string(type.name).starts_with("multipath_event_device");
-    });
+    const int result =
+        provider.progress(tev::test::LocalProvider::kRoom, [&](const auto*, const auto& type) {
+          any = true;
+          device_events += std::string(type.name).starts_with("multipath_event_device");
+        });
     check(result != TEV_PROGRESS_FAILED, "progress does not fail");
     if (result == TEV_PROGRESS_DONE) return true;
     if (!any) return false;

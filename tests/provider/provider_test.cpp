@@ -169,7 +169,7 @@ TEST_F(ProviderTest, ABatchIsResumedEventByEventWithoutLossOrRepetition) {
     const auto event = test::Host::event(block, type);
     const bool of_plane = event.type.starts_with("multipath_event_plane");
     const auto plane = of_plane ? "/" + std::to_string(event.bytes[5]) : "";
-    const int value = event.bytes[of_plane ? 6 : 5];
+    const auto value = static_cast<std::uint8_t>(event.bytes[of_plane ? 6 : 5]);
     delivered.push_back(event.device + plane + "=" + std::to_string(value) + " after " +
                         std::to_string((event.timestamp - began) / 1'000'000) + " s");
   };

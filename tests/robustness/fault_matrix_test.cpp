@@ -42,7 +42,7 @@ Life live(const std::string& function, unsigned call, const Way& way) {
   Rig rig;
   rig.sdk.faults = {
       {.function = function, .call = call, .status = way.status, .delivers = way.delivers}};
-  const Life life = rig.live();
+  Life life = rig.live();
   EXPECT_TRUE(rig.sdk.balanced());
   EXPECT_TRUE(life.constructed);
   // Counters whose names are lost are all called alike: the schema refuses the type, and says so.
