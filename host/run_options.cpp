@@ -150,9 +150,12 @@ void addRunOptions(CLI::App& command, RunOptions& options) {
       },
       "Stop after so many samples of each device")
       ->type_name("N");
-  command.add_flag("--jitter", options.jitter,
-                   "Measure how evenly the first device is sampled and what a pass costs, beside a "
-                   "bare loop that sleeps");
+  command
+      .add_flag(
+          "--jitter", options.jitter,
+          "Measure how evenly the first device is sampled and what a pass costs, beside a bare "
+          "loop that sleeps")
+      ->disable_flag_override();
   addParsed(
       command, "--update", options.update,
       [](const char* name, const std::string& text) {
@@ -170,29 +173,37 @@ std::vector<const CLI::App*> commandsOf(const CLI::App& app) {
   return app.get_subcommands([](const CLI::App*) { return true; });
 }
 
-// The parser takes whatever follows an option for its value, the next option included.
-void refuseMissingValues(std::span<const char* const> words, const CLI::App& app) {
-  const auto takes_value = [&](std::string_view word) {
+// The parser takes whatever follows an option for its value, the next option included, and a value
+// for a flag in many forms.
+void refuseOddValues(std::span<const char* const> words, const CLI::App& app) {
+  const auto any = [&](std::string_view word, auto&& holds) {
     return std::ranges::any_of(commandsOf(app), [&](const CLI::App* command) {
       const CLI::Option* const option = command->get_option_no_throw(std::string(word));
-      return option && option->get_expected_min() > 0;
+      return option && holds(*option);
     });
   };
+  const auto takes_value = [](const CLI::Option& one) { return one.get_expected_min() > 0; };
+  const auto is_flag = [](const CLI::Option& one) { return one.get_expected_max() == 0; };
   for (std::size_t i = 0; i < words.size(); ++i) {
     const std::string_view word = words[i];
     if (!word.starts_with("--")) continue;
     const std::size_t equals = word.find('=');
     const bool empty = equals == word.size() - 1;
-    const bool followed = equals != std::string_view::npos || i + 1 == words.size() ||
-                          !std::string_view(words[i + 1]).starts_with("--");
-    if (empty || (!followed && takes_value(word)))
-      throw UsageError(fmt::format("{} needs a value", word.substr(0, equals)));
+    const bool followed =
+        equals != std::string_view::npos ||
+        (i + 1 < words.size() && !std::string_view(words[i + 1]).starts_with("--"));
+    const std::string_view name = word.substr(0, equals);
+    if (equals != std::string_view::npos && any(name, is_flag))
+      throw UsageError(fmt::format("{} takes no value", name));
+    if (empty || (!followed && any(name, takes_value)))
+      throw UsageError(fmt::format("{} needs a value", name));
   }
 }
 
 // The parser would only say that there is no command.
 void refuseUnknownCommand(std::span<const char* const> words, const CLI::App& app) {
-  if (words.empty() || std::string_view(words[0]).starts_with("-")) return;
+  if (words.empty()) throw UsageError("a command is needed: run or schema");
+  if (std::string_view(words[0]).starts_with("-")) return;
   if (std::ranges::none_of(commandsOf(app), [&](const CLI::App* command) {
         return command->get_name() == words[0];
       }))
@@ -228,7 +239,7 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const Companions
 
   const auto words = std::span(argv, static_cast<std::size_t>(argc)).subspan(argc > 0 ? 1 : 0);
   refuseUnknownCommand(words, app);
-  refuseMissingValues(words, app);
+  refuseOddValues(words, app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& answer) {

@@ -110,7 +110,8 @@ TEST_F(RunOptionsTest, WrongUsageIsRefusedByName) {
   expect_refusal("--output", {"run", "--output=", "--simulate"});
   expect_refusal("walk", {"walk"});
   expect_refusal("--samples", {"schema", "--samples", "1"});
-  expect_refusal("required", {});
+  expect_refusal("a command is needed", {});
+  expect_refusal("--jitter takes no value", {"run", "--jitter=5"});
 }
 
 }  // namespace
