@@ -27,7 +27,7 @@ void dictGet(benchmark::State& state) {
 }
 BENCHMARK(dictGet)->ArgName("entries")->Arg(8)->Arg(64)->Arg(512);
 
-// Beside a load and a compare.
+// The baseline is a load and a compare.
 void disabledMessage(benchmark::State& state) {
   constexpr int kCalls = 1000;
   tev_set_log_level(TEV_LEVEL_ERROR);
@@ -76,7 +76,7 @@ std::vector<std::string> patterns(std::int64_t count, const char* suffix) {
   return lines;
 }
 
-// A name that no pattern matches: all of them are looked at.
+// The name does not match any pattern, so all patterns are tried.
 void counterSetMiss(benchmark::State& state) {
   ProviderCounterSet set;
   set.loadFromLines(patterns(state.range(0), "x"));

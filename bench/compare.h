@@ -1,6 +1,6 @@
-// A piece of work beside its floor: the bare loop that moves the same bytes, timed in turns with
-// it, in the same run. The reported time is the work's; "floor_ns" is the bare loop's, "ratio"
-// their quotient (medians over all turns).
+// Compares a piece of work with its baseline: a bare loop that moves the same bytes. Both are timed
+// alternately in the same run. The reported time is that of the work; "baseline_ns" is that of the
+// bare loop; "ratio" is work divided by baseline (medians over all turns).
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -27,7 +27,7 @@ inline double median(std::vector<double>& values) {
   return *middle;
 }
 
-// Repetitions that make one turn last long enough for the clock.
+// The number of repetitions for which one turn is long enough to be measured with the clock.
 template <class Work>
 int repetitionsFor(Work&& work) {
   constexpr double kTurnNanoseconds = 20'000;
@@ -38,37 +38,37 @@ int repetitionsFor(Work&& work) {
 
 struct Compared {
   double work_ns;
-  double floor_ns;
+  double baseline_ns;
 };
 
-// Times `work` against `floor` for as long as `state` asks, in turns of `repetitions`; both are to
-// move `bytes` bytes. `prepare_work` and `prepare_floor` run untimed before each turn, so that
-// either finds its own memory warm.
-template <class Work, class Floor, class PrepareWork, class PrepareFloor>
-Compared compare(benchmark::State& state, double bytes, Work&& work, Floor&& floor,
-                 PrepareWork&& prepare_work, PrepareFloor&& prepare_floor, int repetitions) {
+// Times `work` and `baseline` alternately for as long as `state` requests, in turns of
+// `repetitions`. Both must move `bytes` bytes. `prepare_work` and `prepare_baseline` run untimed
+// before each turn, so that each has its own memory in the cache.
+template <class Work, class Baseline, class PrepareWork, class PrepareBaseline>
+Compared compare(benchmark::State& state, double bytes, Work&& work, Baseline&& baseline,
+                 PrepareWork&& prepare_work, PrepareBaseline&& prepare_baseline, int repetitions) {
   std::vector<double> work_ns;
-  std::vector<double> floor_ns;
+  std::vector<double> baseline_ns;
   while (state.KeepRunningBatch(repetitions)) {
     prepare_work();
     work_ns.push_back(nanoseconds(work, repetitions));
-    prepare_floor();
-    floor_ns.push_back(nanoseconds(floor, repetitions));
+    prepare_baseline();
+    baseline_ns.push_back(nanoseconds(baseline, repetitions));
     state.SetIterationTime(work_ns.back() * repetitions * 1e-9);
   }
-  const Compared result{median(work_ns), median(floor_ns)};
+  const Compared result{median(work_ns), median(baseline_ns)};
   state.counters["work_ns"] = result.work_ns;
-  state.counters["floor_ns"] = result.floor_ns;
-  state.counters["ratio"] = result.work_ns / result.floor_ns;
+  state.counters["baseline_ns"] = result.baseline_ns;
+  state.counters["ratio"] = result.work_ns / result.baseline_ns;
   if (bytes > 0) state.counters["MB_per_s"] = bytes / result.work_ns * 1e3;
   return result;
 }
 
-template <class Work, class Floor>
-Compared compare(benchmark::State& state, double bytes, Work&& work, Floor&& floor) {
-  const int repetitions = std::min(repetitionsFor(work), repetitionsFor(floor));
+template <class Work, class Baseline>
+Compared compare(benchmark::State& state, double bytes, Work&& work, Baseline&& baseline) {
+  const int repetitions = std::min(repetitionsFor(work), repetitionsFor(baseline));
   return compare(
-      state, bytes, work, floor, [] {}, [] {}, repetitions);
+      state, bytes, work, baseline, [] {}, [] {}, repetitions);
 }
 
 }  // namespace tev::bench

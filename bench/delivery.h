@@ -1,4 +1,4 @@
-// The delivering side, with and without the library.
+// The delivery of events, with and without the library.
 #pragma once
 
 #include <atomic>
@@ -12,11 +12,12 @@
 #include "bench/instant_sdk.h"
 #include "bench/sampler.h"
 #include "provider/provider.h"
+#include "src/serializer/block_writer.h"
 
 namespace tev::bench {
 
-// Lets the provider's own thread make its first pass and no other: the rest are made by the
-// benchmark.
+// A clock with which the provider's own thread makes only its first pass. The benchmark makes all
+// other passes.
 class ParkedClock final : public events::multipath::Clock {
  public:
   std::uint64_t realtimeUsec() override { return bench::realtimeUsec(); }
@@ -29,13 +30,12 @@ class ParkedClock final : public events::multipath::Clock {
   std::atomic<bool> parked{false};
 };
 
-// An initialised provider whose passes are made by hand.
+// An initialised provider whose passes are made by the benchmark.
 class HandDriven {
  public:
   HandDriven(const Shape& shape, const tev_custom_options* options)
       : types_(tev_create_type_system(), tev_destroy_type_system),
-        provider_(options, {.sdk = &instantSdk(shape), .clock = &clock_}),
-        values_(256) {
+        provider_(options, {.sdk = &instantSdk(shape), .clock = &clock_}) {
     record_.name = "bench";
     record_.version = 1;
     provider_.initialize(&record_, types_.get());
@@ -45,18 +45,15 @@ class HandDriven {
   HandDriven(const HandDriven&) = delete;
   HandDriven& operator=(const HandDriven&) = delete;
 
-  void pass() {
-    const std::scoped_lock lock(free_lock_);
-    provider_.collector().samplePass(values_.data());
-  }
+  void pass() { provider_.collector().samplePass(); }
 
-  // Swaps the buffers and delivers nothing yet.
+  // Swaps the buffers without delivering anything.
   void takeBatch() {
     tev_data_serializer_t none{types_.get(), nullptr, 0, 0};
     provider_.progress(0, &none);
   }
 
-  // Everything that is pending, `room` bytes at a time.
+  // Delivers all pending events, `room` bytes at a time.
   void deliver(std::vector<std::uint8_t>& out, std::size_t room) {
     tev_data_serializer_t serializer{types_.get(), out.data(), room, 0};
     while (provider_.progress(0, &serializer) == TEV_PROGRESS_FULL) serializer.used = 0;
@@ -70,23 +67,17 @@ class HandDriven {
   tev_event_provider_t record_{};
   std::unique_ptr<tev_type_system_t, decltype(&tev_destroy_type_system)> types_;
   events::multipath::Provider provider_;
-  std::mutex free_lock_;
-  std::vector<std::uint32_t> values_;
 };
 
-// A header as the serializer writes it, and the event behind it.
+// Writes a header, followed by the event.
 inline std::uint8_t* putBlock(std::uint8_t* out, std::uint64_t timestamp, std::uint8_t type,
                               const std::byte* event, std::size_t size) {
-  constexpr std::uint64_t kMagic = 0x45564554;  // "TEVE"
-  const std::uint64_t words[] = {kMagic | timestamp << 32, timestamp >> 32 |
-                                                               std::uint64_t{type} << 40 |
-                                                               std::uint64_t{1} << 56};
-  std::memcpy(out, words, sizeof words);
-  std::memcpy(out + 16, event, size);
-  return out + 16 + size;
+  common::writeBlockHeader(out, timestamp, common::blockHeaderTail(0, type), 1);
+  std::memcpy(out + TEV_EVENT_BLOCK_HEADER_SIZE, event, size);
+  return out + TEV_EVENT_BLOCK_HEADER_SIZE + size;
 }
 
-// Batches of device events, delivered by the library and by hand.
+// Batches of device events, delivered by the library and by a bare loop.
 class Delivery {
  public:
   // `room`: events that the serializer holds; 0: a whole batch.
@@ -96,7 +87,7 @@ class Delivery {
         work_(shape, samplingOptions().get()),
         source_(size_ * kPassesPerBatch),
         timestamps_(kPassesPerBatch),
-        out_((size_ + 16) * (kPassesPerBatch + 1)) {}
+        out_((size_ + TEV_EVENT_BLOCK_HEADER_SIZE) * (kPassesPerBatch + 1)) {}
 
   std::size_t eventSize() const { return size_; }
 
@@ -107,7 +98,7 @@ class Delivery {
   }
   void refillBare() { std::memset(source_.data(), 1, source_.size()); }
 
-  void deliver() { work_.deliver(out_, room_ * (size_ + 16)); }
+  void deliver() { work_.deliver(out_, room_ * (size_ + TEV_EVENT_BLOCK_HEADER_SIZE)); }
 
   void deliverBare() {
     const std::size_t size = size_;
@@ -136,8 +127,8 @@ class Delivery {
   std::vector<std::uint8_t> out_;
 };
 
-// A swap that finds so many events in the half that comes back from the host, and the bare clearing
-// of as many bytes.
+// A swap with this number of events in the half that the host returns, and the bare clearing of the
+// same number of bytes.
 class SwapWork {
  public:
   SwapWork(const Shape& shape, std::size_t capacity, std::size_t used)
@@ -145,8 +136,7 @@ class SwapWork {
         used_(used),
         budget_(std::to_string(capacity * size_)),
         options_(samplingOptions()),
-        bytes_(capacity * size_),
-        values_(256) {
+        bytes_(capacity * size_) {
     tev_dict_add(options_.get(), "multipath-max-buffer-size", budget_.c_str());
     collector_ = std::make_unique<events::multipath::Collector>(
         options_.get(), events::multipath::Surroundings{.sdk = &instantSdk(shape)});
@@ -155,7 +145,7 @@ class SwapWork {
 
   void fill() {
     swap();
-    for (std::size_t i = 0; i < used_; ++i) collector_->samplePass(values_.data());
+    for (std::size_t i = 0; i < used_; ++i) collector_->samplePass();
     swap();
   }
   void fillBare() { std::memset(bytes_.data(), 1, used_ * size_); }
@@ -177,7 +167,6 @@ class SwapWork {
   std::string budget_;
   Dict options_;
   std::vector<std::byte> bytes_;
-  std::vector<std::uint32_t> values_;
   std::unique_ptr<events::multipath::Collector> collector_;
   std::vector<events::multipath::EventBuffer*> device_;
   std::vector<events::multipath::EventBuffer*> plane_;

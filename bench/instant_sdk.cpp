@@ -12,7 +12,7 @@ constexpr std::uint32_t kTextLength = 64;
 
 Shape shape;
 std::vector<std::string> lines;
-std::vector<std::uint32_t> devices;  // their numbers; a handle is the address of one
+std::vector<std::uint32_t> devices;  // their numbers; a handle is the address of a number
 std::vector<vuna_devinfo*> list;
 
 template <class Handle>

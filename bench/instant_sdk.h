@@ -1,4 +1,5 @@
-// A device SDK whose every answer costs nothing: a read fills nothing in and just says that it has.
+// A device SDK whose functions take almost no time: a read only reports that it has filled the
+// values.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +10,7 @@
 
 namespace tev::bench {
 
-// How the counters stand in the SDK's list.
+// The order of the counters in the SDK's list.
 enum class Order { contiguous, interleaved, shuffled };
 
 struct Shape {
@@ -22,10 +23,11 @@ struct Shape {
   std::uint32_t countersPerDevice() const { return device_counters + planes * counters_per_plane; }
 };
 
-// Description lines of one device of that shape, in the order asked for; the same on every run.
+// The description lines of one device of this shape, in the requested order. They are the same in
+// every run.
 std::vector<std::string> descriptions(const Shape& shape);
 
-// The functions, playing `shape`. One shape at a time.
+// The functions of an SDK whose devices have this shape. Only one shape can be used at a time.
 const events::multipath::SdkFunctions& instantSdk(const Shape& shape);
 
 // The size of one sample's events.

@@ -1,5 +1,6 @@
-// Delivery: events into the host's serializer, beside a bare loop of a 16-byte header and a copy
-// each; and the swap of the buffers, whose cost is to follow what was used of them.
+// Delivery of events to the host's serializer; the baseline writes a 16-byte header and a copy per
+// event. Also the swap of the buffers, whose cost should be proportional to the used part of the
+// buffers.
 #include <benchmark/benchmark.h>
 
 #include <cstring>
@@ -31,8 +32,8 @@ BENCHMARK(progress)
     ->UseManualTime()
     ->MinTime(0.02);
 
-// `share` percent of a buffer of 8 MiB have been written when it is swapped. The floor clears the
-// same bytes.
+// `share` percent of a buffer of 8 MiB have been written when it is swapped. The baseline clears
+// the same bytes.
 void swap(benchmark::State& state) {
   constexpr std::size_t kEvents = 8192;
   constexpr std::uint32_t kCounters = 256;

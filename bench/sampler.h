@@ -1,4 +1,4 @@
-// The sampling side, with and without the library.
+// The sampling pass, with and without the library.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -18,7 +18,7 @@
 
 namespace tev::bench {
 
-// What comes in a second at an interval of 1 ms: a batch, with the default update.
+// The samples of one second at an interval of 1 ms. With the default update, this is one batch.
 inline constexpr int kPassesPerBatch = 1000;
 
 struct DeleteDict {
@@ -26,7 +26,7 @@ struct DeleteDict {
 };
 using Dict = std::unique_ptr<tev_custom_options, DeleteDict>;
 
-// Options under which a buffer holds the passes of a batch and some more.
+// With these options, a buffer holds the passes of one batch and some more.
 inline Dict samplingOptions() {
   Dict dict(tev_dict_create());
   tev_dict_add(dict.get(), "multipath-sample-interval-usec", "1000");
@@ -40,20 +40,17 @@ inline std::uint64_t realtimeUsec() {
          static_cast<std::uint64_t>(now.tv_nsec) / 1'000;
 }
 
-// The collector, one pass at a time, without its thread.
+// The collector without its thread. The benchmark makes each pass.
 class Sampler {
  public:
   explicit Sampler(const Shape& shape)
-      : collector_(samplingOptions().get(), {.sdk = &instantSdk(shape)}), values_(256) {
+      : collector_(samplingOptions().get(), {.sdk = &instantSdk(shape)}) {
     collector_.initialize();
   }
 
-  void pass() {
-    const std::scoped_lock lock(free_lock_);
-    collector_.samplePass(values_.data());
-  }
+  void pass() { collector_.samplePass(); }
 
-  // Hands out what has been sampled, and then what came before: both halves are empty afterwards.
+  // Swaps the buffers twice, so that both halves are empty afterwards.
   void empty() {
     for (int half = 0; half < 2; ++half) {
       device_.clear();
@@ -66,13 +63,11 @@ class Sampler {
 
  private:
   events::multipath::Collector collector_;
-  std::mutex free_lock_;  // the thread's own is held by nobody here
-  std::vector<std::uint32_t> values_;
   std::vector<events::multipath::EventBuffer*> device_;
   std::vector<events::multipath::EventBuffer*> plane_;
 };
 
-// What a pass comes down to: by hand, without checks, for one shape.
+// The baseline of a pass: a bare loop without checks, for one shape.
 class BareSampler {
  public:
   explicit BareSampler(const Shape& shape)
@@ -90,8 +85,8 @@ class BareSampler {
     }
   }
 
-  // Everything that is looked at is held in locals: the compiler must take every byte written for a
-  // change of the members.
+  // Uses local variables only, because the compiler must assume that every byte written may
+  // change a member.
   void pass() {
     const std::scoped_lock lock(free_lock_);
     const std::uint32_t* const values = values_.data();
@@ -118,7 +113,8 @@ class BareSampler {
     benchmark::ClobberMemory();
   }
 
-  // Clears what was written, as the collector does: the memory is as warm as the collector's then.
+  // Clears the written bytes, as the collector does. The memory is then in the cache, as the
+  // collector's is.
   void empty() {
     for (auto& device : devices_) {
       if (device.next)

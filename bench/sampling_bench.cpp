@@ -1,5 +1,5 @@
-// One sampling pass over all devices, beside a bare loop that gathers the same counters by index
-// into packed records, reads the clock once per device, and takes one free lock.
+// One sampling pass over all devices. The baseline is a bare loop that gathers the same counters by
+// index into packed records, reads the clock once per device, and takes one uncontended lock.
 #include <benchmark/benchmark.h>
 #include <time.h>
 
@@ -18,14 +18,16 @@ void samplingPass(benchmark::State& state) {
   const auto counters = static_cast<std::uint32_t>(state.range(1));
   Shape shape{.devices = static_cast<std::uint32_t>(state.range(0)),
               .order = state.range(3) ? Order::interleaved : Order::contiguous};
-  // The counters are spread evenly over the device's event and the planes'; each plane has one.
+  // The counters are distributed evenly over the device event and the plane events. Each plane
+  // has at least one.
   shape.planes = planes;
   shape.counters_per_plane = planes == 0 ? 0 : std::max(1U, counters / (planes + 1));
   shape.device_counters = counters - planes * shape.counters_per_plane;
 
   Sampler sampler(shape);
   BareSampler bare(shape);
-  // As many as stay in the cache; the buffers are emptied, untimed, before each turn.
+  // The number of passes whose events fit into the cache. The buffers are emptied, untimed,
+  // before each turn.
   constexpr std::size_t kBytesPerTurn = 256 * 1024;
   const std::size_t bytes = sampleSize(shape).sample * shape.devices;
   const auto passes = static_cast<int>(std::clamp<std::size_t>(kBytesPerTurn / bytes, 4, 64));

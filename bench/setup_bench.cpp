@@ -1,5 +1,5 @@
-// Set-up on an instant SDK: construct and initialize, the parsing of counter descriptions, and
-// schemas.
+// Set-up with an SDK that takes almost no time: construct and initialize, the parsing of counter
+// descriptions, and schemas.
 #include <benchmark/benchmark.h>
 
 #include <memory>

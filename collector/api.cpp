@@ -6,6 +6,7 @@
 #include <boost/filesystem/path.hpp>
 #include <stdexcept>
 
+#include "collector/options.h"
 #include "tev/logger.h"
 
 namespace tev::events::multipath {
@@ -13,13 +14,11 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-constexpr char kDefaultTelemetryLibrary[] =
-    "/opt/quorvane/vuna/lib/aarch64-linux-gnu/libvuna_telemetry.so";
 constexpr char kCommonLibrary[] = "libvuna_common.so";
 
 std::string telemetryLibraryOption(const tev_custom_options* options) {
-  for (const char* key : {"multipath-vuna-lib-path", "vuna-telemetry-lib-path"})
-    if (const char* path = tev_dict_get(options, key)) return path;
+  for (const auto* const option : {&kLibraryPath, &kFallbackLibraryPath})
+    if (const char* path = tev_dict_get(options, option->key)) return path;
   return {};
 }
 
@@ -29,8 +28,8 @@ bool exists(const std::string& path) {
   return type != fs::file_not_found && type != fs::status_error;
 }
 
-// A bare name means the file in the current directory, as it did when its existence was checked,
-// and not whatever the loader's search path holds under that name.
+// A name without a directory means the file in the current directory, whose existence was checked,
+// and not a file that the loader finds under that name in its search path.
 void* openLibrary(const std::string& path) {
   const bool bare = path.find('/') == std::string::npos;
   return dlopen((bare ? "./" + path : path).c_str(), RTLD_NOW);
@@ -58,7 +57,7 @@ Api::~Api() {
 }
 
 void Api::loadSymbols(const std::string& path) {
-  const std::string telemetry_path = path.empty() ? kDefaultTelemetryLibrary : path;
+  const std::string telemetry_path = path.empty() ? kFallbackLibraryPath.default_value : path;
   if (!exists(telemetry_path))
     throw std::runtime_error("VUNA lib path does not exist at: " + telemetry_path);
   TEV_LOG_DEBUG("[multipath] VUNA lib path found in: %s", telemetry_path.c_str());
@@ -76,7 +75,7 @@ void Api::loadSymbols(const std::string& path) {
                              "': " + loaderError());
   TEV_LOG_DEBUG("[multipath] VUNA common lib loaded successfully");
 
-  // On failure the common library is left open, and that is meant.
+  // On failure the common library intentionally remains open.
   telemetry_library_ = openLibrary(telemetry_path);
   if (!telemetry_library_)
     throw std::runtime_error("Failed to open VUNA lib '" + telemetry_path + "': " + loaderError());

@@ -15,15 +15,16 @@ struct SdkFunctions {
 #undef TEV_SDK_POINTER
 };
 
-// The device SDK: its two libraries, opened at run time, and its functions. Constructed means
-// bound: every pointer is set. Read-only afterwards, so any thread may call through it.
+// The device SDK: its two libraries, opened at run time, and its functions. The constructor binds
+// every function, so all pointers are set. They do not change afterwards, so any thread may call
+// through them.
 class Api : public SdkFunctions {
  public:
   // Opens the library that "multipath-vuna-lib-path", or else "vuna-telemetry-lib-path", names.
   // std::runtime_error when that fails.
   TEV_API explicit Api(const tev_custom_options* options);
 
-  // Functions bound by the caller; no library is opened.
+  // Uses functions that the caller has bound, and does not open a library.
   explicit Api(const SdkFunctions& functions) : SdkFunctions(functions) {}
 
   TEV_API ~Api();
@@ -34,7 +35,7 @@ class Api : public SdkFunctions {
   // beside it, and binds all functions.
   TEV_API void loadSymbols(const std::string& path);
 
-  // Closes both libraries. The pointers are left as they are.
+  // Closes both libraries. The pointers are not changed.
   TEV_API void unloadSymbols();
 
   // The SDK's name of a status; never null.

@@ -33,7 +33,7 @@ std::uint64_t samplesPerBuffer(const Configuration& configuration, std::uint64_t
   const auto samples =
       samplesPerUpdate(configuration.sample_interval_usec, configuration.update_msec);
   if (samples == 0) return kSamplesWhenRatesDoNotTell;
-  // Twice what one update brings; of many samples only a few to spare, or memory would double too.
+  // Twice the samples of one update. For many samples only a few are added, to save memory.
   return samples > kManySamples ? checkedAdd(samples, kSpareWhenMany) : samples * 2;
 }
 

@@ -2,9 +2,18 @@
 
 #include <algorithm>
 #include <exception>
+#include <new>
+#include <span>
+#include <stdexcept>
+#include <utility>
 
 #include "collector/buffer_sizing.h"
 #include "collector/counter_parser.h"
+#include "collector/device_finder.h"
+#include "collector/device_selection.h"
+#include "collector/interface_names.h"
+#include "collector/sdk_log.h"
+#include "collector/slot_reader.h"
 #include "src/support/checked.h"
 #include "tev/logger.h"
 
@@ -18,26 +27,36 @@ Collector::Collector(const tev_custom_options* options) : Collector(options, Sur
 Collector::Collector(const tev_custom_options* options, const Surroundings& surroundings)
     : api_(surroundings.sdk ? Api(*surroundings.sdk) : Api(options)),
       configuration_(readConfiguration(options)),
-      clock_(*surroundings.clock),
-      roots_(surroundings.roots) {
+      roots_(surroundings.roots),
+      sampler_(api_, *surroundings.clock,
+               {.interval_usec = configuration_.sample_interval_usec,
+                .clear_counters = configuration_.clear_sampled_counters}) {
   setSDKLogs(configuration_.sdk_log_level);
   logConfiguration(configuration_);
 }
 
 Collector::~Collector() {
-  // The devices are about to be closed under the thread's feet.
-  if (sampling_thread_.joinable()) std::terminate();
+  // The thread may be reading the devices that are about to be closed.
+  if (sampler_.isRunning()) {
+    TEV_LOG_ERROR("[multipath] finalize without stop: the process ends");
+    std::terminate();
+  }
   giveBackDevices();
 }
 
 bool Collector::initialize() {
-  if (!devices_.empty()) {  // whose buffers and names may be in use
+  if (!devices_.empty()) {  // their buffers and names may be in use
     TEV_LOG_ERROR("[multipath] The collector has been initialized already");
     return false;
   }
   try {
     if (!setDevices(configuration_.devices)) {
       TEV_LOG_DEBUG("[multipath] Failed to set devices");
+      return false;
+    }
+    makeRoomForValues();
+    if (devices_.empty()) {
+      giveBackDevices();
       return false;
     }
     setFieldsLengths();
@@ -49,21 +68,112 @@ bool Collector::initialize() {
   }
 }
 
-void Collector::giveBackDevices() noexcept {
-  for (const auto& dev : devices_) {
-    if (dev.context) {
-      api_.vuna_telemetry_mp_stop(dev.context);
-      api_.vuna_telemetry_mp_destroy(dev.context);
-    }
-    if (dev.device) api_.vuna_dev_close(dev.device);
+void Collector::giveBack(const DevCtx& dev) noexcept {
+  if (dev.context) {
+    api_.vuna_telemetry_mp_stop(dev.context);
+    api_.vuna_telemetry_mp_destroy(dev.context);
   }
+  if (dev.device) api_.vuna_dev_close(dev.device);
+}
+
+void Collector::giveBackDevices() noexcept {
+  sampler_.setDevices({});
+  for (const auto& dev : devices_) giveBack(dev);
   devices_.clear();
+  device_name_length_ = 0;
   if (device_list_) api_.vuna_devinfo_destroy_list(device_list_);
   device_list_ = nullptr;
 }
 
+bool Collector::setDevices(const std::string& devices) {
+  const DeviceSelection selection(devices);
+  InterfaceNames interfaces;
+  getRdmaDevNameToNetworkInterfaceMap(interfaces);
+
+  device_list_ = nullptr;
+  std::uint32_t count = 0;
+  if (const auto status = api_.vuna_devinfo_create_list(&device_list_, &count)) {
+    TEV_LOG_DEBUG("[multipath] Failed to create device list: %s", api_.errorName(status));
+    device_list_ = nullptr;
+    return false;
+  }
+  if (!device_list_) count = 0;  // whatever count the SDK reports
+  DeviceFinder(api_, selection, interfaces)
+      .find(std::span(device_list_, count), [this](auto* device, auto* context, const auto& name) {
+        return keepDevice(device, context, name);
+      });
+  if (!devices_.empty()) return true;
+
+  giveBackDevices();
+  TEV_LOG_DEBUG("[multipath] No devices found for MP");
+  return false;
+}
+
+// An invalid answer excludes only the device that gave it.
+bool Collector::keepDevice(vuna_dev* device, vuna_telemetry_mp* context, const std::string& name) {
+  DevCtx dev(device, context, name);
+  const auto refuse = [&](const char* reason) {
+    TEV_LOG_WARNING("[multipath] Skipping device %s: %s", name.c_str(), reason);
+    return false;
+  };
+  const auto read_slot = [&] {
+    try {
+      return setActiveAlgoSlotInfo(dev);
+    } catch (const std::length_error& error) {
+      return refuse(error.what());
+    } catch (const std::out_of_range&) {
+      return refuse("the plane number of a counter is out of range");
+    }
+  };
+  if (!read_slot()) {
+    TEV_LOG_WARNING("[multipath] Could not set active algo slot info for device %s", name.c_str());
+    return false;
+  }
+  devices_.push_back(std::move(dev));
+  return true;
+}
+
+void Collector::getRdmaDevNameToNetworkInterfaceMap(std::map<std::string, std::string>& map) {
+  readInterfaceNames(roots_, map);
+}
+
+bool Collector::setActiveAlgoSlotInfo(DevCtx& dev) {
+  return SlotReader(api_, dev.device, dev.context, dev.name.c_str()).readActiveSlot(dev.slot_info);
+}
+
+bool Collector::setSlotInfo(DevCtx& dev, unsigned char slot, const vuna_devinfo* devinfo,
+                            unsigned int algo_id) {
+  return SlotReader(api_, dev.device, dev.context, dev.name.c_str())
+      .readSlot(dev.slot_info, slot, devinfo, algo_id);
+}
+
 void Collector::parseCounterMeta(SlotInfo& slot) {
   parseCounters(slot);
+}
+
+void Collector::setSDKLogs(const std::string& level) {
+  routeSdkLog(api_, level);
+}
+
+// A device is released when its values do not fit into memory.
+void Collector::makeRoomForValues() {
+  // Counters have 8-bit indexes. A device that does not report its maximum stays below this one.
+  if (!sampler_.makeRoomFor(kMaxCounters)) throw std::bad_alloc();
+  std::erase_if(devices_, [this](const DevCtx& dev) {
+    std::uint32_t max_num = 0;
+    if (const vuna_devinfo* const devinfo = api_.vuna_dev_as_devinfo(dev.device); !devinfo)
+      TEV_LOG_WARNING("[multipath] Could not get device info for device %s", dev.name.c_str());
+    else if (const auto status = api_.vuna_telemetry_mp_cap_get_max_num_counters(devinfo, &max_num))
+      TEV_LOG_WARNING("[multipath] Could not get max num counters for device %s: %s",
+                      dev.name.c_str(), api_.errorName(status));
+
+    const std::uint32_t needed = std::max(max_num, dev.slot_info.num_counters);
+    if (sampler_.makeRoomFor(needed)) return false;
+    TEV_LOG_WARNING("[multipath] Skipping device %s: no memory for the %u counters of a read",
+                    dev.name.c_str(), needed);
+    giveBack(dev);
+    return true;
+  });
 }
 
 void Collector::setFieldsLengths() {
@@ -73,39 +183,69 @@ void Collector::setFieldsLengths() {
 }
 
 void Collector::setDataBuffers() {
+  std::vector<SampledDevice*> sampled_devices;
   for (auto& dev : devices_) {
     const auto& slot = dev.slot_info;
-    dev.device_layout = EventLayout::ofDevice(slot, dev.name, device_name_length_);
-    dev.plane_layout = EventLayout::ofPlane(slot, dev.name, device_name_length_);
-    for (const DevCtx* earlier = devices_.data(); earlier != &dev; ++earlier) {
-      dev.device_layout.shareCopiesOf(earlier->device_layout);
-      dev.plane_layout.shareCopiesOf(earlier->plane_layout);
+    auto& sampled = dev.sampled;
+    sampled.name = dev.name;
+    sampled.context = dev.context;
+    sampled.slot = slot.slot;
+    sampled.num_declared = slot.num_counters;
+    sampled.num_counters = slot.counters.size();
+    sampled.device_layout = EventLayout::ofDevice(slot, dev.name, device_name_length_);
+    sampled.plane_layout = EventLayout::ofPlane(slot, dev.name, device_name_length_);
+    for (const auto* const earlier : sampled_devices) {
+      sampled.device_layout.sharePlanOf(earlier->device_layout);
+      sampled.plane_layout.sharePlanOf(earlier->plane_layout);
     }
-    const std::size_t device_size = dev.device_layout.size();
-    const std::size_t plane_size = dev.plane_layout.size();
+    sampled_devices.push_back(&sampled);
 
+    const std::size_t device_size = sampled.device_layout.size();
+    const std::size_t plane_size = sampled.plane_layout.size();
     const std::size_t max_events =
         samplesPerBuffer(configuration_, device_size + plane_size * slot.num_planes);
     const std::size_t max_plane_events = support::checkedMultiply(max_events, slot.num_planes);
-
     TEV_LOG_DEBUG("[multipath] Device %s: device event size %zu, max events %zu (double buffer)",
                   dev.name.c_str(), device_size, max_events);
-    for (auto& half : dev.halves)
-      half.device = std::make_shared<EventBuffer>(device_size, max_events);
-
+    sampled.buffers.makeDeviceBuffers(device_size, max_events);
     TEV_LOG_DEBUG(
         "[multipath] Device %s: plane event size %zu, max events %zu (double buffer, %zu planes)",
         dev.name.c_str(), plane_size, max_plane_events, std::size_t{slot.num_planes});
-    for (auto& half : dev.halves)
-      half.plane = std::make_shared<EventBuffer>(plane_size, max_plane_events);
+    sampled.buffers.makePlaneBuffers(plane_size, max_plane_events);
 
-    if (const auto& planes = dev.plane_layout.differingPlanes(); !planes.empty())
+    if (const auto& planes = sampled.plane_layout.differingPlanes(); !planes.empty())
       TEV_LOG_WARNING(
           "[multipath] Device %s: the counters of %zu of %u planes, plane %u the first, are not "
-          "those that the plane event has fields for, in their order: what they lack reads zero, "
-          "what they have beyond is cut",
+          "those that the plane event has fields for, in their order: where one is missing, the "
+          "counters behind it stand under the names of others and the last fields read zero; "
+          "counters beyond the fields are cut",
           dev.name.c_str(), planes.size(), slot.num_planes, planes.front());
   }
+  sampler_.setDevices(std::move(sampled_devices));
+}
+
+bool Collector::start() {
+  sampler_.start();
+  return true;
+}
+
+bool Collector::stop() {
+  sampler_.stop();
+  return true;
+}
+
+void Collector::getData(std::vector<EventBuffer*>& device_buffers,
+                        std::vector<EventBuffer*>& plane_buffers) {
+  sampler_.swap(device_buffers, plane_buffers);
+}
+
+void Collector::collectData() {
+  sampler_.run();
+}
+
+tev_multipath_ledger_t Collector::ledger(std::size_t index) const {
+  const auto& sampled = devices_.at(index).sampled;
+  return record(sampled.ledger, sampler_.passes(), sampled.buffers.capacityBytes());
 }
 
 namespace {
@@ -126,18 +266,18 @@ void releaseTexts(std::vector<std::string>& texts) {
 
 tev_type_field_info_t* Collector::getDeviceEventFields(unsigned long device_index,
                                                        unsigned long& num_fields) {
-  return copyFields(devices_.at(device_index).device_layout, num_fields);
+  return copyFields(devices_.at(device_index).sampled.device_layout, num_fields);
 }
 
 tev_type_field_info_t* Collector::getPlaneEventFields(unsigned long device_index,
                                                       unsigned long& num_fields) {
-  return copyFields(devices_.at(device_index).plane_layout, num_fields);
+  return copyFields(devices_.at(device_index).sampled.plane_layout, num_fields);
 }
 
 void Collector::clearEventFieldStorage() {
   for (auto& dev : devices_) {
-    dev.device_layout.forgetFields();
-    dev.plane_layout.forgetFields();
+    dev.sampled.device_layout.forgetFields();
+    dev.sampled.plane_layout.forgetFields();
     releaseTexts(dev.slot_info.device_counter_names);
     releaseTexts(dev.slot_info.device_counter_descriptions);
     releaseTexts(dev.slot_info.plane_counter_names);

@@ -1,30 +1,31 @@
 #include "collector/configuration.h"
 
+#include "collector/options.h"
 #include "tev/logger.h"
 
 namespace tev::events::multipath {
 namespace {
 
-const char* valueOr(const tev_custom_options* options, const char* key, const char* fallback) {
-  const char* const value = tev_dict_get(options, key);
-  return value ? value : fallback;
+const char* valueOf(const tev_custom_options* options, const Option& option) {
+  const char* const value = tev_dict_get(options, option.key);
+  return value ? value : option.default_value;
 }
 
-std::uint64_t number(const tev_custom_options* options, const char* key, const char* fallback) {
-  return std::stoull(valueOr(options, key, fallback));
+std::uint64_t numberOf(const tev_custom_options* options, const Option& option) {
+  return std::stoull(valueOf(options, option));
 }
 
 }  // namespace
 
 Configuration readConfiguration(const tev_custom_options* options) {
   Configuration configuration;
-  configuration.sample_interval_usec = number(options, "multipath-sample-interval-usec", "1000000");
-  configuration.max_buffer_size = number(options, "multipath-max-buffer-size", "0");
-  configuration.update_msec = number(options, "update", "1000");
+  configuration.sample_interval_usec = numberOf(options, kSampleInterval);
+  configuration.max_buffer_size = numberOf(options, kMaxBufferSize);
+  configuration.update_msec = numberOf(options, kUpdate);
   configuration.clear_sampled_counters =
-      tev_string_to_boolean(valueOr(options, "multipath-clear-sampled-counters", "false"));
-  configuration.sdk_log_level = valueOr(options, "multipath-sdk-log-level", "warning");
-  configuration.devices = valueOr(options, "multipath-devices", "");
+      tev_string_to_boolean(valueOf(options, kClearSampledCounters));
+  configuration.sdk_log_level = valueOf(options, kSdkLogLevel);
+  configuration.devices = valueOf(options, kDevices);
   return configuration;
 }
 

@@ -7,18 +7,18 @@
 
 namespace tev::events::multipath {
 
-// What the host's options say to the collector.
+// The collector's settings, read from the host's options.
 struct Configuration {
   std::uint64_t sample_interval_usec = 0;
-  std::uint64_t max_buffer_size = 0;  // bytes per buffer of a device; 0: follows from the rates
-  std::uint64_t update_msec = 0;      // sizes the buffers, nothing else
+  std::uint64_t max_buffer_size = 0;  // bytes per buffer of a device; 0: from interval and update
+  std::uint64_t update_msec = 0;      // only determines the size of the buffers
   bool clear_sampled_counters = false;
   std::string sdk_log_level;
   std::string devices;  // unparsed; empty: every device
 };
 
-// Missing options take their defaults. std::invalid_argument or std::out_of_range, both with the
-// message "stoull", for a number that is none or exceeds 64 bits.
+// Missing options have their defaults. Throws std::invalid_argument for a text that is not a number
+// and std::out_of_range for a number beyond 64 bits, both with the message "stoull".
 Configuration readConfiguration(const tev_custom_options* options);
 
 // Logs the summary at info level.

@@ -16,7 +16,7 @@ using boost::algorithm::trim_copy;
 constexpr std::string_view kPlaneWord = "plane ";
 constexpr std::string_view kPlaneSuffix = ", plane ";
 
-// The plane that a description ends in; nothing when there is no "plane " or it is ambiguous.
+// The plane number at the end of a description; nothing when "plane " is missing or ambiguous.
 std::optional<std::uint8_t> planeOf(const std::string& name, const std::string& description) {
   const auto word = description.rfind(kPlaneWord);
   if (word == std::string::npos) return std::nullopt;

@@ -6,11 +6,12 @@
 
 namespace tev::events::multipath {
 
-// Which devices are to be sampled: all of them, or those of a list of names.
+// Selects the devices to be sampled: all of them, or those in a list of names.
 class DeviceSelection {
  public:
-  // Empty: all. Else names between commas; white space around them and empty ones are dropped, so
-  // that a text of nothing else selects no device.
+  // An empty text selects all devices. Otherwise the text is a list of names separated by commas.
+  // White space around names and empty names are dropped, so a text with only commas and white
+  // space does not select any device.
   explicit DeviceSelection(std::string_view text);
 
   bool all() const { return all_; }

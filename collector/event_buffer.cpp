@@ -13,7 +13,8 @@ EventBuffer::EventBuffer(unsigned long event_size_, unsigned long max_events_)
   timestamps.reserve(max_events);
   capacity_bytes = support::checkedMultiply(event_size, max_events);
   if (capacity_bytes == 0) return;
-  // calloc leaves large blocks to the kernel's zero pages: what is never written costs no memory.
+  // calloc uses the kernel's zero pages for large blocks: pages that are never written do not use
+  // memory.
   data.reset(static_cast<std::byte*>(std::calloc(support::checkedAdd(capacity_bytes, kSlack), 1)));
   if (!data) throw std::bad_alloc();
 }

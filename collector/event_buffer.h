@@ -10,16 +10,17 @@
 
 namespace tev::events::multipath {
 
-// A fixed-capacity store of events of one size, back to back, each with a time stamp.
+// A fixed-capacity store of contiguous events of one size, each with a time stamp.
 //
-// While it is being filled, every byte from `write_offset` on is zero, so that an appended event
-// starts out zero-filled. Nothing is allocated after construction.
+// While it is being filled, every byte from `write_offset` on is zero, so that an appended event is
+// initially zero. It does not allocate after construction.
 class EventBuffer {
  public:
-  // Bytes behind the last event that may be written too, with zeros.
+  // Bytes after the last event that may also be written, but only with zeros.
   static constexpr std::size_t kSlack = 16;
 
-  // std::length_error when the sizes exceed what memory can hold, std::bad_alloc when it does not.
+  // Throws std::length_error when the sizes exceed the address space, and std::bad_alloc when
+  // memory is short.
   TEV_API EventBuffer(unsigned long event_size, unsigned long max_events);
   TEV_API ~EventBuffer();
   EventBuffer(const EventBuffer&) = delete;
@@ -27,7 +28,8 @@ class EventBuffer {
 
   bool hasRoomFor(std::uint64_t events) const noexcept { return events <= max_events - num_events; }
 
-  // The place of so many more events, which there must be room for. Null when events have no bytes.
+  // The place for this number of further events, for which there must be room. Null when events
+  // have a size of 0.
   std::byte* append(std::uint64_t events, std::uint64_t timestamp_usec) noexcept {
     assert(hasRoomFor(events));
     std::byte* const first = data.get() + write_offset;
@@ -42,7 +44,10 @@ class EventBuffer {
     return data.get() + index * event_size;
   }
 
-  // Empties the buffer and zeroes what was written to it.
+  // Ends the filling. Reading then begins with the first event.
+  void rewind() noexcept { write_offset = 0; }
+
+  // Empties the buffer and sets the bytes that were written to zero.
   void clear() noexcept;
 
   std::uint64_t event_size;  // bytes

@@ -58,7 +58,7 @@ EventLayout EventLayout::ofPlane(const SlotInfo& slot, std::string_view name,
   return layout;
 }
 
-// In each event the counters stand in their order; those that it has no room for are left out.
+// In each event the counters are in their own order. Counters beyond its last field are dropped.
 void EventLayout::addCounters(const SlotInfo& slot) {
   const std::uint64_t room = (size_ - counters_offset_) / kCounterSize;
   std::vector<std::vector<std::uint8_t>> indexes(num_events_);
@@ -67,42 +67,10 @@ void EventLayout::addCounters(const SlotInfo& slot) {
     auto& of_event = indexes[of_planes_ ? counter.plane : 0];
     if (of_event.size() < room) of_event.push_back(static_cast<std::uint8_t>(counter.index));
   }
-  Copies copies;
+  CopyPlan plan;
   for (std::uint64_t event = 0; event < num_events_; ++event)
-    copies.addEvent(indexes[event], static_cast<std::uint32_t>(event * size_ + counters_offset_));
-  copies_ = std::make_shared<const Copies>(std::move(copies));
-}
-
-void EventLayout::Copies::addEvent(const std::vector<std::uint8_t>& indexes, std::uint32_t to) {
-  const auto place = [to](std::size_t counter) {
-    return static_cast<std::uint32_t>(to + counter * kCounterSize);
-  };
-  std::vector<Run> in_runs;
-  for (std::size_t i = 0; i < indexes.size(); ++i) {
-    if (!in_runs.empty() && in_runs.back().from + in_runs.back().count == indexes[i])
-      ++in_runs.back().count;
-    else
-      in_runs.push_back({.to = place(i), .count = 1, .from = indexes[i]});
-  }
-  // So many counters a run pay for the call that copies it (measured).
-  constexpr std::size_t kWorthACall = 16;
-  if (in_runs.size() * kWorthACall <= indexes.size()) {
-    runs.insert(runs.end(), in_runs.begin(), in_runs.end());
-    return;
-  }
-  constexpr std::size_t kFour = 4;
-  if (indexes.size() < kFour) {
-    for (std::size_t i = 0; i < indexes.size(); ++i)
-      singles.push_back({.to = place(i), .from = indexes[i]});
-    return;
-  }
-  for (std::size_t i = 0; i < indexes.size(); i += kFour) {
-    // The last four may write again what those before them wrote.
-    const std::size_t first = std::min(i, indexes.size() - kFour);
-    Four four{.to = place(first), .from = {}};
-    std::copy_n(&indexes[first], kFour, four.from.begin());
-    fours.push_back(four);
-  }
+    plan.addEvent(indexes[event], static_cast<std::uint32_t>(event * size_ + counters_offset_));
+  plan_ = std::make_shared<const CopyPlan>(std::move(plan));
 }
 
 void EventLayout::addField(const char* name, const char* description, const char* type,
@@ -115,8 +83,8 @@ void EventLayout::addField(const char* name, const char* description, const char
   size_ += type_size * count;
 }
 
-// An event has room for `count` counters, and as many of them are described as there are names for:
-// with names that repeat inside a plane there are fewer.
+// An event has room for `count` counters. The number of described fields is the number of names,
+// which is lower when names are repeated within a plane.
 void EventLayout::addCounterFields(const std::vector<std::string>& names,
                                    const std::vector<std::string>& descriptions,
                                    std::uint32_t count) {

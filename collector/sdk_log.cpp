@@ -1,58 +1,50 @@
-// Routes the SDK's own diagnostics to standard error.
+#include "collector/sdk_log.h"
 
 #include <atomic>
 #include <cstdio>
 #include <optional>
 #include <string_view>
 
-#include "collector/collector.h"
 #include "tev/logger.h"
 
 namespace tev::events::multipath {
 namespace {
 
-struct LevelWord {
-  std::string_view word;
-  std::uint32_t number;
-};
-
-constexpr LevelWord kLevelWords[] = {
-    {"disable", 10}, {"crit", 20},  {"error", 30}, {"warning", 40},
-    {"info", 50},    {"debug", 60}, {"trace", 70},
-};
+constexpr char kFunction[] = "setSDKLogs";  // in messages
 
 std::optional<std::uint32_t> levelNumber(std::string_view word) {
-  for (const auto& level : kLevelWords)
+  for (const auto& level : kSdkLogLevels)
     if (level.word == word) return level.number;
   return std::nullopt;
 }
 
-// One backend per process, whichever collector comes first; it lives as long as the process.
+// One backend per process, created by the first collector. It exists until the process ends.
 std::atomic<bool> sdk_logger_set{false};
 
 }  // namespace
 
-void Collector::setSDKLogs(const std::string& level) {
+void routeSdkLog(const Api& api, const std::string& level) {
   const auto number = levelNumber(level);
   if (!number) {
-    TEV_LOG_WARNING("[multipath] [%s] Invalid SDK logs level: %s", __func__, level.c_str());
+    TEV_LOG_WARNING("[multipath] [%s] Invalid SDK logs level: %s", kFunction, level.c_str());
     return;
   }
-  // Set before the backend exists: a creation that fails is not tried again by a later collector.
+  // Set before the backend is created, so that a later collector does not retry a creation that
+  // failed.
   if (sdk_logger_set.exchange(true)) {
-    TEV_LOG_DEBUG("[multipath] [%s] SDK logger already set", __func__);
+    TEV_LOG_DEBUG("[multipath] [%s] SDK logger already set", kFunction);
     return;
   }
   vuna_log_backend* backend = nullptr;
-  const auto status = api_.vuna_log_backend_create_with_file_sdk(stderr, &backend);
+  const auto status = api.vuna_log_backend_create_with_file_sdk(stderr, &backend);
   if (status != kVunaSuccess || !backend) {
-    TEV_LOG_WARNING("[multipath] [%s] Could not create SDK logs: %s", __func__,
-                    api_.errorName(status));
+    TEV_LOG_WARNING("[multipath] [%s] Could not create SDK logs: %s", kFunction,
+                    api.errorName(status));
     return;
   }
-  if (const auto refused = api_.vuna_log_backend_set_sdk_level(backend, *number)) {
-    TEV_LOG_WARNING("[multipath] [%s] Could not set SDK logs level '%s': %s", __func__,
-                    level.c_str(), api_.errorName(refused));
+  if (const auto refused = api.vuna_log_backend_set_sdk_level(backend, *number)) {
+    TEV_LOG_WARNING("[multipath] [%s] Could not set SDK logs level '%s': %s", kFunction,
+                    level.c_str(), api.errorName(refused));
   }
 }
 

@@ -6,13 +6,13 @@
 
 namespace tev::events::multipath {
 
-// Slots, counters and planes are 8-bit numbers to the SDK and in the events: no more than these are
-// looked at.
+// Slots, counters and planes are 8-bit numbers in the SDK and in the events. Higher numbers are
+// ignored.
 inline constexpr std::uint32_t kMaxSlots = 256;
 inline constexpr std::uint32_t kMaxCounters = 256;
 inline constexpr std::uint32_t kMaxPlanes = 256;
 
-// One counter, as its description line tells.
+// One counter, as described by its description line.
 struct CounterMeta {
   std::string name;
   std::string description;
@@ -33,7 +33,7 @@ struct SlotInfo {
   std::uint32_t num_planes = 0;          // highest plane plus one
   std::vector<std::string> device_counter_names;
   std::vector<std::string> device_counter_descriptions;
-  std::vector<std::string> plane_counter_names;  // each once, in order of first appearance
+  std::vector<std::string> plane_counter_names;  // without duplicates, in order of first appearance
   std::vector<std::string> plane_counter_descriptions;
 };
 

@@ -1,9 +1,12 @@
-// The C functions through which a host drives the plug-in. None lets an exception out.
+// The C functions with which a host uses the plug-in. Exceptions do not leave them.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 
+#include "collector/options.h"
 #include "provider/provider.h"
 #include "src/support/guard.h"
 #include "src/support/malloc_ptr.h"
@@ -37,7 +40,8 @@ tev_event_provider_t* construct_event_provider(const tev_custom_options* options
     TEV_LOG_ERROR("[multipath] Failed to allocate base_provider");
     return nullptr;
   }
-  // Exceptions of other kinds than the standard ones are not the plug-in's, and pass.
+  // Exceptions that are not derived from std::exception do not come from the plug-in and are
+  // passed on.
   try {
     record->context = new Provider(options);
   } catch (const std::exception& error) {
@@ -64,8 +68,9 @@ bool multipath_event_provider_initialize(tev_event_provider_t* provider,
       kTag);
 }
 
-bool multipath_event_provider_start(tev_event_provider_t* /*provider*/) {
-  return true;  // sampling began with initialize
+bool multipath_event_provider_start(tev_event_provider_t* provider) {
+  // Sampling began with initialize.
+  return !provider || !provider->context || providerOf(provider).isInItsProcess();
 }
 
 int multipath_event_provider_progress(tev_event_provider_t* provider, uint16_t source_index,
@@ -87,6 +92,8 @@ bool multipath_event_provider_stop(tev_event_provider_t* provider) {
 
 void multipath_event_provider_finalize(tev_event_provider_t* provider) {
   if (!provider) return;
+  // In another process, everything belongs to the parent, including the memory of this copy.
+  if (provider->context && !providerOf(provider).isInItsProcess()) return;
   delete static_cast<Provider*>(provider->context);
   std::free(provider);
 }
@@ -117,23 +124,62 @@ bool multipath_event_provider_get_source_config(tev_event_provider_t* /*provider
   return true;
 }
 
-bool multipath_event_provider_get_sample_counts(tev_event_provider_t* provider,
-                                                uint32_t device_index, const char** device_name,
-                                                tev_multipath_sample_counts_t* counts) {
+namespace {
+
+// The caller's record may be of an earlier or a later version. The fields that both versions have
+// are filled in, and the bytes after them in the caller's record are set to zero.
+template <class Record>
+void fillIn(Record* callers, std::size_t size, const Record& record) {
+  if (size == 0) return;
+  std::memset(static_cast<void*>(callers), 0, size);
+  std::memcpy(static_cast<void*>(callers), &record, std::min(size, sizeof record));
+}
+
+// Reads the ledger of one device, or of all devices together. False when there is no such device.
+bool readLedger(tev_event_provider_t* provider, std::uint32_t device_index,
+                const char** device_name, tev_multipath_ledger_t& ledger) {
   const auto& collector = providerOf(provider).collector();
   if (device_name) *device_name = nullptr;
-  *counts = {};
+  ledger = {};
+  // A fork may have come in the middle of a change of the ledger.
+  if (!providerOf(provider).isInItsProcess()) return false;
   if (device_index == TEV_ALL_DEVICES) {
-    for (std::size_t device = 0; device < collector.numDevices(); ++device) {
-      const auto of_device = collector.sampleCounts(device);
-      counts->taken += of_device.taken;
-      counts->lost += of_device.lost;
-      counts->failed += of_device.failed;
-    }
+    for (std::size_t device = 0; device < collector.numDevices(); ++device)
+      tev::events::multipath::add(ledger, collector.ledger(device));
     return true;
   }
   if (device_index >= collector.numDevices()) return false;
   if (device_name) *device_name = collector.devices()[device_index].name.c_str();
-  *counts = collector.sampleCounts(device_index);
+  ledger = collector.ledger(device_index);
   return true;
+}
+
+}  // namespace
+
+bool multipath_event_provider_get_sample_counts(tev_event_provider_t* provider,
+                                                uint32_t device_index, const char** device_name,
+                                                tev_multipath_sample_counts_t* counts) {
+  tev_multipath_ledger_t ledger;
+  const bool found = readLedger(provider, device_index, device_name, ledger);
+  *counts = {.taken = ledger.taken,
+             .lost = ledger.buffer_full,
+             .failed = ledger.read_refused + ledger.nothing_filled};
+  return found;
+}
+
+bool multipath_event_provider_get_ledger(tev_event_provider_t* provider, uint32_t device_index,
+                                         const char** device_name, tev_multipath_ledger_t* ledger,
+                                         size_t size) {
+  tev_multipath_ledger_t whole;
+  const bool found = readLedger(provider, device_index, device_name, whole);
+  fillIn(ledger, size, whole);
+  return found;
+}
+
+bool multipath_event_provider_get_option(uint32_t index, tev_multipath_option_t* option,
+                                         size_t size) {
+  const auto options = tev::events::multipath::options();
+  const bool found = index < options.size();
+  fillIn(option, size, found ? options[index] : tev_multipath_option_t{});
+  return found;
 }

@@ -11,10 +11,10 @@
 
 namespace tev::events::multipath {
 
-// A kind of event: what its types are called, and which of their fields are the key.
+// A kind of event: the names of its types, and the fields that are their key.
 struct EventKind {
   const char* word;       // in messages
-  const char* type_name;  // of the only type; several are numbered
+  const char* type_name;  // of a single type; several types get numbers
   std::span<const char* const> key_fields;
 };
 extern const EventKind kDeviceEvents;
@@ -25,14 +25,14 @@ class EventTypes {
  public:
   explicit EventTypes(const EventKind& kind) : kind_(kind) {}
 
-  // Adds the layout of the next device; one that is known already is dropped.
+  // Adds the layout of the next device. A layout that is already known is not added again.
   void add(std::unique_ptr<tev_type_field_info_t[]> fields, std::size_t count);
 
-  // Adds a type per layout to the schema, by ascending signature; false at the first that is
-  // refused.
+  // Adds a type per layout to the schema, in ascending order of signatures. Returns false at the
+  // first type that is refused.
   bool registerAll(tev_schema_t& schema);
 
-  // The type of each device's events, in the order of the devices; 0 for one that was not
+  // The type of each device's events, in the order of the devices; 0 for a type that was not
   // registered.
   std::vector<std::uint8_t> idsByDevice() const;
 

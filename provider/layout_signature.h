@@ -8,8 +8,8 @@
 
 namespace tev::events::multipath {
 
-// A number by which equal event layouts are recognised: FNV-1a, 64 bits, over the texts of all
-// fields. A field that lacks its name, description or type ends the text there.
+// A number that identifies equal event layouts: FNV-1a, 64 bits, over the texts of all fields. A
+// field without a name, description or type ends the text.
 std::uint64_t layoutSignature(std::span<const tev_type_field_info_t> fields);
 
 }  // namespace tev::events::multipath

@@ -1,9 +1,10 @@
 #include "provider/provider.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "provider/event_types.h"
-#include "src/data/serializer/block_writer.h"
+#include "src/serializer/block_writer.h"
 #include "src/support/clock.h"
 #include "src/support/log_throttle.h"
 #include "tev/logger.h"
@@ -12,14 +13,16 @@ namespace tev::events::multipath {
 namespace {
 
 support::LogThrottle collector_failure_throttle;
+support::LogThrottle small_serializer_throttle;
 
 bool isEmpty(const EventBuffer* buffer) {
   return buffer->num_events == 0;
 }
 
-// Writes what the host has not been given yet, event by event, until the serializer takes no more.
-// The last answer of the writer; 1 when all is written. What does not change from one event to the
-// next is held here: the compiler must take every write to the host's buffer for a change.
+// Writes the events that the host has not received yet, one by one, until the serializer is full.
+// Returns the last result of the writer; 1 when all events are written. Values that are the same
+// for all events are kept in local variables, because the compiler must assume that every write to
+// the host's buffer may change a member.
 int writeEvents(EventBuffer& buffer, common::BlockWriter writer) {
   const std::uint64_t event_size = buffer.event_size;
   const std::byte* event = buffer.at(buffer.read_index);
@@ -45,12 +48,27 @@ Provider::Provider(const tev_custom_options* options, const Surroundings& surrou
     : collector_(std::make_shared<Collector>(options, surroundings)) {}
 
 bool Provider::initialize(tev_event_provider_t* provider, tev_type_system_t* type_system) {
+  if (!isInItsProcess()) return false;
   if (!collector_->initialize()) {
     if (tev_log_enabled(TEV_LEVEL_INFO) &&
         collector_failure_throttle.admit(support::realtimeUsec()))
       TEV_LOG_INFO("[multipath] Failed to initialize collector");
     return false;
   }
+  try {
+    if (registerTypes(provider, type_system)) {
+      collector_->start();
+      return true;
+    }
+  } catch (...) {
+    collector_->giveBackDevices();
+    throw;
+  }
+  collector_->giveBackDevices();
+  return false;
+}
+
+bool Provider::registerTypes(tev_event_provider_t* provider, tev_type_system_t* type_system) {
   const std::size_t num_devices = collector_->numDevices();
   if (num_devices == 0) {
     TEV_LOG_ERROR("[multipath] No devices found");
@@ -79,19 +97,24 @@ bool Provider::initialize(tev_event_provider_t* provider, tev_type_system_t* typ
   device_types.releaseFields();
   plane_types.releaseFields();
   collector_->clearEventFieldStorage();
-  if (!registered) return false;
-
-  collector_->start();
-  return true;
+  return registered;
 }
 
 void Provider::stop() {
-  collector_->stop();
+  if (isInItsProcess()) collector_->stop();
 }
 
-// False, with nothing pending, when the collector hands out something else than a pair per device.
+bool Provider::isInItsProcess() {
+  if (process_.isCurrent()) return true;
+  if (!std::exchange(said_foreign_, true))
+    TEV_LOG_ERROR("[multipath] The provider belongs to the parent process and cannot be used here");
+  return false;
+}
+
+// Returns false, with no batch pending, when the collector does not return one pair of buffers per
+// device.
 bool Provider::takeBatch() {
-  // All that may throw comes first: a batch that is pending has its flags.
+  // Code that may throw comes first, so that a pending batch always has its flags.
   const std::size_t num_devices = collector_->numDevices();
   device_done_.assign(num_devices, false);
   plane_done_.assign(num_devices, false);
@@ -116,6 +139,14 @@ void Provider::dropBatch() {
 }
 
 int Provider::progress(unsigned short /*source_index*/, tev_data_serializer_t* serializer) {
+  if (!isInItsProcess()) return TEV_PROGRESS_FAILED;
+  // Checked first, so that this batch contains all samples taken before the end of the thread.
+  const bool ended = collector_->samplingFailed();
+  const int result = deliver(serializer);
+  return ended && result == TEV_PROGRESS_DONE ? TEV_PROGRESS_FAILED : result;
+}
+
+int Provider::deliver(tev_data_serializer_t* serializer) {
   if (device_buffers_.empty() && plane_buffers_.empty()) {
     if (!takeBatch()) return TEV_PROGRESS_FAILED;
     if (allSet(device_done_) && allSet(plane_done_)) {
@@ -130,6 +161,22 @@ int Provider::progress(unsigned short /*source_index*/, tev_data_serializer_t* s
   return result;
 }
 
+// A host that drains such a serializer and calls again would do so for ever. The line names the
+// size that holds any of the provider's events.
+void Provider::warnWhenTooSmall(const tev_data_serializer_t* serializer,
+                                std::uint64_t event_size) const {
+  const std::uint64_t capacity = serializer && serializer->buffer ? serializer->capacity : 0;
+  if (capacity >= common::kBlockHeaderSize + event_size) return;
+  if (!tev_log_enabled(TEV_LEVEL_WARNING) ||
+      !small_serializer_throttle.admit(support::realtimeUsec()))
+    return;
+  std::uint64_t largest = 0;
+  for (const auto* const buffers : {&device_buffers_, &plane_buffers_})
+    for (const auto* const buffer : *buffers) largest = std::max(largest, buffer->event_size);
+  TEV_LOG_WARNING("[multipath] The serializer holds %lu bytes: %lu are needed for every event",
+                  capacity, common::kBlockHeaderSize + largest);
+}
+
 int Provider::writeBuffers(const char* kind, std::vector<EventBuffer*>& buffers,
                            std::vector<bool>& done, const std::vector<std::uint8_t>& type_ids,
                            tev_data_serializer_t* serializer) {
@@ -141,7 +188,10 @@ int Provider::writeBuffers(const char* kind, std::vector<EventBuffer*>& buffers,
       TEV_LOG_ERROR("[multipath] Failed to write %s event for device %zu", kind, device);
       return TEV_PROGRESS_FAILED;
     }
-    if (written == 0) return TEV_PROGRESS_FULL;
+    if (written == 0) {
+      warnWhenTooSmall(serializer, buffer.event_size);
+      return TEV_PROGRESS_FULL;
+    }
     done[device] = true;
   }
   return TEV_PROGRESS_DONE;

@@ -1,9 +1,9 @@
 // The device SDK as this system calls it: opaque handles, a 32-bit status (0 is success), and the
 // 27 functions. The SDK is opened at run time and never linked.
 //
-// VUNA_FUNCTIONS is the one list of them: the table of pointers, its loader and the prototypes that
-// the simulator implements are all made from it. Row order is binding order. A new function is one
-// new row at the end.
+// VUNA_FUNCTIONS is the only list of the functions. The table of pointers, its loader and the
+// prototypes that the simulator implements are generated from it. Functions are bound in the order
+// of the rows. To add a function, append one row.
 #pragma once
 
 #include <cstdint>
@@ -13,13 +13,13 @@ extern "C" {
 
 using vuna_status = std::uint32_t;
 
-struct vuna_devinfo;       // a device description out of the SDK's list
+struct vuna_devinfo;       // a device description from the SDK's list
 struct vuna_dev;           // an open device
 struct vuna_telemetry_mp;  // the multipath telemetry context of an open device
 struct vuna_log_backend;
 }
 
-// Statuses with a meaning of their own; any other number than 0 is just a failure.
+// Statuses with a special meaning. Every other number except 0 is a general failure.
 inline constexpr vuna_status kVunaSuccess = 0;
 inline constexpr vuna_status kVunaSlotEmpty = 18;    // vuna_telemetry_mp_get_algo_id
 inline constexpr vuna_status kVunaSlotInvalid = 21;  // vuna_telemetry_mp_get_algo_enable_status

@@ -1,4 +1,4 @@
-// Where the values of one slot's counters come from.
+// The source of the values of one slot's counters.
 #pragma once
 
 #include <cstdint>
@@ -12,8 +12,8 @@ struct Moment {
   std::uint64_t sample;        // number of this read since then, from 0
 };
 
-// One context's source: made when the context starts, asked by one thread at a time, with `sample`
-// rising by one from each successful read to the next.
+// The source of one context. It is created when the context starts. Only one thread at a time uses
+// it. `sample` increases by one with each successful read.
 class CounterSource {
  public:
   CounterSource() = default;

@@ -13,7 +13,7 @@ struct Described {
   const char* description;
 };
 
-// Two counter sets, as two generations of adapters would have them.
+// Two counter sets, for two generations of adapters.
 const std::vector<Described> kFullDevice = {
     {Metric::tx_bytes, "tx_bytes", "transmitted bytes"},
     {Metric::tx_packets, "tx_packets", "transmitted packets"},
@@ -108,7 +108,7 @@ Device adapter(const char* name, std::vector<Slot> slots) {
 
 std::vector<Device> defaultDevices(std::uint64_t seed) {
   constexpr const char* kInfo = "plane-aware congestion control by ECN marks and round-trip time";
-  // Below 34 Gbit/s, so that 32 bits of bytes wrap no more than once in a second.
+  // Below 34 Gbit/s, so that a 32-bit byte counter wraps at most once per second.
   const TrafficShape first{4, 2.9e9, 2, 1};
   const TrafficShape second{4, 2.2e9, 9, 2};
   const TrafficShape third{2, 1.4e9, 16, 0};

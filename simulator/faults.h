@@ -1,4 +1,4 @@
-// Calls that are to go wrong, and the count that tells when.
+// The calls that must fail, and the counts of calls that decide when.
 #pragma once
 
 #include <array>
@@ -13,14 +13,14 @@ namespace simulator {
 
 struct Fault {
   enum class Deliver {
-    untouched,  // no output is written, nothing happens
-    nothing,    // the outputs say "nothing": null handle, count 0; nothing happens
-    number,     // the output is `number`; nothing else happens
+    untouched,  // no output is written and no work is done
+    nothing,    // the outputs are empty (null handle, count 0) and no work is done
+    number,     // the output is `number` and no work is done
     result      // the call does its work
   };
 
   Function function{};
-  std::optional<std::uint64_t> call;  // the n-th matching call, from 1; none: every one
+  std::optional<std::uint64_t> call;  // the n-th matching call, from 1; empty: every call
   std::optional<std::string> device;  // only calls about this device count
   vuna_status status = kVunaSuccess;
   Deliver deliver = Deliver::untouched;
@@ -36,17 +36,17 @@ class Faults {
 
   bool any(Function function) const { return !of_[indexOf(function)].empty(); }
 
-  // Counts one call, and tells which fault it meets: the first given of those that are due.
-  // `device` is the name of the device that the call is about, or null. Not for two threads at
-  // once.
+  // Counts one call and returns its fault. If several faults apply, returns the first of the
+  // list. `device` is the name of the device that the call concerns, or null. Only one thread at
+  // a time may call this.
   const Fault* next(Function function, const std::string* device);
 
  private:
   std::array<std::vector<Fault>, kFunctionCount> of_;
 };
 
-// What functions can be told to do: some are about no device, few have a number to deliver, and a
-// release is done even when it is reported to have failed.
+// The faults that functions support. Some functions do not concern a device. Only a few return a
+// number. A release is done even when a failure is reported.
 bool concernsDevice(Function function);
 bool deliversNumber(Function function);
 bool releases(Function function);

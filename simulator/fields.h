@@ -1,4 +1,4 @@
-// One JSON object of a scenario file, read key by key. Every complaint says where and why.
+// One JSON object of a scenario file, read key by key. Every error states the place and the reason.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 
 namespace simulator {
 
-// A value together with its place in the file's structure, as in "devices[0].slots[1]".
+// A value and its place in the file's structure, such as "devices[0].slots[1]".
 struct Located {
   const Json* json;
   std::string place;
@@ -32,11 +32,11 @@ class Fields {
  public:
   explicit Fields(Located object);
 
-  // The value of a key, which from then on counts as known.
+  // The value of a key. The key is recorded as known.
   std::optional<Located> find(const char* key);
   Located require(const char* key);
 
-  // As find, with the value when the key is missing.
+  // Like find, but with a default for a missing key.
   std::uint32_t number32(const char* key, std::uint32_t missing);
   std::uint64_t number(const char* key, std::uint64_t missing, std::uint64_t min,
                        std::uint64_t max);
@@ -45,7 +45,7 @@ class Fields {
 
   const Located& object() const { return object_; }
 
-  // Refuses the first key that nobody asked for.
+  // Refuses the first key that is not known.
   void refuseUnknown() const;
 
  private:

@@ -1,4 +1,4 @@
-// What stands behind the SDK's opaque handles.
+// The objects behind the SDK's opaque handles.
 #pragma once
 
 #include <atomic>
@@ -10,8 +10,9 @@
 
 #include "simulator/scenario.h"
 
-// What a device's user has last been told about sizes. Nothing is ever written beyond it, whatever
-// the scenario makes the device claim; before the first question the scenario's own numbers hold.
+// The sizes that were last reported to a device's user. The simulator never writes beyond them,
+// whatever sizes the scenario makes the device report. Before the first query, the scenario's own
+// numbers apply.
 struct ToldSizes {
   explicit ToldSizes(const simulator::Device& device);
   std::atomic<std::uint32_t> algo_info_len;
@@ -28,8 +29,8 @@ struct vuna_devinfo {
   mutable ToldSizes told;
 };
 
-// Unowned handles, here and below, are those that a call handed out although it was reported to
-// have failed: nobody needs to give them back.
+// Here and below, a handle is unowned when the call that returned it reported a failure. Unowned
+// handles need not be released.
 struct vuna_dev {
   vuna_dev(const simulator::Device& device, bool is_unowned) : info(device), unowned(is_unowned) {}
   vuna_devinfo info;
@@ -38,12 +39,13 @@ struct vuna_dev {
 
 namespace simulator {
 
-// The reads of one slot in one context: where the values come from and what has been cleared.
+// The reads of one slot in one context: the source of the values, and the values at the last
+// clearing.
 class SlotReader {
  public:
   explicit SlotReader(const Slot& slot);
 
-  // Fills at most `room` values. The count is what the slot claims to have filled.
+  // Fills at most `room` values. Returns the count that the slot reports as filled.
   vuna_status read(const Moment& moment, bool clear, std::uint32_t room, std::uint32_t* count,
                    std::uint32_t* values);
 
@@ -51,7 +53,7 @@ class SlotReader {
   const Slot& slot_;
   std::unique_ptr<CounterSource> source_;
   std::vector<std::uint32_t> now_;
-  std::vector<std::uint32_t> cleared_at_;  // what each counter stood at when it was last cleared
+  std::vector<std::uint32_t> cleared_at_;  // the value of each counter when it was last cleared
 };
 
 }  // namespace simulator
@@ -67,8 +69,8 @@ struct vuna_telemetry_mp {
   ToldSizes& told() const { return dev_->info.told; }
 
   bool started() const;
-  // False when it was in that state already. Every start is a new beginning of time and counters.
-  // An unowned start need not be stopped.
+  // Return false when the context was already in that state. Each start resets the time and the
+  // counters. An unowned start need not be stopped.
   bool start(bool unowned_start);
   bool stop();
   bool mustBeStopped() const;

@@ -8,12 +8,12 @@
 namespace simulator {
 namespace {
 
-// Far more than a scenario has, few enough for recursion over the tree.
+// Far deeper than any scenario, but small enough for recursion over the tree.
 constexpr std::size_t kMaxDepth = 32;
 constexpr std::size_t kMaxMembers = 1024;  // of one object
 
-// Where the parser stands. A number ends only with the character after it, which may be a line
-// feed: a line feed therefore counts to the line that it ends.
+// The position of the parser. The parser reads one character after a number, which may be a line
+// feed. A line feed therefore belongs to the line that it ends.
 struct Cursor {
   std::size_t line = 1;
   bool ended = false;
@@ -24,7 +24,8 @@ struct Cursor {
   }
 };
 
-// Runs over the text and moves the cursor along. The parser keeps its own copy.
+// An iterator over the text that also advances the cursor. The parser keeps its own copy of the
+// iterator.
 class TrackedText {
  public:
   using iterator_category = std::input_iterator_tag;
@@ -108,7 +109,7 @@ class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
   }
 
  private:
-  // The library's text without the mark and the position that it begins with.
+  // The library's message without the identifier and the position at its beginning.
   static std::string plainReason(std::string_view text) {
     constexpr std::size_t kNone = std::string_view::npos;
     if (const std::size_t mark = text.find("] "); mark != kNone) text.remove_prefix(mark + 2);
@@ -118,8 +119,8 @@ class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
     return std::string(text);
   }
 
-  // A pointer into the tree holds while its value is being built: until then nothing is added
-  // beside.
+  // A pointer into the tree is valid while its value is being built, because its siblings are
+  // added only afterwards.
   Json& add(Json::Type type) {
     Json* place = &root_;
     if (!open_.empty()) {

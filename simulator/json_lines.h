@@ -1,4 +1,4 @@
-// JSON that remembers in which line each value stands.
+// JSON values with their line numbers.
 #pragma once
 
 #include <cstddef>
@@ -31,7 +31,7 @@ struct Json {
   double real = 0;           // of any number
   std::string text;
   std::vector<Json> items;
-  std::vector<JsonMember> members;  // in the order of the text, no key twice
+  std::vector<JsonMember> members;  // in the order of the text, without duplicate keys
 };
 
 struct JsonMember {
@@ -40,7 +40,7 @@ struct JsonMember {
   Json value;
 };
 
-// What is wrong, and in which line.
+// An error and its line.
 class JsonError : public std::runtime_error {
  public:
   JsonError(std::size_t line, const std::string& reason)

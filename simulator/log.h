@@ -1,4 +1,4 @@
-// The simulator's own diagnostics, written to the streams of its users' log backends.
+// The simulator's diagnostics, written to the streams of its users' log backends.
 #pragma once
 
 #include <atomic>
@@ -10,7 +10,7 @@
 
 #include "sdk/vuna_abi.h"
 
-// The stream is the user's and must outlive the library.
+// The user owns the stream. It must outlive the library.
 struct vuna_log_backend {
   std::FILE* stream;
   std::uint32_t level;
@@ -35,7 +35,7 @@ class Log {
 
   bool enabled(LogLevel level) const { return level <= most_.load(std::memory_order_relaxed); }
 
-  // One line, "[vuna-sim] [LEVEL] TEXT", to each backend that wants the level.
+  // Writes one line, "[vuna-sim] [LEVEL] TEXT", to each backend for which the level is enabled.
   __attribute__((format(printf, 3, 4))) void line(LogLevel level, const char* format, ...) noexcept;
 
  private:

@@ -19,7 +19,7 @@ namespace {
 
 class File {
  public:
-  // Without blocking, so that a pipe in the tree's place cannot hold anyone up.
+  // Non-blocking, so that a pipe instead of a file cannot block the caller.
   explicit File(const std::string& path)
       : descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
   File(File&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
@@ -28,7 +28,7 @@ class File {
     if (descriptor_ >= 0) close(descriptor_);
   }
 
-  // The unsigned number that the file holds now.
+  // The unsigned number that the file currently contains.
   std::optional<std::uint64_t> number() const {
     char text[32];
     const ssize_t length = pread(descriptor_, text, sizeof text, 0);
@@ -50,7 +50,7 @@ std::string joined(std::initializer_list<std::string_view> parts) {
   return text;
 }
 
-// The entries of a folder, hidden ones left out, in alphabetical order.
+// The entries of a directory in alphabetical order, without hidden ones.
 std::vector<std::string> entries(const std::string& folder) {
   std::vector<std::string> names;
   const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(folder.c_str()), closedir);

@@ -1,4 +1,5 @@
-// The one function of the telemetry library that no device SDK has: what its user has done so far.
+// The only function of the telemetry library that a device SDK does not have. It reports what its
+// user has done so far.
 #pragma once
 
 #include <cstdint>

@@ -10,7 +10,7 @@ namespace simulator {
 namespace {
 
 std::string environment(const char* name, const char* fallback) {
-  const char* const value = std::getenv(name);
+  const char* const value = secure_getenv(name);
   return value && *value ? value : fallback;
 }
 

@@ -1,4 +1,5 @@
-// What the simulator plays, whichever way it was described: devices, their slots, and the faults.
+// A scenario: the devices, their slots and the faults that the simulator plays, independent of the
+// format in which they were described.
 #pragma once
 
 #include <cstddef>
@@ -16,14 +17,15 @@
 
 namespace simulator {
 
-// A counter's index has 8 bits in the SDK's calls, and a slot's is kept in 8 bits by its users.
+// The SDK's calls have 8 bits for the index of a counter. Its users store the index of a slot in 8
+// bits.
 inline constexpr std::size_t kMaxCounters = 256;
 inline constexpr std::size_t kMaxSlots = 256;
 inline constexpr std::size_t kMaxDevices = 1024;
 
 struct Counter {
-  std::string text;     // the description line, as the SDK hands it out
-  bool clears = false;  // a clearing read starts it anew; a gauge it leaves alone
+  std::string text;     // the description line, as the SDK returns it
+  bool clears = false;  // a clearing read resets the counter; false for a gauge
 };
 
 struct Slot {
@@ -35,12 +37,12 @@ struct Slot {
   std::uint32_t major_version = 1;
   std::uint32_t minor_version = 0;
   std::string info;
-  bool unterminated = false;  // texts are handed out without their NUL
+  bool unterminated = false;  // texts are returned without a terminating NUL
   std::uint32_t declared_counters = 0;
-  std::uint32_t filled_counters = 0;  // what a read claims to have filled
+  std::uint32_t filled_counters = 0;  // the number that a read reports as filled
   std::uint64_t read_latency_usec = 0;
   std::vector<Counter> counters;
-  std::function<std::unique_ptr<CounterSource>()> make_source;  // none in a slot without counters
+  std::function<std::unique_ptr<CounterSource>()> make_source;  // empty in a slot without counters
 };
 
 struct Device {
@@ -54,7 +56,7 @@ struct Device {
   std::vector<Slot> slots;
 };
 
-// `real` time runs by itself; with `samples` each read comes one step after the one before.
+// `real` is the monotonic clock. With `samples`, each read is one step after the previous one.
 enum class ClockKind { real, samples };
 
 struct Scenario {
@@ -65,7 +67,7 @@ struct Scenario {
   std::map<vuna_status, std::string> status_names;
 };
 
-// A scenario that cannot be played. The text is for a person and says where the fault lies.
+// A scenario that cannot be played. The text is for people and states where the error is.
 class ScenarioError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -73,20 +75,20 @@ class ScenarioError : public std::runtime_error {
 
 inline constexpr std::uint64_t kDefaultSeed = 1;
 
-// Sets the numbers that follow from the slots' contents: declared and filled counters, and the
+// Computes the numbers that depend on the slots' contents: declared and filled counters, and the
 // device's maxima.
 void deriveNumbers(Slot& slot);
 void deriveMaxima(Device& device);
 
 std::vector<Device> defaultDevices(std::uint64_t seed);
 
-// The interfaces under `class_net` whose statistics can be read, by name.
+// The interfaces under `class_net` whose statistics can be read, sorted by name.
 std::vector<Device> netdevDevices(const std::string& class_net);
 
-// `seed`, when given, goes before the file's own.
+// `seed`, if given, takes precedence over the file's own seed.
 Scenario readScenarioFile(const std::string& path, std::optional<std::uint64_t> seed);
 
-// "default" or "netdev"; nothing for any other name.
+// The scenario named "default" or "netdev"; nothing for any other name.
 std::optional<std::vector<Device>> builtInDevices(const std::string& name, std::uint64_t seed);
 
 // The scenario that the environment names: VUNA_SIMULATOR_SCENARIO, VUNA_SIMULATOR_SEED and

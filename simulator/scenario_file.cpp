@@ -1,4 +1,4 @@
-// The scenario file. docs/simulator.md describes it for the people who write one.
+// Reads scenario files. docs/simulator.md describes their format.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -110,7 +110,7 @@ ValueLaw readLaw(const Located& value) {
 
 // --- Counters, slots, devices -----------------------------------------------------------------
 
-// Which counter of which slot of which device, for the key of its random numbers.
+// The device, slot and counter from which the key of the counter's random numbers is computed.
 struct Place {
   std::uint64_t seed;
   std::size_t device;
@@ -280,7 +280,7 @@ std::map<vuna_status, std::string> readStatusNames(const Located& value) {
     const char* const end = member.key.data() + member.key.size();
     const auto [stop, error] = std::from_chars(member.key.data(), end, status);
     if (error != std::errc() || stop != end)
-      throw JsonError(member.line, value.place + ": \"" + member.key + "\" is no status number");
+      throw JsonError(member.line, value.place + ": \"" + member.key + "\" is not a status number");
     names[status] = Located{&member.value, value.place + "." + member.key}.string();
   }
   return names;

@@ -26,7 +26,7 @@ Sdk& Sdk::instance() {
   return sdk;
 }
 
-Sdk::Sdk() : trace_(std::getenv("VUNA_SIMULATOR_TRACE")) {
+Sdk::Sdk() : trace_(secure_getenv("VUNA_SIMULATOR_TRACE")) {
   try {
     scenario_ = scenarioOfEnvironment();
   } catch (const ScenarioError& error) {
@@ -34,7 +34,7 @@ Sdk::Sdk() : trace_(std::getenv("VUNA_SIMULATOR_TRACE")) {
   }
 }
 
-// Nothing is written to the log here: at the end of a process its streams may be closed already.
+// This does not log, because the log streams may already be closed at the end of a process.
 Sdk::~Sdk() {
   for (const auto& [handle, context] : contexts_)
     if (!context->unowned)
@@ -116,7 +116,7 @@ std::string Sdk::report() const {
   return text;
 }
 
-// Giving back never fails: without memory the handle is simply not kept.
+// A release never fails. When memory is short, the released handle is not kept.
 void Sdk::retire(std::shared_ptr<void> handle) noexcept {
   try {
     retired_.push_back(std::move(handle));
@@ -182,7 +182,7 @@ vuna_status Sdk::createList(vuna_devinfo*** list, std::uint32_t* count, bool uno
 }
 
 vuna_status Sdk::destroyList(vuna_devinfo** list) {
-  if (!list) return kVunaSuccess;  // as a list that was never made may be given up
+  if (!list) return kVunaSuccess;  // a list that was never created may be released
   const std::scoped_lock lock(mutex_);
   const auto found = find(lists_, list);
   if (!found)

@@ -1,5 +1,5 @@
-// The state of the simulated SDK: the scenario, the handles that are alive, and what its user does
-// with them.
+// The state of the simulated SDK: the scenario, the existing handles, and what its user does with
+// them.
 #pragma once
 
 #include <array>
@@ -21,18 +21,18 @@
 
 namespace simulator {
 
-// What a call is about, as far as its arguments tell.
+// The object of a call, as far as its arguments identify it.
 struct Subject {
   const void* handle = nullptr;  // a device description, a device or a context
   std::optional<std::uint32_t> slot;
   std::optional<std::uint32_t> counter;
 };
 
-// Calls may come from any thread. Handles that are not alive are recognised without being followed,
-// and their use is refused and counted as misuse.
+// Any thread may call. Invalid handles are recognised without being dereferenced. Their use is
+// refused and counted as misuse.
 class Sdk {
  public:
-  // Made by the first call after the library was loaded; unloading ends it.
+  // Created by the first call after the library was loaded, and destroyed when it is unloaded.
   static Sdk& instance();
 
   Sdk();
@@ -40,8 +40,8 @@ class Sdk {
   Sdk& operator=(const Sdk&) = delete;
   ~Sdk();
 
-  // Bookkeeping around each call. `watched` is false for most: then `enter` and `leave` have
-  // nothing to do. The fault, if there is one, is to be played by the caller.
+  // Bookkeeping around each call. `watched` is false for most calls, and `enter` and `leave` are
+  // then not needed. If there is a fault, the caller plays it.
   void count(Function function) {
     calls_[indexOf(function)].fetch_add(1, std::memory_order_relaxed);
   }
@@ -59,14 +59,15 @@ class Sdk {
   Log& log() { return log_; }
   std::string report() const;
 
-  // The device that a description is of, alive; null after noting the misuse.
+  // The existing device of a description. Null when the description is invalid, which is counted
+  // as misuse.
   const vuna_devinfo* info(Function function, const vuna_devinfo* devinfo);
   std::shared_ptr<vuna_telemetry_mp> context(Function function, vuna_telemetry_mp* mp);
 
-  // Remembers a size that the user of a description or context has been told.
+  // Stores a size that was reported to the user of a description or context.
   void tell(const void* handle, ToldSize size, std::uint32_t value);
 
-  // `unowned`: the call is going to be reported as failed; see handles.h.
+  // `unowned`: the call will report a failure; see handles.h.
   vuna_status createList(vuna_devinfo*** list, std::uint32_t* count, bool unowned);
   vuna_status destroyList(vuna_devinfo** list);
   vuna_status open(vuna_devinfo* devinfo, vuna_dev** dev, bool unowned);
@@ -87,7 +88,7 @@ class Sdk {
  private:
   struct List {
     std::vector<std::unique_ptr<vuna_devinfo>> infos;
-    std::vector<vuna_devinfo*> array;  // with a null behind the last
+    std::vector<vuna_devinfo*> array;  // terminated by a null
     bool unowned;
   };
   struct Totals {
@@ -106,14 +107,14 @@ class Sdk {
   Totals totals_;
   std::array<std::atomic<std::uint64_t>, kFunctionCount> calls_{};
 
-  // Guards what follows, and the counts of the scenario's faults. The contexts' own mutexes are
-  // locked inside it, never the other way round.
+  // Guards the members below and the counts of the scenario's faults. A context's mutex may be
+  // locked while this one is held, never the reverse.
   mutable std::mutex mutex_;
   std::unordered_map<const void*, std::shared_ptr<List>> lists_;
   std::unordered_map<const void*, const vuna_devinfo*> listed_infos_;
   std::unordered_map<const void*, std::shared_ptr<vuna_dev>> devs_;
   std::unordered_map<const void*, std::shared_ptr<vuna_telemetry_mp>> contexts_;
-  // Handles given back, kept a while so that their addresses do not come again at once.
+  // Released handles, kept for some time so that their addresses are not reused immediately.
   std::deque<std::shared_ptr<void>> retired_;
 };
 

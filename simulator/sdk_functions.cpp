@@ -1,4 +1,5 @@
-// The SDK's 27 functions: arguments in, the fault due if there is one, results out.
+// The SDK's 27 functions: each checks its arguments, plays a fault if there is one, and returns its
+// results.
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -13,7 +14,7 @@
 #include "simulator/report.h"
 #include "simulator/sdk.h"
 
-// The prototypes: a definition below that differs from its row does not compile.
+// The prototypes. A definition below that differs from its row does not compile.
 extern "C" {
 #define F(name, result, parameters) __attribute__((visibility("default"))) result name parameters;
 VUNA_FUNCTIONS(F)
@@ -28,7 +29,8 @@ void sleepUsec(std::uint64_t usec) {
   while (usec && clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) == EINTR) continue;
 }
 
-// Copies `text` into a buffer of `length` bytes, with a NUL at its end unless it is to have none.
+// Copies `text` to a buffer of `length` bytes, with a terminating NUL unless the text must be
+// unterminated.
 void copyText(const std::string& text, bool unterminated, char* buffer, std::uint32_t length) {
   if (length == 0) return;
   const std::size_t room = unterminated ? length : length - 1;
@@ -41,7 +43,7 @@ vuna_status statusOf(const std::exception& error) {
   return dynamic_cast<const std::bad_alloc*>(&error) ? kNoMemory : kFailure;
 }
 
-// A call that cannot be made at all.
+// A call with a null argument.
 vuna_status nullArgument(Function function) noexcept {
   try {
     Sdk& sdk = Sdk::instance();
@@ -52,8 +54,8 @@ vuna_status nullArgument(Function function) noexcept {
   }
 }
 
-// Plays a fault, or does the work. `deliver` sets the outputs to a number, 0 being "nothing";
-// `work` gets the state and whether the call is going to be reported as failed.
+// Plays a fault, or does the work. `deliver` sets the outputs to a number; 0 means "nothing".
+// `work` receives the state, and whether the call will report a failure.
 template <class Deliver, class Work>
 vuna_status play(Sdk& sdk, const Fault* fault, const Deliver& deliver, const Work& work) {
   if (!fault) return work(sdk, false);
@@ -126,7 +128,7 @@ auto into(T* output) {
   };
 }
 
-// A question about a device that is answered with a number of its description.
+// A query that returns a number from a device's description.
 vuna_status capability(Function function, const vuna_devinfo* devinfo, std::uint32_t* output,
                        std::uint32_t Device::*number) {
   if (!output) return nullArgument(function);
@@ -138,7 +140,7 @@ vuna_status capability(Function function, const vuna_devinfo* devinfo, std::uint
   });
 }
 
-// Keeps a size that the user is being told.
+// Stores a size that is reported to the user.
 vuna_status tell(const void* handle, ToldSize size, vuna_status status,
                  const std::uint32_t* output) {
   try {
@@ -149,8 +151,8 @@ vuna_status tell(const void* handle, ToldSize size, vuna_status status,
   }
 }
 
-// A question about one slot. `answer` gets the context and the slot, and is not asked about slots
-// that hold nothing.
+// A query about one slot. `answer` receives the context and the slot. It is not called for empty
+// slots.
 template <class Deliver, class Answer>
 vuna_status slotQuery(Function function, vuna_telemetry_mp* mp, const Subject& subject,
                       const Deliver& deliver, const Answer& answer) {
@@ -180,7 +182,7 @@ vuna_status readCounters(Function function, vuna_telemetry_mp* mp, std::uint32_t
   if (!count || !values) return nullArgument(function);
   return slotQuery(function, mp, {mp, slot, {}}, into(count),
                    [&](vuna_telemetry_mp& context, const Slot& asked) {
-                     sleepUsec(asked.read_latency_usec);  // with nothing locked
+                     sleepUsec(asked.read_latency_usec);  // without any lock held
                      const vuna_status status = context.read(slot, clear, count, values);
                      if (status != kWrongState) return status;
                      return Sdk::instance().misuse(function, &context.device().ibdev_name,

@@ -13,7 +13,7 @@
 namespace simulator {
 namespace {
 
-// A device's name in one word; a long one is cut.
+// A device's name as one word; a long name is truncated.
 class Word {
  public:
   explicit Word(const std::string* name) {
@@ -60,7 +60,7 @@ __attribute__((format(printf, 2, 3))) void writeLine(int descriptor, const char*
   if (length < 0) return;
   const auto end = std::min(static_cast<std::size_t>(length), sizeof line - 2);
   line[end] = '\n';
-  // A full disk loses lines of the trace, and nothing else.
+  // When the disk is full, only lines of the trace are lost.
   while (write(descriptor, line, end + 1) < 0 && errno == EINTR) continue;
 }
 
@@ -69,7 +69,7 @@ __attribute__((format(printf, 2, 3))) void writeLine(int descriptor, const char*
 Trace::Trace(const char* path) {
   if (!path || !*path) return;
   descriptor_ = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, 0644);
-  if (descriptor_ < 0)  // there is no log yet
+  if (descriptor_ < 0)  // the log does not exist yet
     std::fprintf(stderr, "[vuna-sim] [error] no trace: %s: %s\n", path, std::strerror(errno));
 }
 

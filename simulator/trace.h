@@ -1,11 +1,12 @@
-// The record of calls that outlives the library: a file that VUNA_SIMULATOR_TRACE names.
+// The record of calls, in a file that VUNA_SIMULATOR_TRACE names. The file remains after the
+// library is unloaded.
 #pragma once
 
 #include <string>
 
 namespace simulator {
 
-// A missing part of a line is "-". Device names are escaped: no blank, no line feed.
+// A missing part of a line is "-". Blanks and line feeds in device names are escaped.
 class Trace {
  public:
   explicit Trace(const char* path);  // null or empty: no trace
@@ -15,8 +16,8 @@ class Trace {
 
   bool on() const { return descriptor_ >= 0; }
 
-  // "FUNCTION DEVICE PLACE RESULT", with " fault" behind it where one was played. Lines of several
-  // threads never mix. `device` may be null.
+  // Writes "FUNCTION DEVICE PLACE RESULT", followed by " fault" if a fault was played. Lines of
+  // different threads are not interleaved. `device` may be null.
   void call(const char* function, const std::string* device, const char* place, const char* result,
             bool fault) const noexcept;
   // "MISUSE FUNCTION DEVICE WHAT"

@@ -15,8 +15,8 @@ constexpr double kCongestionSeconds = 10;
 constexpr std::uint64_t kPacketBytes = 4096;
 constexpr std::uint64_t kMarksPerNotification = 8;
 
-// Of a congested plane at its worst: the part of its traffic that moves elsewhere, of its packets
-// that are marked, and what is added to its round trip.
+// For a plane at the peak of its congestion: the fraction of its traffic that moves to other
+// planes, the fraction of its packets that are marked, and the delay added to its round trip.
 constexpr double kMovedPart = 0.65;
 constexpr double kMarkedPart = 0.06;
 constexpr double kQueueNsec = 70'000;
@@ -24,13 +24,14 @@ constexpr double kQueueNsec = 70'000;
 constexpr double kCalmMarkedPart = 0.0002;
 constexpr double kCalmRttNsec = 9'000;
 
-// Noise in [-1, 1), a stream of its own for each `what`.
+// Noise in [-1, 1), with an independent stream for each `what`.
 double noise(std::uint64_t seed, std::uint64_t what, std::uint64_t cell) {
   const std::uint64_t bits = mix(mix(seed + what) + cell) >> 11U;
   return static_cast<double>(bits) * 0x1p-52 - 1;
 }
 
-// Offered load at a time of the cycle, around 1 and below 1.3. Both waves close within a cycle.
+// Offered load at a time of the cycle, around 1 and below 1.3. A cycle is a whole number of periods
+// of both waves.
 double load(double seconds, std::uint64_t seed, std::uint64_t direction) {
   const double turn = 2 * std::numbers::pi * seconds / kCycleSeconds;
   const double phase = std::numbers::pi * noise(seed, direction, 1);
@@ -49,7 +50,8 @@ std::uint64_t whole(double amount) {
   return static_cast<std::uint64_t>(std::max(0.0, amount));
 }
 
-// `part` is in 2^-32; a cell's figures differ by less than 2^32, so that no product overflows.
+// The unit of `part` is 2^-32. The values at a cell's two edges differ by less than 2^32, so that
+// the products do not overflow.
 std::uint64_t between(std::uint64_t from, std::uint64_t to, std::uint64_t part) {
   return to >= from ? from + ((to - from) * part >> 32U) : from - ((from - to) * part >> 32U);
 }
@@ -103,7 +105,8 @@ bool isGauge(Metric metric) {
 Traffic::Traffic(const TrafficShape& shape, std::uint64_t seed)
     : planes_(std::min(shape.planes, kMaxPlanes)), edges_(kCells + 1) {
   for (std::size_t cell = 0; cell < kCells; ++cell) addCell(cell, shape, seed);
-  for (std::size_t p = 0; p < planes_; ++p) {  // gauges end a cycle as they began it
+  for (std::size_t p = 0; p < planes_;
+       ++p) {  // gauges have the same value at the end of a cycle as at its start
     edges_[kCells].planes[p].rtt_nsec = edges_[0].planes[p].rtt_nsec;
     edges_[kCells].planes[p].bytes_per_second = edges_[0].planes[p].bytes_per_second;
   }
@@ -117,7 +120,8 @@ void Traffic::addCell(std::size_t cell, const TrafficShape& shape, std::uint64_t
   const double cell_seconds = kCellUsec / 1e6;
   const double seconds = static_cast<double>(cell) * cell_seconds;
   const double jam = congestion(seconds, shape.congestion_start_seconds);
-  const double in_transit = jam * (1 - jam) * 4;  // flows on the move: while it comes and goes
+  const double in_transit =
+      jam * (1 - jam) * 4;  // flows that change planes while congestion begins and ends
   const double sent = shape.mean_bytes_per_second * load(seconds, seed, 1);
   const double received = shape.mean_bytes_per_second * 0.9 * load(seconds, seed, 2);
   const auto plane_count = static_cast<double>(planes_);

@@ -1,6 +1,6 @@
-// Traffic over the parallel planes of one adapter, as a pure function of seed and time: the load
-// swings, and in every cycle one plane congests, so that its packets are marked, its round trips
-// grow, its traffic moves to the other planes, and all comes back.
+// Traffic over the parallel planes of one adapter, as a pure function of seed and time. The load
+// varies. In every cycle one plane is congested: its packets are marked, its round-trip time rises,
+// its traffic moves to the other planes, and it recovers.
 #pragma once
 
 #include <cstddef>
@@ -21,12 +21,12 @@ enum class Metric {
   rtt_usec,
   rate_mbps,
   window_kib,
-  rx_bytes,  // this one and the next two of a device only
+  rx_bytes,  // this metric and the next two exist only for a device
   rx_packets,
   cnp_sent
 };
 
-// A device's figure is the sum of its planes', or the greatest round trip.
+// The value of a device is the sum over its planes, or the greatest round-trip time.
 inline constexpr std::size_t kWholeDevice = SIZE_MAX;
 struct TrafficColumn {
   Metric metric;
@@ -66,8 +66,8 @@ class Traffic {
   State at(std::uint64_t elapsed_usec) const;
 
  private:
-  // A cycle is cut into cells. Totals are kept for the cells' edges, the last edge being the
-  // cycle's end, and run straight in between.
+  // A cycle is divided into cells. Totals are stored for the edges of the cells and interpolated
+  // linearly between them. The last edge is the end of the cycle.
   static constexpr std::size_t kCells = 600;
   static constexpr std::uint64_t kCellUsec = kCycleUsec / kCells;
 

@@ -1,4 +1,4 @@
-// How a counter of a scenario file moves.
+// The laws of the counters in scenario files.
 #pragma once
 
 #include <cstdint>
@@ -14,8 +14,8 @@ struct Constant {
   std::uint32_t value = 0;
 };
 
-// Low 32 bits of start + per_second × seconds + per_sample × samples, the seconds' part rounded
-// down.
+// Low 32 bits of start + per_second × seconds + per_sample × samples. The term with seconds is
+// rounded down.
 struct Ramp {
   std::uint32_t start = 0;
   std::uint64_t per_second = 0;  // at most kMaxPerSecond
@@ -23,14 +23,15 @@ struct Ramp {
 };
 inline constexpr std::uint64_t kMaxPerSecond = 1'000'000'000'000;
 
-// mean + amplitude × sin(2π × elapsed / period), rounded and kept within 32 bits.
+// mean + amplitude × sin(2π × elapsed / period), rounded and limited to 32 bits.
 struct Sine {
   double mean = 0;
   double amplitude = 0;
   double period_usec = 1;
 };
 
-// Starts at `start`; each read moves it by a whole number in [-step, step], kept within [min, max].
+// Starts at `start`. Each read adds an integer in [-step, step]. The value is limited to [min,
+// max].
 struct RandomWalk {
   std::uint32_t start = 0;
   std::uint32_t step = 1;

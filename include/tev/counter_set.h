@@ -1,6 +1,6 @@
-/* Counter sets: which counters are wanted, and under which alias each is reported.
+/* Counter sets: they select counters, and the alias under which each is reported.
  *
- * A set is loaded once, from a file or from lines, and then only read, from any thread.
+ * A set is loaded once, from a file or from lines. After that, any thread may read it.
  */
 #ifndef TEV_COUNTER_SET_H
 #define TEV_COUNTER_SET_H
@@ -12,7 +12,7 @@
 
 TEV_C_BEGIN
 
-/* Every call but destroy reports a null handle in the log, and returns false or null. */
+/* With a null handle, every call except destroy logs an error and returns false or null. */
 typedef struct tev_provider_counter_set_t tev_provider_counter_set_t;
 
 /* An empty set, to be released with tev_provider_counter_set_destroy(); null when memory is short.
@@ -20,7 +20,7 @@ typedef struct tev_provider_counter_set_t tev_provider_counter_set_t;
 TEV_API tev_provider_counter_set_t* tev_provider_counter_set_create(void);
 TEV_API void tev_provider_counter_set_destroy(tev_provider_counter_set_t* counter_set);
 
-/* Load the set anew. False when the file cannot be read or no pattern is found. */
+/* Replace the contents of the set. False when the file cannot be read or has no pattern. */
 TEV_API bool tev_provider_counter_set_init_from_file(tev_provider_counter_set_t* counter_set,
                                                      const char* cset_filename);
 TEV_API bool tev_provider_counter_set_init_from_lines(tev_provider_counter_set_t* counter_set,
@@ -55,11 +55,11 @@ TEV_C_END
 
 namespace tev {
 
-/* The set itself. Problems are logged; exceptions come from memory only. */
+/* The set itself. Problems are logged. The only exception is std::bad_alloc. */
 class ProviderCounterSet {
  public:
-  /* Load the set anew; `user_tags` names comments to be kept, in the form "# tag=value". False when
-   * the file cannot be read or no pattern is found. */
+  /* Replace the contents of the set. `user_tags` names the comments of the form "# tag=value" that
+   * are kept. False when the file cannot be read or no pattern is found. */
   TEV_API bool initializeFromFile(const char* filename,
                                   const std::vector<std::string>& user_tags = {});
   TEV_API bool loadFromFile(const std::string& filename,
@@ -69,12 +69,12 @@ class ProviderCounterSet {
   TEV_API bool loadFromLines(const std::vector<std::string>& lines,
                              const std::vector<std::string>& user_tags = {});
 
-  /* Whether the name matches `pattern`, or any pattern of the set when that is empty. A set without
-   * patterns includes nothing. */
+  /* Whether the name matches `pattern`, or any pattern of the set when `pattern` is empty. A set
+   * without patterns does not include any counter. */
   TEV_API bool shouldIncludeCounter(const std::string& name, const std::string& pattern = {}) const;
 
-  /* The alias of the first pattern, in byte-wise order, that matches the name; empty when there is
-   * none. */
+  /* The alias of the first pattern, in byte-wise order, that matches the name; empty when the name
+   * has no alias. */
   TEV_API std::string getCounterAlias(const std::string& name) const;
 
   /* In byte-wise order. */
@@ -93,6 +93,8 @@ class ProviderCounterSet {
   TEV_API void printConfiguration() const;
 
  private:
+  template <class Texts>
+  bool load(const Texts& lines, const std::vector<std::string>& user_tags);
   void readUserTag(std::string_view comment, const std::vector<std::string>& user_tags);
   void readEntry(std::string_view line);
 

@@ -1,5 +1,5 @@
-/* The machine's RDMA adapters, as sysfs and the device-node folder tell of them. No device is
- * opened. The calls keep no state; they are for start-up. */
+/* The machine's RDMA adapters, read from sysfs and the directory of device nodes. These calls do
+ * not open devices and do not keep state. They are for start-up. */
 #ifndef TEV_DEVICE_UTILS_H
 #define TEV_DEVICE_UTILS_H
 
@@ -17,11 +17,11 @@ typedef struct tev_hca_info_t {
   char name[TEV_HCA_NAME_LENGTH + 1];
 } tev_hca_info_t;
 
-/* Fills `array` with the adapters' names in sorted order, at most `size`; an empty name ends a list
- * that is shorter. False when the list cannot be had. */
+/* Fills `array` with at most `size` names of adapters, sorted. An empty name ends a shorter list.
+ * False when the list cannot be read. */
 TEV_API bool tev_fill_hca_info_array(tev_hca_info_t* array, size_t size);
 
-/* Whether /dev/zrd holds no device entry. A missing folder counts as not empty. */
+/* Whether /dev/zrd has no device entry. A missing directory counts as not empty. */
 TEV_API bool is_zrd_dir_empty(void);
 
 /* Formatted text in a new buffer that the caller frees; null on failure. */
@@ -39,15 +39,16 @@ namespace tev::common {
 /* One adapter. */
 struct PortIdentifiers {
   std::string hca_name;    /* as under /sys/class/infiniband */
-  std::string zrd_device;  /* its entry in /dev/zrd; empty: none */
+  std::string zrd_device;  /* its entry in /dev/zrd; empty without one */
   std::string pci_address; /* without the domain when TEV_PCI_ADDRESS_STRIP_DOMAIN is on */
-  std::vector<std::string> network_interfaces; /* in the order of the folder; empty: none */
+  std::vector<std::string> network_interfaces; /* in the order of the directory */
 };
 
-/* Every adapter that has a PCI address, by name. False, with `out` empty, when there is none. */
+/* Every adapter that has a PCI address, sorted by name. Returns false, with `out` empty, when there
+ * are no such adapters. */
 TEV_API bool device_utils_get_port_identifiers(std::vector<PortIdentifiers>& out);
 
-/* Adapter name to PCI address. False when the list of adapters cannot be had. */
+/* Adapter name to PCI address. False when the list of adapters cannot be read. */
 TEV_API bool device_utils_get_hca_to_pci_address(std::map<std::string, std::string>& out);
 
 }  // namespace tev::common

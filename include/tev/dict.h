@@ -1,7 +1,7 @@
-/* The option dictionary: text to text, with copies of its own of all keys and values.
+/* The option dictionary: text to text. It has its own copies of all keys and values.
  *
- * A dictionary is built by one thread and then only read. Every call accepts a null dictionary and
- * reports it as failure or absence.
+ * A dictionary is built by one thread and then only read. Every call accepts a null dictionary: it
+ * then fails, or finds nothing.
  */
 #ifndef TEV_DICT_H
 #define TEV_DICT_H
@@ -14,7 +14,8 @@ TEV_C_BEGIN
 
 typedef struct tev_custom_options tev_custom_options;
 
-/* Visits one entry; false ends the walk. `value` is null for a key that was added without one. */
+/* Visits one entry; returns false to end the iteration. `value` is null for a key that was added
+ * without one. */
 typedef bool (*tev_dict_visitor_t)(const char* key, const char* value, void* user);
 
 /* An empty dictionary, to be released with tev_dict_delete(); null when memory is short. */
@@ -25,17 +26,17 @@ TEV_API void tev_dict_delete(tev_custom_options* dict);
  * short or `dict` or `key` is null. */
 TEV_API bool tev_dict_add(tev_custom_options* dict, const char* key, const char* value);
 
-/* The value of `key`, or null when it is missing or has none. The text stays the dictionary's and
- * is valid until the entry is replaced or the dictionary deleted. */
+/* The value of `key`, or null when it is missing or has none. The dictionary owns the text, which
+ * is valid until the entry is replaced or the dictionary is deleted. */
 TEV_API const char* tev_dict_get(const tev_custom_options* dict, const char* key);
 
-/* Calls `visitor` for every entry, in bucket order. False when the visitor ended the walk. */
+/* Calls `visitor` for every entry, in bucket order. False when the visitor ended the iteration. */
 TEV_API bool tev_dict_enum(const tev_custom_options* dict, tev_dict_visitor_t visitor, void* user);
 
 /* Logs all entries at debug level under the heading `name`. */
 TEV_API void tev_dict_dump(const tev_custom_options* dict, const char* name);
 
-/* A dictionary with copies of all entries; null for a null one or when memory is short. */
+/* A dictionary with copies of all entries; null when `dict` is null or memory is short. */
 TEV_API tev_custom_options* tev_dict_dup(const tev_custom_options* dict);
 
 /* True for "1", "true", "True" and for null: an option without a value reads as switched on. */

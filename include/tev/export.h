@@ -4,7 +4,7 @@
 
 #define TEV_API __attribute__((visibility("default")))
 
-/* Checks a printf-like function's arguments at compile time; positions count from 1. */
+/* The compiler checks the arguments of a printf-like function; positions count from 1. */
 #define TEV_PRINTF_FORMAT(format_position, first_argument) \
   __attribute__((format(printf, format_position, first_argument)))
 

@@ -1,6 +1,6 @@
-/* Field sets: which event types are wanted, and which of their fields.
+/* Field sets: they select event types and their fields.
  *
- * A set is loaded once, from a file or from lines, and then only read, from any thread.
+ * A set is loaded once, from a file or from lines. After that, any thread may read it.
  */
 #ifndef TEV_FIELD_SET_H
 #define TEV_FIELD_SET_H
@@ -12,25 +12,25 @@
 
 TEV_C_BEGIN
 
-/* Every call reports a null handle in the log, and returns false or null. */
+/* With a null handle, every call logs an error and returns false or null. */
 typedef struct tev_provider_field_set_t tev_provider_field_set_t;
 
 /* An empty set, to be released with tev_provider_field_set_destroy(); null when memory is short. */
 TEV_API tev_provider_field_set_t* tev_provider_field_set_create(void);
 TEV_API void tev_provider_field_set_destroy(tev_provider_field_set_t* field_set);
 
-/* Load the set anew. False when the file cannot be read or no type pattern is found. */
+/* Replace the contents of the set. False when the file cannot be read or has no type pattern. */
 TEV_API bool tev_provider_field_set_init_from_file(tev_provider_field_set_t* field_set,
                                                    const char* fset_filename);
 TEV_API bool tev_provider_field_set_init_from_lines(tev_provider_field_set_t* field_set,
                                                     const char* const* lines, size_t num_lines);
 
-/* Whether the field is wanted. An empty type name is judged by the section "default" alone. */
+/* Whether the set selects the field. For an empty type name, only the section "default" decides. */
 TEV_API bool tev_provider_field_set_should_include_field(const tev_provider_field_set_t* field_set,
                                                          const char* type_name,
                                                          const char* field_name);
 
-/* Whether a type pattern matches the name. That there is a section "default" does not count. */
+/* Whether a type pattern matches the name. The section "default" is ignored. */
 TEV_API bool tev_provider_field_set_is_type_of_interest(const tev_provider_field_set_t* field_set,
                                                         const char* type_name);
 
@@ -54,25 +54,26 @@ TEV_C_END
 
 namespace tev {
 
-/* The set itself. Problems are logged; exceptions come from memory only. */
+/* The set itself. Problems are logged. The only exception is std::bad_alloc. */
 class ProviderFieldSet {
  public:
-  /* Load the set anew. False when the file cannot be read or no type pattern is found. */
+  /* Replace the contents of the set. False when the file cannot be read or has no type pattern. */
   TEV_API bool initializeFromFile(const char* filename);
   TEV_API bool loadFromFile(const std::string& filename);
   TEV_API bool initializeFromLines(const std::vector<std::string>& lines);
   TEV_API bool loadFromLines(const std::vector<std::string>& lines);
 
-  /* Whether a type pattern matches the name. That there is a section "default" does not count. */
+  /* Whether a type pattern matches the name. The section "default" is ignored. */
   TEV_API bool isTypeOfInterest(const std::string& type_name) const;
 
-  /* Whether a pattern that matches the type lists the field, or lists none at all; for a type that
-   * no pattern matches, whether the section "default" does. */
+  /* Whether a section that matches the type lists the field, or does not list any field. For a type
+   * that does not match any section, whether the section "default" does. */
   TEV_API bool shouldIncludeField(const std::string& type_name,
                                   const std::string& field_name) const;
 
   /* All field patterns that decide on the type's fields, in the order in which they are tried.
-   * Empty when every field of the type is wanted, or none: shouldIncludeField() tells which. */
+   * Empty when either all fields of the type are selected, or none: shouldIncludeField()
+   * distinguishes the two cases. */
   TEV_API std::vector<std::string> getFieldPatterns(const std::string& type_name) const;
 
   /* In byte-wise order. */
@@ -90,10 +91,13 @@ class ProviderFieldSet {
  private:
   using FieldPatterns = std::vector<std::string>; /* empty: every field */
 
-  /* The type patterns of one section share its list, which does not change after loading. So a set
-   * takes no more memory than its file, however many type patterns meet however many fields. */
+  /* The type patterns of one section share its list, which does not change after loading. A set
+   * therefore needs about as much memory as its file, whatever the numbers of type and field
+   * patterns are. */
   using TypePatterns = std::map<std::string, std::shared_ptr<const FieldPatterns>>;
 
+  template <class Texts>
+  bool load(const Texts& lines);
   std::shared_ptr<FieldPatterns> openSection(std::string_view type_patterns);
   std::vector<const FieldPatterns*> listsFor(const std::string& type_name) const;
 

@@ -1,9 +1,9 @@
-/* Token filters: is a name (of a counter, a field or a device) wanted?
+/* Token filters: they select names of counters, fields or devices.
  *
- * An expression lists tokens, each after a '+' (inclusive) or a '-' (exclusive); the first sign may
- * be left out and is then '+'. A name passes when it matches every inclusive token and no exclusive
- * one. A token is a text that the name must contain, in any letter case; '^' before it ties it to
- * the name's start, '$' after it to the name's end.
+ * An expression lists tokens, each preceded by '+' (inclusive) or '-' (exclusive). The first sign
+ * may be omitted and is then '+'. A name passes when it matches every inclusive token and does not
+ * match any exclusive one. A token is a text that the name must contain; letter case is ignored.
+ * '^' before the text anchors it to the name's start, '$' after the text to the name's end.
  *
  * The functions allocate nothing and may run on any thread.
  */
@@ -24,18 +24,18 @@ TEV_C_BEGIN
 typedef char tev_filter_token_t[TEV_FILTER_TOKEN_SIZE];
 
 /* Splits `expression` into two arrays of TEV_FILTER_MAX_TOKENS slots each. A token that does not
- * fit is logged and ends the splitting: what came before it stays. */
+ * fit is logged and ends the splitting. The tokens before it remain in the arrays. */
 TEV_API void tev_filter_get_incl_excl_tokens(const char* expression, tev_filter_token_t* incl,
                                              size_t* incl_count, tev_filter_token_t* excl,
                                              size_t* excl_count);
 
-/* Whether `name` passes. Neither array may be null, even with a count of 0. They are only read; C
- * has no implicit way to an array of const. */
+/* Whether `name` passes. Neither array may be null, even with a count of 0. They are only read.
+ * They are not const because C does not convert an array of arrays to const implicitly. */
 TEV_API bool tev_filter_have_match(tev_filter_token_t* incl, size_t incl_count,
                                    tev_filter_token_t* excl, size_t excl_count, const char* name);
 
-/* Whether one token matches. Of `token`, TEV_FILTER_TOKEN_SIZE characters are looked at, or those
- * before its NUL. Only the first occurrence counts: "ab$" does not match "abab". */
+/* Whether one token matches. `token` ends at its NUL or after TEV_FILTER_TOKEN_SIZE characters.
+ * Only the first occurrence in the name is examined: "ab$" does not match "abab". */
 TEV_API bool tev_filter_match_single_token(const char* name, const char* token);
 
 /* Lower-cases `text`, which may be null, in place. */

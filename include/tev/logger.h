@@ -1,11 +1,12 @@
-/* The process-wide logger.
+/* The logger.
  *
- * Every module that is loaded into a process carries its own logger state; a host shares its own
- * with a plug-in by handing tev_get_logger_ctx() to the plug-in's _tev_register_logger().
+ * Every module that is loaded into a process has its own logger state. A host shares its state with
+ * a plug-in: it passes the result of tev_get_logger_ctx() to the plug-in's _tev_register_logger().
  *
  * Nothing is printed until TEV_API_LOG_LEVEL (or API_LOG_LEVEL) is set in the environment or a
- * logger is initialised by one of the calls below. Any thread may log; the calls that configure the
- * logger are for start-up, when no other thread logs.
+ * logger is initialised by one of the calls below. Any thread may log. The calls that configure the
+ * logger are for start-up, when no other thread logs. The logger itself does not
+ * allocate memory to log.
  */
 #ifndef TEV_LOGGER_H
 #define TEV_LOGGER_H
@@ -19,8 +20,8 @@
 
 TEV_C_BEGIN
 
-/* Message levels: syslog priorities. A message is emitted when the threshold is not below its
- * level. */
+/* Message levels: syslog priorities. A message is emitted when its level is at most the
+ * threshold. */
 enum {
   TEV_LEVEL_ERROR = 3,
   TEV_LEVEL_WARNING = 4,
@@ -39,23 +40,24 @@ enum {
   TEV_LOGGER_FUNCTION = 3,
 };
 
-/* A host's log function. `format` carries no trailing newline. Called on whichever thread logs, the
- * plug-in's sampling thread among them, which holds up the provider meanwhile: it must be
- * thread-safe, must not block for long, and must neither call the provider nor take a lock that is
- * held around a call of it. */
+/* A host's log function. `format` does not end with a newline. The function is called on the thread
+ * that logs. This may be the plug-in's sampling thread, and the provider then waits for the
+ * function. The function must be thread-safe and must not block for long. It must not call the
+ * provider, and must not take a lock that is held during a call of the provider. */
 typedef void (*tev_log_func_t)(uint32_t level, const char* format, ...);
 
-/* One module's logger, as handed to another. */
+/* One module's logger state, as it is passed to another module. */
 typedef struct tev_logger_ctx_t {
   uint32_t kind;           /* TEV_LOGGER_... */
-  FILE* stream;            /* for stderr and file */
-  tev_log_func_t log_func; /* for a function */
+  FILE* stream;            /* for TEV_LOGGER_STDERR and TEV_LOGGER_FILE */
+  tev_log_func_t log_func; /* for TEV_LOGGER_FUNCTION */
   uint32_t level;          /* threshold */
   pthread_mutex_t* mutex;  /* serialises lines; null: lines are not serialised */
 } tev_logger_ctx_t;
 
-/* A program that is linked with the library must find these where the library has them. Without
- * "weak", a compiler may give the program copies of its own, which the library never looks at. */
+/* A program that is linked with the library must use the library's own variables. Without "weak", a
+ * compiler may give the program its own copies, which the library does not use. A program that is
+ * not position independent gets copies even with "weak", so it must not use these variables. */
 #ifdef TEV_COMMON_LIBRARY
 #define TEV_SHARED_VARIABLE extern TEV_API
 #else
@@ -77,46 +79,47 @@ TEV_API void tev_set_log_func(tev_log_func_t func, uint32_t level);
 /* The log function in use, or null. */
 TEV_API tev_log_func_t tev_get_log_func(void);
 
-/* A copy of this module's logger state, to be handed to another module and then released with
- * tev_destroy_logger_ctx(); null when memory is short. Stream and mutex stay this module's. */
+/* A copy of this module's logger state, to be passed to another module and then released with
+ * tev_destroy_logger_ctx(); null when memory is short. The stream and the mutex still belong to
+ * this module. */
 TEV_API tev_logger_ctx_t* tev_get_logger_ctx(void);
 TEV_API void tev_destroy_logger_ctx(tev_logger_ctx_t* ctx);
 
-/* Adopts another module's logger. Returns 0 for a null context, else 1. A context equal to the
+/* Adopts another module's logger. Returns 0 for a null context, otherwise 1. A context equal to the
  * current state changes nothing, not even is_registered. */
 TEV_API int _tev_register_logger(const tev_logger_ctx_t* ctx);
 
-/* Choose the backend. Each returns 1, or 0 when another module's logger has been registered.
+/* Select the backend. Each returns 1, or 0 when another module's logger has been registered.
  * tev_init_file_logger() truncates `path`; when it cannot be opened, standard error is used and the
  * result is 0. */
 TEV_API int tev_init_stderr_logger(uint32_t level);
 TEV_API int tev_init_syslog_logger(const char* ident, uint32_t level);
 TEV_API int tev_init_file_logger(const char* path, uint32_t level);
 
-/* Closes the backend and goes back to standard error with the same threshold. A log function that
- * was set stays in use. */
+/* Closes the backend and returns to standard error with the same threshold. A log function that was
+ * set remains in use. */
 TEV_API void tev_close_logger(void);
 
-/* The built-in writer: one line, with time stamp and level tag (syslog: the message alone). */
+/* The built-in writer: one line with time stamp and level tag (syslog: only the message). */
 TEV_API void _tev_log(uint32_t level, const char* format, ...) TEV_PRINTF_FORMAT(2, 3);
 
 /* Reads the threshold from TEV_API_LOG_LEVEL (0 when unset or not a number) and logs to standard
  * error from now on. */
 TEV_API void __tev_init_logger_default(void);
 
-/* Makes the logger serialise its lines, unless TEV_LOG_THREAD_SAFE says otherwise. Returns 1 when
- * it does. */
+/* Makes the logger serialise its lines, unless TEV_LOG_THREAD_SAFE switches this off. Returns 1
+ * when the lines are serialised. */
 TEV_API int _tev_init_logger_mutex(void);
 
 /* Runs at process exit. */
 TEV_API void tev_logger_cleanup_mutex_exit_handler(void);
 
-/* Looks `name` up with and without the prefix "TEV_"; the prefixed variable wins. Returns a pointer
- * into the environment, or null. */
+/* Looks up `name` with and without the prefix "TEV_". The prefixed variable takes precedence.
+ * Returns a pointer into the environment, or null. */
 TEV_API const char* tev_getenv(const char* name);
 
-/* The pieces of a line: the time stamp "[YYYY-mm-dd HH:MM:SS.mmm] ", written to `stream`, and the
- * tag of a level ("[error] " and so on; "" for numbers that are no level). */
+/* The pieces of a line: the time stamp "[YYYY-mm-dd HH:MM:SS.mmm] ", written to `stream` (not when
+ * it is null), and the tag of a level ("[error] " and so on; "" for other numbers). */
 TEV_API void tev_dump_timestamp_logger(FILE* stream);
 TEV_API const char* tev_priority_level_string_logger(uint32_t level);
 
@@ -124,20 +127,29 @@ TEV_API const char* tev_priority_level_string_logger(uint32_t level);
 TEV_API void log_hex(const void* data, size_t length);
 
 /* Whether a message of `level` is emitted; initialises the logger on first use. */
+TEV_API int _tev_log_enabled(uint32_t level);
+
+#ifdef TEV_COMMON_LIBRARY
 static inline int tev_log_enabled(uint32_t level) {
   if (__atomic_load_n(&tev_log_level, __ATOMIC_RELAXED) == TEV_LEVEL_UNSET)
     __tev_init_logger_default();
   return __atomic_load_n(&tev_log_level, __ATOMIC_RELAXED) >= level;
 }
+#else
+/* A function call, so that a program does not refer to the library's variables unintentionally. */
+static inline int tev_log_enabled(uint32_t level) {
+  return _tev_log_enabled(level);
+}
+#endif
 
-/* Never called: lets every compiler check a message's format, which not all do through a pointer.
- */
+/* Never called. It lets every compiler check a message's format; some compilers do not check calls
+ * through a pointer. */
 static inline void tev_log_format_check(const char* format, ...) TEV_PRINTF_FORMAT(1, 2);
 static inline void tev_log_format_check(const char* format, ...) {
   (void)format;
 }
 
-/* Emits one message. The arguments are evaluated only when the level is on. */
+/* Emits one message. The arguments are evaluated only when the level is enabled. */
 #define TEV_LOG(level, ...)                             \
   do {                                                  \
     if (tev_log_enabled(level)) {                       \

@@ -1,12 +1,13 @@
 /* Types of events, schemas of types, and the type system that holds a host's schemas.
  *
- * A type is a packed record: fields back to back in declaration order, each an element or an array
- * of a built-in type or of a type defined earlier in the same schema. A schema is identified by the
- * MD5 digest of its canonical JSON text (docs/formats.md).
+ * A type is a packed record: its fields in declaration order, without padding. Each field is an
+ * element or an array of a built-in type or of a type defined earlier in the same schema. A schema
+ * is identified by the MD5 digest of its canonical JSON text (docs/formats.md), which
+ * tev_schema_json_string() returns.
  *
- * The records below are shared between modules that carry their own copy of this library: their
- * layout is fixed, everything they own comes from malloc(), and fields are to be read only. Nothing
- * here is locked.
+ * The records below are shared between modules that have their own copies of this library. Their
+ * layout is therefore fixed, everything they own comes from malloc(), and users must not change
+ * their fields. These functions do not lock.
  */
 #ifndef TEV_SCHEMA_H
 #define TEV_SCHEMA_H
@@ -71,7 +72,7 @@ enum {
 #define TEV_SCHEMA_ID_SIZE 16
 #define TEV_SCHEMA_ID_STRING_SIZE 33 /* 32 hexadecimal digits and the terminator */
 
-/* The identity of a schema: an MD5 digest; all zero: unset. */
+/* The identity of a schema: an MD5 digest. All zeros mean unset. */
 typedef struct tev_schema_id_t {
   uint8_t bytes[TEV_SCHEMA_ID_SIZE];
 } tev_schema_id_t;
@@ -97,7 +98,7 @@ typedef struct tev_type_field_definition_t {
   uint16_t array_length;
   uint64_t offset;                   /* bytes from the start of the record */
   const tev_type_definition_t* type; /* of one element; not owned */
-  uint16_t index; /* 0: not indexed; else the position among the key fields, from 1 */
+  uint16_t index; /* 0: not a key; otherwise the position among the key fields, from 1 */
 } tev_type_field_definition_t;
 
 struct tev_type_definition_t {
@@ -113,12 +114,12 @@ struct tev_schema_t {
   char* name;       /* may be null */
   tev_type_definition_t* types[TEV_MAX_TYPES];
   uint16_t num_types;
-  tev_schema_t* fallback; /* look-ups by name that miss go on here; not owned */
+  tev_schema_t* fallback; /* searched for names that this schema does not have; not owned */
   tev_schema_id_t id;
   char id_string[TEV_SCHEMA_ID_STRING_SIZE];
 };
 
-/* The record layout of the host's counters, of which only the size is known here. */
+/* The record layout of the host's counters. Only its size is known here. */
 typedef struct tev_counters_schema_t {
   uint32_t record_size; /* bytes */
 } tev_counters_schema_t;
@@ -134,25 +135,25 @@ typedef struct tev_type_system_t {
 TEV_API tev_type_system_t* tev_create_type_system(void);
 TEV_API void tev_destroy_type_system(tev_type_system_t* type_system);
 
-/* Adds an empty schema, which stays the type system's. Null when 255 schemas are there already or
- * memory is short. `out_index`, the slot's number, may be null. The id stays unset until
+/* Adds an empty schema, which the type system owns. Null when it already has 255 schemas or memory
+ * is short. `out_index` receives the schema's index and may be null. The id stays unset until
  * tev_type_system_update_md5_hashes() runs. */
 TEV_API tev_schema_t* tev_type_system_add_schema(tev_type_system_t* type_system, const char* name,
                                                  uint32_t version, uint8_t* out_index);
 
-/* 1 and the slot's number in `out_index` (may be null) when a schema with that id is there; else 0.
- */
+/* Returns 1, with the schema's index in `out_index` (may be null), when a schema with that id
+ * exists; otherwise 0. */
 TEV_API int tev_type_system_find_schema(const tev_type_system_t* type_system, const char* id_string,
                                         uint8_t* out_index);
 
 /* Destroys the newest schema; returns the number of schemas left. */
 TEV_API uint8_t tev_type_system_remove_last_schema(tev_type_system_t* type_system);
 
-/* Computes all ids anew; to be called once the types of a schema are complete. */
+/* Recomputes all ids. To be called after the types of a schema are complete. */
 TEV_API void tev_type_system_update_md5_hashes(tev_type_system_t* type_system);
 
-/* The largest size of any type, in bytes, at most 0xFFFFFFFF; the second also looks at the counters
- * record. */
+/* The largest size of any type, in bytes, at most 0xFFFFFFFF. The second function also includes the
+ * counters record. */
 TEV_API uint32_t tev_type_system_get_max_event_type_size(const tev_type_system_t* type_system);
 TEV_API uint32_t tev_type_system_max_type_size(const tev_type_system_t* type_system);
 
@@ -160,35 +161,36 @@ TEV_API uint32_t tev_type_system_max_type_size(const tev_type_system_t* type_sys
 TEV_API tev_schema_t* tev_create_schema(const char* name, uint32_t version);
 TEV_API void tev_destroy_schema(tev_schema_t* schema);
 
-/* Adds a packed record type of `count` fields. Returns TEV_SCHEMA_...; on success the type's number
- * stands in `out_index` (may be null), else the schema is as it was. */
+/* Adds a packed record type of `count` fields. Returns TEV_SCHEMA_... On success `out_index` (may
+ * be null) receives the type's index; otherwise the schema is unchanged. */
 TEV_API int tev_schema_add_type(tev_schema_t* schema, const char* type_name,
                                 const tev_type_field_info_t* fields, size_t count,
                                 uint8_t* out_index);
 
-/* The type of that name in the schema or in its fallback; null when there is none. */
+/* The type of that name in the schema or in its fallback; null when neither has it. */
 TEV_API const tev_type_definition_t* tev_schema_find_type_definition(const tev_schema_t* schema,
                                                                      const char* name);
 
 /* The size in bytes of the type of that name, 0 when unknown. */
 TEV_API uint64_t tev_schema_sizeof_type(const tev_schema_t* schema, const char* name);
 
-/* Makes the named fields the key of a type, in the order given; names that match no field are
- * passed over. Returns TEV_SCHEMA_OK or TEV_SCHEMA_INVALID. */
+/* Makes the named fields the key of a type, in the given order. Names that do not match a field are
+ * skipped. Returns TEV_SCHEMA_OK or TEV_SCHEMA_INVALID. */
 TEV_API int tev_schema_set_field_indexes(tev_schema_t* schema, uint8_t type_index,
                                          const char* const* names, size_t count);
 
-/* The names of a type's key fields in field order. The caller frees the array, not the names, which
- * stay the schema's. Null on failure. */
+/* The names of a type's key fields in field order. The caller frees the array, but not the names,
+ * which the schema owns. Null on failure. */
 TEV_API const char** tev_schema_get_indexed_fields(const tev_schema_t* schema, uint8_t type_index,
                                                    size_t* out_count);
 
-/* Built-in types: null and 0 for what is unknown. */
+/* Built-in types: null or 0 for unknown arguments. */
 TEV_API const char* tev_builtin_type_name(uint32_t id);
 TEV_API size_t tev_builtin_type_size(uint32_t id);
 TEV_API uint32_t tev_builtin_type_from_name(const char* name);
 
-/* The name of a counting mode, null when unknown; and back, TEV_VALUE_UNKNOWN when unknown. */
+/* The name of a counting mode, null when unknown; and the counting mode of a name,
+ * TEV_VALUE_UNKNOWN when unknown. */
 TEV_API const char* tev_value_type_string(uint32_t value_type);
 TEV_API uint32_t tev_value_type_from_string(const char* name);
 
@@ -202,12 +204,18 @@ TEV_API int tev_compare_schema_id(const tev_schema_id_t* a, const tev_schema_id_
 TEV_API bool tev_schema_id_is_blob(const tev_schema_id_t* id);
 TEV_API void tev_schema_id_set_blob(tev_schema_id_t* id);
 
-/* 32 lower-case hexadecimal digits: in a new buffer that the caller frees (null when memory is
- * short), or in the caller's of at least TEV_SCHEMA_ID_STRING_SIZE characters. */
+/* 32 lower-case hexadecimal digits, written to a new buffer that the caller frees (null when memory
+ * is short), or to the caller's buffer of at least TEV_SCHEMA_ID_STRING_SIZE characters. */
 TEV_API char* tev_schema_id_string(const tev_schema_id_t* id);
 TEV_API void tev_schema_id_to_schema_string(const tev_schema_id_t* id, char* buffer);
 
-/* False, and `id` unchanged, unless `text` is exactly 32 hexadecimal digits. */
+/* The canonical JSON text of a schema in its current state, in a new buffer that the caller frees.
+ * The MD5 digest of the text without its terminator is the id that
+ * tev_type_system_update_md5_hashes() computes. Null when `schema` is null or has no types, and
+ * when memory is short, which is logged. */
+TEV_API char* tev_schema_json_string(const tev_schema_t* schema);
+
+/* Returns false and leaves `id` unchanged unless `text` is exactly 32 hexadecimal digits. */
 TEV_API bool tev_schema_from_id_string(const char* text, tev_schema_id_t* id);
 
 TEV_C_END

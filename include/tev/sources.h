@@ -1,4 +1,4 @@
-/* Sources: which machine, or which unit of it, and which provider events come from. */
+/* Sources: the machine, or the unit of a machine, and the provider from which events come. */
 #ifndef TEV_SOURCES_H
 #define TEV_SOURCES_H
 
@@ -26,11 +26,11 @@ typedef struct tev_source_array_t {
   tev_source_t** sources;
 } tev_source_array_t;
 
-/* A source; texts that do not fit are cut. Null when memory is short. */
+/* A new source. Texts that do not fit are truncated. Null when memory is short. */
 TEV_API tev_source_t* tev_create_source(const char* id, const char* tag);
 
-/* The source of this machine: TEV_SOURCE_ID, else TEV_HOST_NAME, else the host name up to its first
- * dot. Null when it has none or memory is short. */
+/* The source of this machine. Its id is TEV_SOURCE_ID, or else TEV_HOST_NAME, or else the host name
+ * up to its first dot. Null when the machine has no host name or memory is short. */
 TEV_API tev_source_t* tev_create_default_source(const char* tag);
 TEV_API void tev_destroy_source(tev_source_t* source);
 
@@ -41,11 +41,11 @@ TEV_API tev_source_array_t* tev_create_source_array(void);
 TEV_API tev_source_array_t* tev_create_default_source_array(const char* tag);
 TEV_API void tev_destroy_source_array(tev_source_array_t* array);
 
-/* Hands `source` to the array. False, and the source still the caller's, when it is null, the array
- * holds TEV_MAX_SOURCES already, or memory is short. */
+/* Appends `source` to the array, which then owns it. Returns false, and the caller still owns the
+ * source, when it is null, the array already has TEV_MAX_SOURCES sources, or memory is short. */
 TEV_API bool tev_source_array_append(tev_source_array_t* array, tev_source_t* source);
 
-/* The position of that very object, or TEV_SOURCE_NOT_FOUND. */
+/* The index of this object (compared by address), or TEV_SOURCE_NOT_FOUND. */
 TEV_API uint16_t tev_source_array_find_source(const tev_source_array_t* array,
                                               const tev_source_t* source);
 
@@ -55,20 +55,24 @@ TEV_API tev_source_t* tev_source_copy(tev_source_t* destination, const tev_sourc
 /* Orders by id, then by tag. */
 TEV_API int tev_source_compare(const tev_source_t* a, const tev_source_t* b);
 
-/* The id in a new buffer that the caller frees; null when memory is short. */
+/* The id in a new buffer of TEV_SOURCE_ID_SIZE + 1 bytes that the caller frees; null when memory is
+ * short. */
 TEV_API char* tev_source_string(const tev_source_t* source);
 
 /* "id:tag" into `buffer` of `size` bytes; false when it does not fit. */
 TEV_API bool tev_source_full_string(const tev_source_t* source, char* buffer, size_t size);
 
-/* Logs each source at debug level under `name`; returns their number. */
+/* Logs each source at debug level under `name`; returns the number of sources. */
 TEV_API size_t tev_source_array_log(const tev_source_array_t* array, const char* name);
 
-/* Sources numbered from a range: "3" (1 to 3) and "2-4" with the default identity as prefix, or
- * "node[2-4]". Null for anything else, with an error logged. */
+/* Sources with numbers from a range: "3" (1 to 3) or "2-4", with the default identity as prefix, or
+ * "node[2-4]". Null for any other text, with an error logged. */
 TEV_API tev_source_array_t* tev_create_source_array_from_string(const char* text);
 
-/* The same, or, when `text` names a file, one source per line of it. */
+/* The same, but if `text` is the name of a file (not a directory), one source per line of the file.
+ * Null, with an error logged, when the file cannot be read completely: when it has more than 16
+ * MiB, or when it is a pipe to which nothing is written during the first 10 seconds or for 2
+ * seconds later on. */
 TEV_API tev_source_array_t* tev_create_source_array_from_input(const char* text);
 
 TEV_C_END

@@ -11,7 +11,7 @@ namespace {
 
 using support::trimLine;
 
-// Of the messages that tell how lines are read.
+// The function name in the messages about single lines.
 constexpr const char* kLoadFromLines = "loadFromLines";
 
 bool matches(std::string_view pattern, std::string_view name) {
@@ -36,9 +36,8 @@ bool ProviderCounterSet::initializeFromFile(const char* filename,
 
 bool ProviderCounterSet::loadFromFile(const std::string& filename,
                                       const std::vector<std::string>& user_tags) {
-  return support::loadSetFile(
-      filename, {.content = "counter set", .extension = "cset"}, name_,
-      [&](const std::vector<std::string>& lines) { return loadFromLines(lines, user_tags); });
+  return support::loadSetFile(filename, {.content = "counter set", .extension = "cset"}, name_,
+                              [&](const support::Lines& lines) { return load(lines, user_tags); });
 }
 
 bool ProviderCounterSet::initializeFromLines(const std::vector<std::string>& lines,
@@ -48,9 +47,14 @@ bool ProviderCounterSet::initializeFromLines(const std::vector<std::string>& lin
 
 bool ProviderCounterSet::loadFromLines(const std::vector<std::string>& lines,
                                        const std::vector<std::string>& user_tags) {
+  return load(lines, user_tags);
+}
+
+template <class Texts>
+bool ProviderCounterSet::load(const Texts& lines, const std::vector<std::string>& user_tags) {
   TEV_LOG_DEBUG("[%s] Loading cset file from lines...", kLoadFromLines);
-  ProviderCounterSet loaded;  // takes this set's place when all has gone well
-  for (const auto& raw_line : lines) {
+  ProviderCounterSet loaded;  // replaces this set after everything has succeeded
+  for (const std::string_view raw_line : lines) {
     const auto line = trimLine(raw_line);
     if (line.empty()) continue;
     if (line.starts_with('#'))

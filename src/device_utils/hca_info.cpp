@@ -18,8 +18,8 @@ int isVisible(const dirent* entry) {
   return entry->d_name[0] != '.';
 }
 
-// The visible entries of a folder, sorted. Not by glob(), which is the obvious way but frees paths
-// twice when memory gets short.
+// The visible entries of a directory, sorted. Does not use glob(), because glob() frees paths twice
+// when memory is short.
 class Listing {
  public:
   explicit Listing(const std::string& folder)

@@ -4,7 +4,7 @@
 
 namespace tev::common {
 
-// Where the kernel's and the device files are found; tests hand in a tree of their own.
+// The directories of the kernel's files and the device files. Tests use their own tree.
 struct HostRoots {
   std::string sys = "/sys";
   std::string dev = "/dev";

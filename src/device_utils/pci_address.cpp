@@ -3,6 +3,7 @@
 
 #include "src/device_utils/port_identifiers.h"
 #include "src/support/malloc_ptr.h"
+#include "src/support/text.h"
 #include "src/support/text_file.h"
 #include "tev/logger.h"
 
@@ -12,20 +13,20 @@ namespace {
 constexpr std::string_view kAddressKey = "PCI_SLOT_NAME=";
 constexpr std::size_t kDomainLength = 4;
 
-// The address in an adapter's uevent file; empty when it has none.
+// The address in an adapter's uevent file; empty when the file has no address.
 std::string readAddress(const std::string& path, const std::string& hca_name) {
-  const auto lines = support::readLines(path);
-  if (!lines) return {};
-  for (const std::string& line : *lines) {
-    if (line.find(kAddressKey) == std::string::npos) continue;
-    std::string address = line.substr(kAddressKey.size());
+  const auto text = support::readFirstLines("device_utils", path);
+  if (!text) return {};
+  for (const std::string_view line : support::Lines(*text)) {
+    if (line.find(kAddressKey) == std::string_view::npos) continue;
+    std::string address(line.substr(kAddressKey.size()));
     TEV_LOG_DEBUG("[device_utils] Found %s PCI address - %s", hca_name.c_str(), address.c_str());
     return address;
   }
   return {};
 }
 
-// Nothing when the path cannot be made; empty when the adapter has no address.
+// Nothing when the path cannot be formatted; empty when the adapter has no address.
 std::optional<std::string> addressOf(const HostRoots& roots, const std::string& hca_name) {
   const support::MallocPtr<char> path(tev_expand_string_template(
       "%s/class/infiniband/%s/device/uevent", roots.sys.c_str(), hca_name.c_str()));

@@ -13,7 +13,7 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-// What is gathered before an error stays in `interfaces`.
+// After an error, the interfaces found so far remain in `interfaces`.
 void listFolder(const char* path, const std::string& hca_name,
                 std::vector<std::string>& interfaces) {
   if (!fs::exists(path)) {

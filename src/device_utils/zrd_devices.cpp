@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "src/device_utils/port_identifiers.h"
+#include "src/support/text.h"
 #include "src/support/text_file.h"
 #include "tev/logger.h"
 
@@ -31,7 +32,7 @@ struct CloseFolder {
 };
 using FolderPtr = std::unique_ptr<DIR, CloseFolder>;
 
-// Some file systems do not tell an entry's type in its folder.
+// Some file systems do not store an entry's type in the directory.
 bool isDeviceOrLink(DIR* folder, const dirent& entry) {
   if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_CHR || entry.d_type == DT_LNK;
   struct stat status {};
@@ -39,23 +40,23 @@ bool isDeviceOrLink(DIR* folder, const dirent& entry) {
   return S_ISCHR(status.st_mode) || S_ISLNK(status.st_mode);
 }
 
-// When two adapters share an address, the later name has it.
+// When two adapters have the same address, the later name is used.
 NameMap inverted(const NameMap& hca_to_pci_address) {
   NameMap pci_address_to_hca;
   for (const auto& [hca_name, address] : hca_to_pci_address) pci_address_to_hca[address] = hca_name;
   return pci_address_to_hca;
 }
 
-// The device-node folder while it is gone through.
+// The open directory of device nodes.
 struct Search {
   const NameMap& pci_address_to_hca;
   bool strip;
   NameMap found;
 
-  void readLine(const std::string& line, const std::string& device) {
+  void readLine(std::string_view line, const std::string& device) {
     const auto key = line.find(kAddressKey);
-    if (key == std::string::npos) return;
-    std::string address = line.substr(key + kAddressKey.size(), kAddressLength);
+    if (key == std::string_view::npos) return;
+    std::string address(line.substr(key + kAddressKey.size(), kAddressLength));
     if (strip) address = withoutPciDomain(address);
     const auto hca = pci_address_to_hca.find(address);
     if (hca == pci_address_to_hca.end()) {
@@ -70,10 +71,9 @@ struct Search {
   void readEntry(const fs::path& entry) {
     const std::string device = entry.filename().string();
     if (!device.starts_with(kDevicePrefix)) return;
-    const auto lines =
-        support::readLines(entry.string(), support::CutText::kKept, kMaxDeviceTextBytes);
-    if (!lines) return;
-    for (const std::string& line : *lines) readLine(line, device);
+    const auto text = support::readFirstLines("device_utils", entry.string(), kMaxDeviceTextBytes);
+    if (!text) return;
+    for (const std::string_view line : support::Lines(*text)) readLine(line, device);
   }
 
   void readFolder(const std::string& path) {
@@ -91,7 +91,7 @@ bool isZrdDirEmpty(const HostRoots& roots) {
   const FolderPtr entries(opendir(folder(roots).c_str()));
   if (!entries) {
     TEV_LOG_INFO("[device_utils] /dev/zrd is empty or does not exist");
-    return false;  // on purpose: a missing folder is for the caller to find
+    return false;  // intentional: the caller must detect a missing directory
   }
   while (const dirent* entry = readdir(entries.get())) {
     const std::string_view name = entry->d_name;

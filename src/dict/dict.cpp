@@ -15,9 +15,9 @@ namespace {
 
 using tev::support::MallocPtr;
 
-// The table behind a handle: open addressing over a power of two of buckets. The library of another
-// module may have built it, so its fields are fixed. No entry is ever removed, hence no bucket of
-// ours is ever "deleted"; one that is gets passed over and reused.
+// The table behind a handle: open addressing, with a power of two of buckets. Another module's
+// library may have built it, so its fields are fixed. This library never removes entries, so it
+// never creates "deleted" buckets. It skips and reuses those that exist.
 struct Table {
   std::uint32_t buckets;
   std::uint32_t size;      // live entries
@@ -57,15 +57,15 @@ MallocPtr<std::uint32_t> allEmpty(std::uint32_t buckets) {
   return states;
 }
 
-// Characters count with their sign, as plain char has it.
+// Characters are signed or unsigned as plain `char` is.
 std::uint32_t hashOf(const char* key) {
   std::uint32_t hash = 0;
   for (; *key != '\0'; ++key) hash = hash * 31 + static_cast<std::uint32_t>(*key);
   return hash;
 }
 
-// The buckets that a key may be in, in order: the steps grow by one each time, which visits every
-// bucket of a power of two before the walk is back at its start.
+// The buckets in which a key may be, in order. Each step is one longer than the previous one. With
+// a power of two of buckets, this visits every bucket before it returns to the first.
 class Probe {
  public:
   Probe(const char* key, std::uint32_t buckets)
@@ -73,7 +73,7 @@ class Probe {
 
   std::uint32_t bucket() const { return bucket_; }
 
-  // False when the walk has come back to its start.
+  // False when the sequence has returned to its start.
   bool next() {
     bucket_ = (bucket_ + ++step_) & mask_;
     return bucket_ != start_;
@@ -97,8 +97,8 @@ std::uint32_t find(const Table& table, const char* key) {
   return kNoBucket;
 }
 
-// Where `key` is or is to be put: its bucket, else the last deleted one passed on the way, else the
-// empty one at the end of the way. The bound keeps at least one bucket empty.
+// The bucket of `key`, or the bucket where it should be inserted: the last deleted bucket on the
+// way, or else the empty bucket at the end. `bound` keeps at least one bucket empty.
 std::uint32_t findOrPlace(const Table& table, const char* key) {
   std::uint32_t reusable = kNoBucket;
   Probe probe(key, table.buckets);
@@ -119,9 +119,9 @@ bool resizeArray(char**& array, std::uint32_t count) {
   return true;
 }
 
-// Moves every live entry to its place among `buckets`, inside the same arrays and from bucket 0
-// upward. An entry that still waits in the place of another gives way and is moved next. The states
-// of `table` are used up on the way: what has been moved counts as deleted.
+// Moves every live entry to its place among `buckets`, within the same arrays, starting at bucket
+// 0. If the place holds another entry that has not been moved yet, that entry is moved next. This
+// changes the states of `table`: moved entries are marked as deleted.
 void rehash(Table& table, std::uint32_t* new_states, std::uint32_t buckets) {
   for (std::uint32_t from = 0; from < table.buckets; ++from) {
     if (stateOf(table.states, from) != kLive) continue;
@@ -146,7 +146,7 @@ void rehash(Table& table, std::uint32_t* new_states, std::uint32_t buckets) {
   }
 }
 
-// The number of buckets for a request, 0 when 32 bits cannot count them.
+// The number of buckets for a request, 0 when it exceeds 32 bits.
 std::uint32_t roundUp(std::uint32_t requested) {
   if (requested > kMostBuckets) return 0;
   std::uint32_t buckets = kFewestBuckets;
@@ -154,8 +154,8 @@ std::uint32_t roundUp(std::uint32_t requested) {
   return buckets;
 }
 
-// Rebuilds the table with room for `requested` buckets, which also clears away deleted ones. False,
-// and the table as it was, when that cannot be had.
+// Rebuilds the table with room for `requested` buckets, which also removes deleted ones. On
+// failure, returns false and leaves the table unchanged.
 bool resize(Table& table, std::uint32_t requested) {
   const std::uint32_t buckets = roundUp(requested);
   if (buckets == 0) return false;
@@ -168,7 +168,7 @@ bool resize(Table& table, std::uint32_t requested) {
       (!resizeArray(table.keys, buckets) || !resizeArray(table.values, buckets)))
     return false;
   rehash(table, states.get(), buckets);
-  if (buckets < table.buckets) {  // arrays that cannot be made smaller just stay large
+  if (buckets < table.buckets) {  // arrays that cannot be shrunk remain large
     resizeArray(table.keys, buckets);
     resizeArray(table.values, buckets);
   }
@@ -186,7 +186,7 @@ bool makeRoom(Table& table) {
   return resize(table, crowded ? table.buckets + 1 : table.buckets - 1);
 }
 
-// Takes over both texts on success.
+// On success, the table owns both texts.
 bool insert(Table& table, MallocPtr<char>& key, MallocPtr<char>& value) {
   if (!makeRoom(table)) return false;
   const std::uint32_t bucket = findOrPlace(table, key.get());

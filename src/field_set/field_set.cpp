@@ -14,7 +14,7 @@ namespace {
 
 using support::trimLine;
 
-constexpr const char* kFallback = "default";  // the section for types that no other one names
+constexpr const char* kFallback = "default";  // the section for types that do not match any other
 
 bool isHeader(std::string_view line) {
   return line.starts_with('[') && line.ends_with(']');
@@ -49,9 +49,8 @@ bool ProviderFieldSet::initializeFromFile(const char* filename) {
 }
 
 bool ProviderFieldSet::loadFromFile(const std::string& filename) {
-  return support::loadSetFile(
-      filename, {.content = "field set", .extension = "fset"}, name_,
-      [&](const std::vector<std::string>& lines) { return loadFromLines(lines); });
+  return support::loadSetFile(filename, {.content = "field set", .extension = "fset"}, name_,
+                              [&](const support::Lines& lines) { return load(lines); });
 }
 
 bool ProviderFieldSet::initializeFromLines(const std::vector<std::string>& lines) {
@@ -59,9 +58,14 @@ bool ProviderFieldSet::initializeFromLines(const std::vector<std::string>& lines
 }
 
 bool ProviderFieldSet::loadFromLines(const std::vector<std::string>& lines) {
-  ProviderFieldSet loaded;                 // takes this set's place when all has gone well
-  std::shared_ptr<FieldPatterns> section;  // the current one's list
-  for (const auto& raw_line : lines) {
+  return load(lines);
+}
+
+template <class Texts>
+bool ProviderFieldSet::load(const Texts& lines) {
+  ProviderFieldSet loaded;                 // replaces this set after everything has succeeded
+  std::shared_ptr<FieldPatterns> section;  // the list of the current section
+  for (const std::string_view raw_line : lines) {
     const auto line = trimLine(raw_line);
     if (line.empty() || line.starts_with('#')) continue;
     if (isHeader(line))
@@ -73,7 +77,8 @@ bool ProviderFieldSet::loadFromLines(const std::vector<std::string>& lines) {
   return isInitialized();
 }
 
-// The list of a new section, with which its type patterns start anew; null when it names none.
+// The list of a new section; its type patterns lose their earlier lists. Null when the section does
+// not name any.
 std::shared_ptr<ProviderFieldSet::FieldPatterns> ProviderFieldSet::openSection(
     std::string_view type_patterns) {
   std::shared_ptr<FieldPatterns> section;

@@ -32,7 +32,8 @@ TerminatedToken terminated(const char* token) {
   return copy;
 }
 
-// False, with the reason logged, when there is no room for the token. An empty one needs none.
+// Returns false, with the reason logged, when there is no room for the token. An empty token does
+// not need room.
 bool append(std::string_view token, tev_filter_token_t* tokens, std::size_t& count) {
   if (token.empty()) return true;
   if (count >= kMaxTokens) {
@@ -48,8 +49,8 @@ bool append(std::string_view token, tev_filter_token_t* tokens, std::size_t& cou
   return true;
 }
 
-// Where the first occurrence of `core` in `text` ends; npos: there is none, or not where it must
-// be.
+// The end of the first occurrence of `core` in `text`; npos when `core` does not occur, or occurs
+// in the wrong place.
 std::size_t endOfCore(std::string_view text, std::string_view core, bool at_start) {
   const auto found = std::search(text.begin(), text.end(), core.begin(), core.end(),
                                  [](char left, char right) { return lower(left) == lower(right); });
@@ -59,7 +60,8 @@ std::size_t endOfCore(std::string_view text, std::string_view core, bool at_star
 
 bool tracedMatch(const char* kind, const char* token, const char* name) {
   const bool found = tev_filter_match_single_token(name, token);
-  // The verb in the token's quotes and the token after them is how this line has always read.
+  // The line prints the verb inside the quotes and the token after them. Its text is kept for
+  // compatibility.
   TEV_LOG_DEBUG("[tev_filter_have_match] %s token '%s' %s found in '%s'", kind,
                 found ? "was" : "was not", terminated(token).text, name);
   return found;

@@ -9,8 +9,8 @@ namespace {
 constexpr std::size_t kBytesPerLine = 16;
 constexpr std::size_t kBytesPerGroup = 8;
 
-// One line: two groups of hexadecimal bytes, each followed by a blank more, then the characters. A
-// partial line is padded to the column where a full one has its bar.
+// One line: two groups of hexadecimal bytes, each followed by one more blank, then the characters.
+// A partial line is padded to the column in which a full line has its bar.
 void logLine(const unsigned char* bytes, std::size_t count) {
   char hex[100] = "";
   char characters[kBytesPerLine + 1] = "";
@@ -22,8 +22,8 @@ void logLine(const unsigned char* bytes, std::size_t count) {
     const bool printable = bytes[i] >= 0x20 && bytes[i] <= 0x7e;
     characters[i] = printable ? static_cast<char>(bytes[i]) : '.';
   }
-  // The first group's blank stands after its eighth byte, the second's after its sixteenth: a line
-  // cut short inside a group has not had that blank yet.
+  // The extra blanks are after the eighth and the sixteenth byte. A line that ends inside a group
+  // does not have that group's blank yet.
   if (count < kBytesPerLine) {
     const std::size_t missing_blanks = (count < kBytesPerGroup ? 1 : 0) + 1;
     const std::size_t padding = missing_blanks + 3 * (kBytesPerLine - count);

@@ -8,10 +8,11 @@
 #include <cstdlib>
 #include <ctime>
 #include <mutex>
+#include <utility>
 
-// The state of this module's logger. Written by the calls that configure it, which are for
-// start-up, and by the first message of whichever thread; hence atomic access throughout, in an
-// order in which whoever sees the mutex sees it initialised.
+// The state of this module's logger. It is written by the calls that configure it, which are for
+// start-up, and by the first message, on any thread. All access is therefore atomic, with acquire
+// and release order: a thread that sees the mutex sees it initialised.
 uint32_t tev_log_level = TEV_LEVEL_UNSET;
 uint8_t is_registered = 0;
 
@@ -35,15 +36,21 @@ void set(T& state, T value) {
   __atomic_store(&state, &value, __ATOMIC_RELEASE);
 }
 
-// Marks a stretch of code that must not enter itself on the same thread.
-class Once {
+// Whether this thread is inside code that must not be re-entered. The TLS model is set because the
+// loader allocates objects of the default model when a thread first uses them, and ends the process
+// when it cannot.
+[[gnu::tls_model("initial-exec")]] thread_local bool is_initialising = false;
+[[gnu::tls_model("initial-exec")]] thread_local bool is_opening_stream = false;
+
+// Marks code that must not be re-entered, for the length of a scope.
+class ReentryGuard {
  public:
-  explicit Once(bool& busy) : busy_(busy), first_(!busy) { busy_ = true; }
-  ~Once() {
+  explicit ReentryGuard(bool& busy) : busy_(busy), first_(!busy) { busy_ = true; }
+  ~ReentryGuard() {
     if (first_) busy_ = false;
   }
-  Once(const Once&) = delete;
-  Once& operator=(const Once&) = delete;
+  ReentryGuard(const ReentryGuard&) = delete;
+  ReentryGuard& operator=(const ReentryGuard&) = delete;
   bool first() const { return first_; }
 
  private:
@@ -51,7 +58,8 @@ class Once {
   bool first_;
 };
 
-// Holds the lines' mutex, if there is one. It is looked up once: it may change in between.
+// Holds the mutex that serialises lines, if there is one. The pointer is read once, because it may
+// change between lock and unlock.
 class LineLock {
  public:
   LineLock() : held_(get(mutex)) {
@@ -85,24 +93,54 @@ bool threadSafetyIsSwitchedOff() {
   return first != '1' && first != 't' && first != 'y';
 }
 
-// Points `mutex` at own_mutex; false when it cannot be initialised. Threads may come here together
-// with their first messages.
+// Under ThreadSanitizer, a handler of std::atexit() may run after the library has been unloaded.
+// This destructor runs before.
+struct CleanUpAtExit {
+  ~CleanUpAtExit() { tev_logger_cleanup_mutex_exit_handler(); }
+};
+
+// No line is being written while the process forks. Otherwise the child would get half a line in
+// its copy of the stream, and would wait for locks whose holders do not exist there. A line that
+// takes longer than this (a pipe that nobody reads) does not keep the process from forking.
+constexpr int kLongestLineSeconds = 1;
+[[gnu::tls_model("initial-exec")]] thread_local bool held_for_fork = false;
+
+void holdForFork() {
+  timespec limit{};
+  clock_gettime(CLOCK_REALTIME, &limit);
+  limit.tv_sec += kLongestLineSeconds;
+  held_for_fork = get(mutex) == &own_mutex && pthread_mutex_timedlock(&own_mutex, &limit) == 0;
+}
+
+void releaseInParent() {
+  if (std::exchange(held_for_fork, false)) pthread_mutex_unlock(&own_mutex);
+}
+
+void renewInChild() {
+  held_for_fork = false;
+  if (get(mutex) == &own_mutex) pthread_mutex_init(&own_mutex, nullptr);
+}
+
+// Sets `mutex` to own_mutex; false when own_mutex cannot be initialised. Several threads may call
+// this at the same time with their first messages.
 bool initOwnMutex() {
   static std::mutex initialisation;
   const std::scoped_lock lock(initialisation);
   if (get(mutex)) return true;
   if (pthread_mutex_init(&own_mutex, nullptr) != 0) return false;
   set(mutex, &own_mutex);
-  std::atexit(tev_logger_cleanup_mutex_exit_handler);
+  static const CleanUpAtExit at_exit;
+  static const int watched = pthread_atfork(holdForFork, releaseInParent, renewInChild);
+  static_cast<void>(watched);
   return true;
 }
 
-// Where a line goes. Without a stream the standard-error logger is initialised, which may have
-// something to say itself, and does nothing when another module's logger is registered.
+// The stream for a line. If there is no stream, the standard-error logger is initialised. The
+// initialisation may itself log, and it does nothing when another module's logger is registered.
 FILE* lineStream() {
-  static thread_local bool busy = false;
-  const Once once(busy);
-  if (!get(stream) && once.first()) tev_init_stderr_logger(get(tev_log_level));
+  if (FILE* const target = get(stream)) return target;
+  const ReentryGuard guard(is_opening_stream);
+  if (guard.first()) tev_init_stderr_logger(get(tev_log_level));
   FILE* const target = get(stream);
   return target ? target : stderr;
 }
@@ -117,6 +155,10 @@ void tev_set_log_func(tev_log_func_t func, uint32_t level) {
   set(tev_log_level, level);
   set(log_func, func);
   set<uint32_t>(kind, TEV_LOGGER_FUNCTION);
+}
+
+int _tev_log_enabled(uint32_t level) {
+  return tev_log_enabled(level);
 }
 
 tev_log_func_t tev_get_log_func(void) {
@@ -142,7 +184,7 @@ int _tev_register_logger(const tev_logger_ctx_t* ctx) {
   if (!ctx) return 0;
   if (ctx->kind == get(kind) && ctx->level == get(tev_log_level) && ctx->mutex == get(mutex) &&
       ctx->log_func == get(log_func) && ctx->stream == get(stream))
-    return 1;  // and not registered: nothing has been adopted
+    return 1;  // is_registered is not set, because nothing has been adopted
   set(mutex, ctx->mutex);
   set(tev_log_level, ctx->level);
   set(kind, ctx->kind);
@@ -213,11 +255,10 @@ void _tev_log(uint32_t level, const char* format, ...) {
 }
 
 void __tev_init_logger_default(void) {
-  // A threshold of -1 is the same number as "not yet": without the mark, what the initialisation
-  // itself has to say would start it over.
-  static thread_local bool busy = false;
-  const Once once(busy);
-  if (!once.first()) return;
+  // A threshold of -1 is the same number as "not initialised yet". Without the guard, messages of
+  // the initialisation itself would then start it again.
+  const ReentryGuard guard(is_initialising);
+  if (!guard.first()) return;
 
   int level = 0;
   const char* const text = tev_getenv("TEV_API_LOG_LEVEL");
@@ -247,6 +288,7 @@ void tev_logger_cleanup_mutex_exit_handler(void) {
 }
 
 void tev_dump_timestamp_logger(FILE* target) {
+  if (!target) return;
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
   auto milliseconds = static_cast<int>(now.tv_nsec / 1'000'000);

@@ -17,7 +17,7 @@ std::optional<std::string> machineName() {
     TEV_LOG_ERROR("[source] Failed to get host name: %s", std::strerror(errno));
     return std::nullopt;
   }
-  name[sizeof name - 1] = '\0';  // a name that was cut need not have one
+  name[sizeof name - 1] = '\0';  // a truncated name may have no terminator
   return std::string(name, std::strcspn(name, "."));
 }
 

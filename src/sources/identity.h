@@ -5,8 +5,8 @@
 
 namespace tev::sources {
 
-// What this machine calls itself in its events: TEV_SOURCE_ID, else TEV_HOST_NAME, else the host
-// name up to its first dot. Nothing, with an error logged, when there is no host name to be had.
+// The identity of this machine in its events: TEV_SOURCE_ID, or else TEV_HOST_NAME, or else the
+// host name up to its first dot. Nothing, with an error logged, when the host name cannot be read.
 std::optional<std::string> defaultIdentity();
 
 }  // namespace tev::sources

@@ -14,13 +14,13 @@ static_assert(offsetof(tev_source_t, id) == 0 && offsetof(tev_source_t, tag) == 
 
 namespace {
 
-// A record from elsewhere may have filled its characters to the last.
+// A record from another module may have no terminator.
 template <std::size_t N>
 std::string_view view(const char (&text)[N]) {
   return {text, strnlen(text, N)};
 }
 
-// Into zero-filled characters, of which the last stays zero.
+// Copies to zero-filled characters. The last one stays zero.
 template <std::size_t N>
 void copyCut(char (&destination)[N], const char* text) {
   if (text) std::memcpy(destination, text, strnlen(text, N - 1));
@@ -59,7 +59,10 @@ int tev_source_compare(const tev_source_t* a, const tev_source_t* b) {
 }
 
 char* tev_source_string(const tev_source_t* source) {
-  return source ? strndup(source->id, sizeof source->id) : nullptr;
+  if (!source) return nullptr;
+  auto* const text = static_cast<char*>(std::calloc(1, sizeof source->id + 1));
+  if (text) view(source->id).copy(text, sizeof source->id);
+  return text;
 }
 
 bool tev_source_full_string(const tev_source_t* source, char* buffer, std::size_t size) {

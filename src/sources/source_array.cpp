@@ -1,4 +1,7 @@
+#include <malloc.h>
+
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -15,6 +18,22 @@ namespace {
 
 std::span<tev_source_t* const> sourcesOf(const tev_source_array_t& array) {
   return {array.sources, array.count};
+}
+
+// The record does not store its capacity. The capacity is the count, rounded up to a power of two.
+// An array from another module may have less.
+bool hasRoomForOneMore(const tev_source_array_t& array) {
+  const std::size_t needed = (std::size_t{array.count} + 1) * sizeof(tev_source_t*);
+  return array.sources && !std::has_single_bit(array.count) &&
+         malloc_usable_size(array.sources) >= needed;
+}
+
+bool makeRoomForOneMore(tev_source_array_t& array) {
+  const std::size_t capacity = std::bit_ceil(std::size_t{array.count} + 1);
+  auto* const grown =
+      static_cast<tev_source_t**>(std::realloc(array.sources, capacity * sizeof(tev_source_t*)));
+  if (grown) array.sources = grown;
+  return grown != nullptr;
 }
 
 }  // namespace
@@ -44,12 +63,8 @@ void tev_destroy_source_array(tev_source_array_t* array) {
 
 bool tev_source_array_append(tev_source_array_t* array, tev_source_t* source) {
   if (!array || !source || array->count >= TEV_MAX_SOURCES) return false;
-  const std::size_t count = std::size_t{array->count} + 1;
-  auto* grown =
-      static_cast<tev_source_t**>(std::realloc(array->sources, count * sizeof(tev_source_t*)));
-  if (!grown) return false;
-  grown[array->count++] = source;
-  array->sources = grown;
+  if (!hasRoomForOneMore(*array) && !makeRoomForOneMore(*array)) return false;
+  array->sources[array->count++] = source;
   return true;
 }
 

@@ -9,17 +9,18 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "src/sources/identity.h"
 #include "src/support/guard.h"
 #include "src/support/malloc_ptr.h"
+#include "src/support/text.h"
 #include "src/support/text_file.h"
 #include "tev/logger.h"
 #include "tev/sources.h"
 
 namespace {
 
+using tev::support::Lines;
 using tev::support::MallocPtr;
 
 constexpr std::size_t kLongestLine = 1023;
@@ -29,13 +30,13 @@ struct DestroyArray {
 };
 using ArrayPtr = std::unique_ptr<tev_source_array_t, DestroyArray>;
 
-// A source without a tag; `id` is cut to what fits.
+// A source without a tag; `id` is truncated to fit.
 bool append(tev_source_array_t& array, std::string_view id) {
   char text[TEV_SOURCE_ID_SIZE] = "";
   id.copy(text, sizeof text - 1);
   MallocPtr<tev_source_t> source(tev_create_source(text, ""));
   if (!tev_source_array_append(&array, source.get())) return false;
-  static_cast<void>(source.release());  // the array's now
+  static_cast<void>(source.release());  // owned by the array now
   return true;
 }
 
@@ -63,7 +64,8 @@ std::optional<Range> makeRange(std::optional<std::string_view> prefix, std::stri
   return Range{prefix, *from, *to};
 }
 
-// "N", "first-last" or "prefix[first-last]"; the first '-' is the separator, wherever it stands.
+// "N", "first-last" or "prefix[first-last]"; the first '-' of the text is the separator, even in
+// the prefix.
 std::optional<Range> parseRange(std::string_view text) {
   const auto dash = text.find('-');
   if (dash == std::string_view::npos) return makeRange(std::nullopt, "1", text);
@@ -85,7 +87,7 @@ MallocPtr<char> prefixOf(const Range& range) {
     text = *range.prefix;
   } else {
     identity = tev::sources::defaultIdentity();
-    if (!identity) return nullptr;  // which has been logged
+    if (!identity) return nullptr;  // already logged
     text = *identity;
   }
   MallocPtr<char> prefix(strndup(text.data(), text.size()));
@@ -112,16 +114,16 @@ ArrayPtr fromText(const char* text) {
   return fromRange(*range);
 }
 
-// A line as C text, without the carriage return of a foreign line end, cut where it is too long.
-std::string_view lineText(const std::string& line) {
-  std::string_view text = std::string_view(line.c_str()).substr(0, kLongestLine);
+// A line up to a zero byte, without a trailing carriage return, truncated when it is too long.
+std::string_view lineText(std::string_view line) {
+  std::string_view text = line.substr(0, line.find('\0')).substr(0, kLongestLine);
   if (text.ends_with('\r')) text.remove_suffix(1);
   return text;
 }
 
 // A fabric-scan report marks its hosts "H-..." and its switches "S-...".
-bool isFabricScan(const std::vector<std::string>& lines) {
-  for (const std::string& line : lines) {
+bool isFabricScan(const Lines& lines) {
+  for (const std::string_view line : lines) {
     const std::string_view text = lineText(line);
     if (text.find("H-") != std::string_view::npos || text.find("S-") != std::string_view::npos)
       return true;
@@ -129,7 +131,7 @@ bool isFabricScan(const std::vector<std::string>& lines) {
   return false;
 }
 
-// What stands in the first parentheses of a report's line.
+// The text in the first parentheses of a report's line.
 std::optional<std::string_view> inParentheses(std::string_view text) {
   const auto open = text.find('(');
   if (open == std::string_view::npos) return std::nullopt;
@@ -138,16 +140,24 @@ std::optional<std::string_view> inParentheses(std::string_view text) {
   return text.substr(open + 1, close - open - 1);
 }
 
+// A pipe or a device counts as a file.
+bool isFile(const char* path) {
+  boost::system::error_code ignored;
+  const auto status = boost::filesystem::status(path, ignored);
+  return boost::filesystem::exists(status) && !boost::filesystem::is_directory(status);
+}
+
 ArrayPtr fromFile(const char* path) {
-  const auto lines = tev::support::readLines(path);
-  if (!lines) {
+  const auto content = tev::support::readWholeText("source", path);
+  if (!content) {
     TEV_LOG_ERROR("[source] Failed to open file: %s", path);
     return nullptr;
   }
   ArrayPtr array(tev_create_source_array());
   if (!array) return nullptr;
-  const bool is_fabric_scan = isFabricScan(*lines);
-  for (const std::string& line : *lines) {
+  const Lines lines(*content);
+  const bool is_fabric_scan = isFabricScan(lines);
+  for (const std::string_view line : lines) {
     const std::string_view text = lineText(line);
     std::optional<std::string_view> id;
     if (is_fabric_scan)
@@ -168,8 +178,6 @@ tev_source_array_t* tev_create_source_array_from_string(const char* text) {
 
 tev_source_array_t* tev_create_source_array_from_input(const char* text) {
   return tev::support::guarded<tev_source_array_t*>(__func__, nullptr, [&] {
-    boost::system::error_code ignored;
-    const bool is_file = text && boost::filesystem::exists(text, ignored);
-    return (is_file ? fromFile(text) : fromText(text)).release();
+    return (text && isFile(text) ? fromFile(text) : fromText(text)).release();
   });
 }

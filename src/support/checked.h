@@ -1,4 +1,5 @@
-// Arithmetic on sizes that come from outside: what 64 bits cannot hold is a std::length_error.
+// Arithmetic on sizes from external input. Throws std::length_error when the result exceeds 64
+// bits.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// The one place where an exception becomes a result: no exported function lets one out.
+// The only place where exceptions are converted to results, so that they do not leave exported
+// functions.
 #pragma once
 
 #include <exception>
@@ -8,8 +9,8 @@
 
 namespace tev::support {
 
-// Runs `body` and returns its result; when it throws, logs the reason under `name` at error level,
-// after the component's `tag`, and returns `on_failure`.
+// Runs `body` and returns its result. When `body` throws, logs the component's `tag`, `name` and
+// the reason at error level, and returns `on_failure`.
 template <class Result, class Body>
 Result guarded(const char* name, Result on_failure, Body&& body, const char* tag = "") noexcept {
   try {

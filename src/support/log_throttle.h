@@ -5,11 +5,13 @@
 
 namespace tev::support {
 
-// Lets one message of a call site through in ten seconds, across all threads. One object per call
-// site, with static storage; ask it after the level test, so that a level that is off uses nothing
-// up.
+// Allows one message of a call site in ten seconds, across all threads. Each call site needs its
+// own object with static storage. Test the level first, so that a message of a disabled level does
+// not count.
 class LogThrottle {
  public:
+  static constexpr std::uint64_t kQuietUsec = 9'999'999;
+
   bool admit(std::uint64_t now_usec) noexcept {
     std::uint64_t last = last_usec_.load(std::memory_order_relaxed);
     return now_usec - last > kQuietUsec &&
@@ -17,7 +19,6 @@ class LogThrottle {
   }
 
  private:
-  static constexpr std::uint64_t kQuietUsec = 9'999'999;
   std::atomic<std::uint64_t> last_usec_{0};
 };
 

@@ -9,7 +9,8 @@ struct Free {
   void operator()(void* memory) const noexcept { std::free(memory); }
 };
 
-// Owns what malloc() and its kin returned: memory that changes hands with other modules.
+// Owns memory from malloc() and related functions. Such memory can be passed to and from other
+// modules.
 template <class T>
 using MallocPtr = std::unique_ptr<T, Free>;
 

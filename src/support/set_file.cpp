@@ -3,7 +3,6 @@
 #include <boost/filesystem/operations.hpp>
 #include <utility>
 
-#include "src/support/text.h"
 #include "src/support/text_file.h"
 #include "tev/logger.h"
 
@@ -23,10 +22,10 @@ std::string stemOf(const std::string& path) {
   return name.substr(0, name.rfind('.'));
 }
 
-void logLines(const std::string& filename, const SetFileKind& kind,
-              const std::vector<std::string>& lines) {
+void logLines(const std::string& filename, const SetFileKind& kind, const Lines& lines) {
   TEV_LOG_DEBUG("[%s] loading %s file %s", kFunction, kind.extension, filename.c_str());
-  for (const auto& line : lines) TEV_LOG_DEBUG("[%s] %s", kFunction, line.c_str());
+  for (const std::string_view line : lines)
+    TEV_LOG_DEBUG("[%s] %.*s", kFunction, static_cast<int>(line.size()), line.data());
   TEV_LOG_DEBUG("[%s] -----------------------", kFunction);
 }
 
@@ -37,7 +36,7 @@ std::string_view trimLine(std::string_view line) {
 }
 
 bool loadSetFile(const std::string& filename, const SetFileKind& kind, std::string& name,
-                 const std::function<bool(const std::vector<std::string>&)>& load) {
+                 const std::function<bool(const Lines&)>& load) {
   if (filename.empty()) {
     TEV_LOG_ERROR("[%s] empty filename", kFunction);
     return false;
@@ -46,14 +45,15 @@ bool loadSetFile(const std::string& filename, const SetFileKind& kind, std::stri
     TEV_LOG_ERROR("[%s] file %s does not exist", kFunction, filename.c_str());
     return false;
   }
-  const auto lines = readLines(filename, CutText::kRefused);
-  if (!lines) {
+  const auto text = readWholeText(kFunction, filename);
+  if (!text) {
     TEV_LOG_WARNING("[%s] cannot open %s file %s", kFunction, kind.content, filename.c_str());
     return false;
   }
   std::string stem = stemOf(filename);
-  logLines(filename, kind, *lines);
-  const bool loaded = load(*lines);
+  const Lines lines(*text);
+  logLines(filename, kind, lines);
+  const bool loaded = load(lines);
   name = std::move(stem);
   if (loaded) return true;
   TEV_LOG_WARNING("[%s] no patterns found in %s", kFunction, filename.c_str());

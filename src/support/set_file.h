@@ -1,26 +1,27 @@
-// What counter-set and field-set files have in common.
+// Common code for counter-set and field-set files.
 #pragma once
 
 #include <functional>
 #include <string>
 #include <string_view>
-#include <vector>
+
+#include "src/support/text.h"
 
 namespace tev::support {
 
-// A line, or a piece of one, without blanks, tabs, carriage returns and line feeds at its ends.
+// A line or a part of a line, without blanks, tabs, carriage returns and line feeds at both ends.
 std::string_view trimLine(std::string_view line);
 
-// The words of the messages.
+// Words for the messages.
 struct SetFileKind {
   const char* content;  // "... set"
   const char* extension;
 };
 
-// Reads a set file, hands its lines to `load`, which tells whether they held any pattern, and puts
-// the stem of the file's name into `name`. False, with the reason logged, when they did not, or
-// when the file cannot be read as a whole.
+// Reads a set file, passes its lines to `load`, which returns whether they contain a pattern, and
+// sets `name` to the stem of the file's name. Returns false, with the reason logged, when the lines
+// have no pattern or the file cannot be read completely.
 bool loadSetFile(const std::string& filename, const SetFileKind& kind, std::string& name,
-                 const std::function<bool(const std::vector<std::string>&)>& load);
+                 const std::function<bool(const Lines&)>& load);
 
 }  // namespace tev::support

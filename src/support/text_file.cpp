@@ -2,10 +2,12 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <string_view>
 #include <utility>
 
@@ -14,13 +16,15 @@
 namespace tev::support {
 namespace {
 
+using std::chrono::milliseconds;
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
 class Descriptor {
  public:
   explicit Descriptor(const char* path) : fd_(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {}
   ~Descriptor() {
-    const int reason = errno;  // the caller's to see
     if (fd_ >= 0) ::close(fd_);
-    errno = reason;
   }
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
@@ -30,67 +34,86 @@ class Descriptor {
   int fd_;
 };
 
-// A pipe whose writer takes longer is not waited for.
-bool waitForMore(int fd) {
-  constexpr int kPatienceMsec = 2000;
-  pollfd waited{fd, POLLIN, 0};
-  int ready = 0;
-  do ready = ::poll(&waited, 1, kPatienceMsec);
-  while (ready < 0 && errno == EINTR);
-  return ready > 0;
+bool isPipe(int fd) {
+  struct stat status {};
+  return ::fstat(fd, &status) == 0 && S_ISFIFO(status.st_mode);
+}
+
+// Whether data or the end of the file arrives within the time.
+bool waitForMore(int fd, milliseconds patience) {
+  using std::chrono::steady_clock;
+  const auto deadline = steady_clock::now() + patience;
+  for (;;) {
+    const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
+    pollfd waited{fd, POLLIN, 0};
+    const int ready = ::poll(&waited, 1, static_cast<int>(std::max(left, milliseconds(0)).count()));
+    if (ready >= 0 || errno != EINTR) return ready > 0;
+  }
 }
 
 struct Text {
   std::string bytes;
-  bool whole;
+  std::string cut_because;  // empty when the text is complete
 };
 
-// Reads until the end. The limit, or an error after the first byte, ends the text before the line
-// that it cuts.
-std::optional<Text> readUpTo(int fd, std::size_t max_bytes) {
-  std::string text;
-  char chunk[4096];
-  while (text.size() <= max_bytes) {
-    const ssize_t got = ::read(fd, chunk, sizeof chunk);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0 && errno == EAGAIN && waitForMore(fd)) continue;
-    if (got < 0 && text.empty() && errno != EAGAIN) return std::nullopt;
-    if (got == 0) return Text{std::move(text), true};
-    if (got < 0) break;
-    text.append(chunk, static_cast<std::size_t>(got));
-  }
-  // Half a line could mean something else than the whole.
-  text.resize(std::min(text.size(), max_bytes));
-  text.erase(text.rfind('\n') + 1);
-  return Text{std::move(text), false};
+Text cutByTheWait(std::string bytes, milliseconds patience) {
+  return {std::move(bytes), "nothing came for " + std::to_string(patience.count()) + " ms"};
 }
 
-std::vector<std::string> linesOf(std::string_view text) {
-  std::vector<std::string> lines;
-  while (!text.empty()) {
-    const std::string_view line = text.substr(0, text.find('\n'));
-    lines.emplace_back(line);
-    text.remove_prefix(std::min(text.size(), line.size() + 1));
+// Reads until the end, a limit, or an error. After an error, returns what was read, if anything.
+std::optional<Text> readFrom(int fd, const TextLimits& limits) {
+  std::string text;
+  char chunk[4096];
+  // A pipe without a writer would look as if it had ended.
+  if (limits.until_first.count() > 0 && isPipe(fd) && !waitForMore(fd, limits.until_first))
+    return cutByTheWait(std::move(text), limits.until_first);
+  while (text.size() <= limits.bytes) {
+    const ssize_t got = ::read(fd, chunk, sizeof chunk);
+    if (got == 0) return Text{std::move(text), ""};
+    if (got > 0) {
+      text.append(chunk, static_cast<std::size_t>(got));
+    } else if (errno == EAGAIN) {
+      if (!waitForMore(fd, limits.until_next))
+        return cutByTheWait(std::move(text), limits.until_next);
+    } else if (errno != EINTR) {
+      if (text.empty()) return std::nullopt;
+      return Text{std::move(text), std::strerror(errno)};
+    }
   }
-  return lines;
+  return Text{std::move(text), "it has more than " + std::to_string(limits.bytes) + " bytes"};
+}
+
+std::optional<Text> readFile(const std::string& path, const TextLimits& limits) {
+  const Descriptor file(path.c_str());
+  return file.get() < 0 ? std::nullopt : readFrom(file.get(), limits);
 }
 
 }  // namespace
 
-std::optional<std::vector<std::string>> readLines(const std::string& path, CutText cut,
-                                                  std::size_t max_bytes) {
-  const Descriptor file(path.c_str());
-  if (file.get() < 0) return std::nullopt;
-  const auto text = readUpTo(file.get(), max_bytes);
+std::optional<std::string> readWholeText(const char* tag, const std::string& path,
+                                         const TextLimits& limits) {
+  auto text = readFile(path, limits);
   if (!text) return std::nullopt;
-  if (!text->whole) {
-    TEV_LOG_WARNING("%s: only the first %zu bytes are read", path.c_str(), text->bytes.size());
-    if (cut == CutText::kRefused) {
-      errno = EFBIG;
-      return std::nullopt;
-    }
+  if (!text->cut_because.empty()) {
+    TEV_LOG_WARNING("[%s] %s is not read: %s", tag, path.c_str(), text->cut_because.c_str());
+    return std::nullopt;
   }
-  return linesOf(text->bytes);
+  if (text->bytes.starts_with(kByteOrderMark)) text->bytes.erase(0, kByteOrderMark.size());
+  return std::move(text->bytes);
+}
+
+std::optional<std::string> readFirstLines(const char* tag, const std::string& path,
+                                          std::size_t max_bytes) {
+  auto text = readFile(path, {.bytes = max_bytes, .until_first = milliseconds(0)});
+  if (!text) return std::nullopt;
+  std::string& bytes = text->bytes;
+  if (!text->cut_because.empty()) {
+    // A part of a line could have a different meaning from the whole line.
+    bytes.resize(std::min(bytes.size(), max_bytes));
+    bytes.erase(bytes.rfind('\n') + 1);
+    TEV_LOG_WARNING("[%s] %s: only the first %zu bytes are read", tag, path.c_str(), bytes.size());
+  }
+  return std::move(bytes);
 }
 
 }  // namespace tev::support

@@ -1,20 +1,29 @@
+// External texts: files, pipes, devices. The time spent waiting for data is bounded for all of
+// them, and so is the memory.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace tev::support {
 
-// Lines of a file from outside, without their line feeds. Opened without blocking and read up to
-// `max_bytes`, so that a pipe, an endless device or a huge file costs a bounded time and memory; a
-// line that does not end before that is left out with all that follows, with a warning, or the
-// whole file is. Nothing when the file cannot be opened or read; `errno` then tells why.
-enum class CutText { kKept, kRefused };
-inline constexpr std::size_t kMaxTextFileBytes = std::size_t{16} << 20;
-std::optional<std::vector<std::string>> readLines(const std::string& path,
-                                                  CutText cut = CutText::kKept,
-                                                  std::size_t max_bytes = kMaxTextFileBytes);
+struct TextLimits {
+  std::size_t bytes = std::size_t{16} << 20;
+  std::chrono::milliseconds until_first{10'000};  // wait for the first data of a pipe
+  std::chrono::milliseconds until_next{2'000};    // wait for further data
+};
+
+// The text of a file, without its byte order mark. Nothing when the file cannot be opened or read,
+// or when a limit prevents reading it completely; a warning that begins with `[tag]` reports the
+// limit.
+std::optional<std::string> readWholeText(const char* tag, const std::string& path,
+                                         const TextLimits& limits = {});
+
+// The lines that end within `max_bytes`, with a warning when the file has more. Nothing when the
+// file cannot be opened or read. A pipe without a writer counts as empty.
+std::optional<std::string> readFirstLines(const char* tag, const std::string& path,
+                                          std::size_t max_bytes = TextLimits{}.bytes);
 
 }  // namespace tev::support

@@ -1,7 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <algorithm>
+#include <optional>
 
 #include "tests/support/captured_log.h"
 #include "tests/support/fake_machine.h"
@@ -23,7 +25,7 @@ class DeviceDiscovery : public testing::Test, protected test::FakeMachine {
     adapter("rdma2", "0000:03:00.0", {});
   }
 
-  // The names of the devices; none when it was refused. They have been given back since.
+  // The names of the devices; empty when initialize failed. The devices have been released.
   Texts found(const char* devices = "") {
     Collector collector(test::options({{"multipath-devices", devices}}).get(), surroundings());
     const bool initialized = collector.initialize();
@@ -57,7 +59,7 @@ TEST_F(DeviceDiscovery, NamesDevicesByTheirShortestInterface) {
             (Texts{"stop rdma0", "destroy rdma0", "close rdma0", "stop rdma1", "destroy rdma1",
                    "close rdma1", "stop rdma2", "destroy rdma2", "close rdma2", "unlist"}));
 
-  // Of interfaces as short as each other the first listed wins.
+  // Among interfaces with equally short names, the first one is used.
   for (const char* name : {"eth0", "eth7", "eth2"})
     tree.folder(std::string("sys/class/infiniband/rdma1/device/net/") + name);
   const std::filesystem::directory_iterator listed(
@@ -79,7 +81,7 @@ TEST_F(DeviceDiscovery, SelectsByTheResolvedNameOnly) {
     expectLogged(7, "No devices found for MP");
     expectLogged(7, "Failed to set devices");
   }
-  // A device without support is tried only when asked for.
+  // A device without support is tried only when it is selected by name.
   sdk.devices[0].supported = 9;
   EXPECT_EQ(found(), (Texts{"eth1", "rdma2"}));
   expectLogged(6, "Skipping device eth3 as it does not support MP: STATUS_9");
@@ -99,7 +101,7 @@ TEST_F(DeviceDiscovery, LeavesOutADeviceThatFails) {
       {{"vuna_telemetry_mp_create"}, "Could not create vuna context for device eth3: STATUS_5"},
       {{"vuna_telemetry_mp_create", 1, 0}, "Invalid MP for device eth3"},
       {{"vuna_telemetry_mp_start"}, "Could not start MP for device eth3: STATUS_5"},
-      // The second description is the slot search's.
+      // The second description is read by the search for the slot.
       {{"vuna_dev_as_devinfo", 2}, "Could not get device info for device eth3"},
       {{"vuna_telemetry_mp_cap_get_max_algo_slots"},
        "Could not get max algo slots for device eth3: STATUS_5"},
@@ -178,6 +180,73 @@ TEST_F(DeviceDiscovery, AHandleCountsWhateverTheStatusAndAListOnlyWithASuccess) 
   EXPECT_EQ(found(), Texts());
   expectLogged(7, "Failed to create device list: STATUS_5");
   EXPECT_EQ(sdk.calls["vuna_devinfo_destroy_list"], 1u);
+
+  // A count without a list, with any status.
+  const auto with_null_list = [](auto*** list, auto* count) {
+    *list = nullptr;
+    *count = 3;
+    return kVunaSuccess;
+  };
+  auto functions = sdk.functions();
+  functions.vuna_devinfo_create_list = with_null_list;
+  auto nothing_listed = surroundings();
+  nothing_listed.sdk = &functions;
+  Collector collector(test::options({}).get(), nothing_listed);
+  EXPECT_FALSE(collector.initialize());
+  EXPECT_EQ(sdk.calls["vuna_devinfo_destroy_list"], 1u);
+}
+
+TEST_F(DeviceDiscovery, AnAnswerThatCannotBeUsedCostsItsDeviceAlone) {
+  sdk.devices[0].lines[1] = "tx, sent, plane 99999999999999999999";
+  EXPECT_EQ(found(), (Texts{"eth1", "rdma2"}));
+  expectLogged(4, "Skipping device eth3: the plane number of a counter is out of range");
+  expectLogged(4, "Could not set active algo slot info for device eth3");
+  EXPECT_TRUE(sdk.balanced());
+  for (auto& device : sdk.devices) device.lines = sdk.devices[0].lines;
+  EXPECT_EQ(found(), Texts());
+}
+
+// A sanitizer refuses allocations of these sizes. Without a sanitizer, the address space is
+// limited.
+class LimitedAddressSpace {
+ public:
+  LimitedAddressSpace() {
+    getrlimit(RLIMIT_AS, &before_);
+    rlimit limited = before_;
+    limited.rlim_cur = rlim_t{2} << 30;
+    if (!SANITIZED) setrlimit(RLIMIT_AS, &limited);
+  }
+  ~LimitedAddressSpace() { setrlimit(RLIMIT_AS, &before_); }
+  LimitedAddressSpace(const LimitedAddressSpace&) = delete;
+  LimitedAddressSpace& operator=(const LimitedAddressSpace&) = delete;
+
+ private:
+  rlimit before_{};
+};
+
+TEST_F(DeviceDiscovery, SizesBeyondMemoryCostTheirDeviceAlone) {
+  struct Row {
+    std::uint32_t test::FakeDevice::*length;
+    std::optional<std::uint32_t> max_counters;
+    const char* line;
+  };
+  const Row rows[] = {
+      {&test::FakeDevice::algo_info_length, {}, "no memory for a text of 4294967295 bytes"},
+      {&test::FakeDevice::counter_info_length, {}, "no memory for a text of 4294967295 bytes"},
+      {nullptr, 4'294'967'295u, "no memory for the 4294967295 counters of a read"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.line);
+    const auto plain = sdk.devices;
+    if (row.length) sdk.devices[1].*row.length = UINT32_MAX;
+    sdk.devices[1].max_counters = row.max_counters;
+    const LimitedAddressSpace limited;
+    EXPECT_EQ(found(), (Texts{"eth3", "rdma2"}));
+    EXPECT_EQ(log.count(4, std::string("[multipath] Skipping device eth1: ") + row.line), 1u);
+    EXPECT_TRUE(sdk.balanced());
+    sdk.devices = plain;
+    log.clear();
+  }
 }
 
 TEST_F(DeviceDiscovery, TextsAreCutAtTheirReportedLength) {
@@ -186,7 +255,7 @@ TEST_F(DeviceDiscovery, TextsAreCutAtTheirReportedLength) {
   dev.counter_info_length = 4;  // "rx, " likewise
   dev.name = std::string(80, 'n');
   sdk.devices[1].counter_info_length = 0;
-  // A text that is not filled in has nothing of the one before.
+  // A text that is not filled in does not contain parts of the previous text.
   sdk.faults = {{.function = "vuna_telemetry_mp_get_counter_info", .call = 8, .status = 0}};
   EXPECT_EQ(found()[0], std::string(63, 'n'));
   EXPECT_EQ(slots[0].algo_info, "fake");
@@ -198,16 +267,16 @@ TEST_F(DeviceDiscovery, TextsAreCutAtTheirReportedLength) {
 TEST_F(DeviceDiscovery, LooksAtNoMoreThan256SlotsAndCounters) {
   sdk.devices[0].slots = {{.id_status = 18}};
   sdk.devices[0].max_slots = 0xffffffff;
-  sdk.devices[1].num_counters = 0xffffffff;
+  sdk.devices[1].num_counters = 100'000;
   EXPECT_EQ(found(), (Texts{"eth1", "rdma2"}));
   EXPECT_EQ(sdk.calls["vuna_telemetry_mp_get_algo_id"], 256u + 2);
   EXPECT_EQ(slots[0].counter_infos.size(), 256u);
   expectLogged(4, "Device eth3 reports 4294967295 algo slots, looking at the first 256");
-  expectLogged(4, "Slot 0 of device eth1 declares 4294967295 counters, looking at the first 256");
+  expectLogged(4, "Slot 0 of device eth1 declares 100000 counters, looking at the first 256");
 }
 
-// The flag that allows one backend per process is never reset: the process of a death test gives
-// each row a fresh one.
+// The flag that allows one backend per process is never reset. Each row therefore runs in the new
+// process of a death test.
 TEST(SdkLogDeathTest, IsRoutedOncePerProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const char* const create = "vuna_log_backend_create_with_file_sdk";

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <limits>
 #include <memory>
+#include <numeric>
 
 #include "tests/support/captured_log.h"
 #include "tests/support/fake_machine.h"
@@ -41,7 +42,7 @@ class Sampling : public testing::Test, protected test::FakeMachine {
     return *collector_;
   }
 
-  // Runs the sampling thread for so many passes.
+  // Runs the sampling thread for this number of passes.
   void sample(int passes) {
     clock.passes = passes;
     clock.finished = false;
@@ -88,9 +89,9 @@ TEST_F(Sampling, WritesPackedEventsWithTheSamplesTimestamp) {
 TEST_F(Sampling, PlanesUnlikeTheFirstAreFittedToItWithOneWarning) {
   struct Row {
     std::vector<std::string> lines;
-    std::size_t num_fields;  // the device's name and the plane's number among them
+    std::size_t num_fields;  // including the device's name and the plane's number
     std::string last_plane;  // its number and counters
-    const char* warning;     // which planes it speaks of
+    const char* warning;     // the planes that it names
   };
   const Row rows[] = {
       {{"a, x, plane 0", "b, x, plane 0", "a, x, plane 1", "a, x, plane 2", "b, x, plane 2",
@@ -98,12 +99,13 @@ TEST_F(Sampling, PlanesUnlikeTheFirstAreFittedToItWithOneWarning) {
        4,
        '\2' + le32(4) + le32(5),
        "2 of 3 planes, plane 1 the first"},
-      // The fields are named in the order in which the counters first appear: plane 1's here.
+      // The fields are in the order in which the counters first appear, which is that of
+      // plane 1 here.
       {{"b, x, plane 1", "a, x, plane 1", "a, x, plane 0", "b, x, plane 0"},
        4,
        '\1' + le32(1) + le32(2),
        "1 of 2 planes, plane 0 the first"},
-      // Names that repeat in a plane describe no more than there is.
+      // Repeated names in a plane do not describe additional counters.
       {{"a, x, plane 0", "a, x, plane 0"},
        3,
        '\0' + le32(1) + le32(2),
@@ -125,10 +127,13 @@ TEST_F(Sampling, PlanesUnlikeTheFirstAreFittedToItWithOneWarning) {
     sample(1);
     const auto& planes = *handOut().plane[0];
     EXPECT_EQ(bytesOf(planes, planes.num_events - 1), "d" + row.last_plane);
-    EXPECT_EQ(log.count(4, std::string("[multipath] Device d: the counters of ") + row.warning +
-                               ", are not those that the plane event has fields for, in their "
-                               "order: what they lack reads zero, what they have beyond is cut"),
-              1u);
+    EXPECT_EQ(
+        log.count(4, std::string("[multipath] Device d: the counters of ") + row.warning +
+                         ", are not those that the plane event has fields for, in their "
+                         "order: where one is missing, the counters behind it stand under the "
+                         "names of others and the last fields read zero; counters beyond the "
+                         "fields are cut"),
+        1u);
   }
 }
 
@@ -140,12 +145,12 @@ TEST_F(Sampling, AHandOutTakesTheFilledHalfAndEmptiesTheOther) {
   EXPECT_EQ(first.device[0]->num_events, 2u);
   EXPECT_EQ(first.device[0]->write_offset, 0u);
   EXPECT_EQ(bytesOf(*first.device[0], 1), "d" + le32(0xffffffff));
-  EXPECT_EQ(collector_->sampleCounts(0).lost, 1u);
+  EXPECT_EQ(collector_->ledger(0).buffer_full, 1u);
 
   const auto second = handOut();  // nothing was sampled in between
   EXPECT_NE(second.device[0], first.device[0]);
   EXPECT_EQ(second.device[0]->num_events, 0u);
-  // What was handed out first is being filled now, and starts out zero.
+  // The half that was handed out first is being filled now, and is initially zero.
   const auto& emptied = *first.device[0];
   EXPECT_EQ(emptied.num_events + emptied.read_index + emptied.timestamps.size(), 0u);
   EXPECT_EQ(bytesOf(emptied, 1), std::string(emptied.event_size, '\0'));
@@ -161,7 +166,8 @@ TEST_F(Sampling, AReadThatFailsSkipsTheDeviceWithAWarningInTenSeconds) {
   const auto out = handOut();
   EXPECT_EQ(out.device[0]->num_events, 0u);
   EXPECT_EQ(out.device[1]->num_events, 12u);
-  EXPECT_EQ(collector_->sampleCounts(0).failed, 12u);
+  EXPECT_EQ(collector_->ledger(0).read_refused, 12u);
+  EXPECT_STREQ(collector_->ledger(0).last_failure, "STATUS_5");
   EXPECT_EQ(log.count(4, "[multipath] Could not get counters for device bad: STATUS_5"), 2u);
 }
 
@@ -192,26 +198,28 @@ TEST_F(Sampling, ClearsCountersOnlyWhenAskedTo) {
   EXPECT_EQ(sdk.calls["vuna_telemetry_mp_get_counters"], 0u);
 }
 
-TEST_F(Sampling, TheValuesHaveRoomForTheLargestDevice) {
-  // The last to answer is the smallest. The sanitizers watch the rest.
-  sdk.add("large", {"x, r"}, std::vector<std::uint32_t>(256, 5));
-  sdk.add("small", {"x, r"}, {1});
+// The sanitizers check the accesses to the array.
+TEST_F(Sampling, TheValuesHaveRoomForWhateverADeviceFillsIn) {
+  const std::vector<std::uint32_t> all(256, 5);
+  sdk.add("large", {"x, r"}, all);
+  sdk.add("untold", {"x, r"}, all);  // the question for its maximum fails
+  sdk.add("small", {"x, r"}, {1});   // the last to answer
+  sdk.faults = {
+      {.function = "vuna_telemetry_mp_cap_get_max_num_counters", .call = 2, .delivers = true},
+      {.function = "vuna_dev_as_devinfo", .call = 9}};
   initialized();
-  sample(1);
-  EXPECT_EQ(handOut().device[0]->num_events, 1u);
-  sdk.faults = {{.function = "vuna_telemetry_mp_cap_get_max_num_counters", .call = 3},
-                {.function = "vuna_dev_as_devinfo", .call = sdk.calls["vuna_dev_as_devinfo"] + 2}};
-  sdk.devices[0].values.resize(1);
-  sample(1);
   EXPECT_TRUE(
-      log.contains(4, "[multipath] Could not get max num counters for device large: STATUS_5"));
+      log.contains(4, "[multipath] Could not get max num counters for device untold: STATUS_5"));
   EXPECT_TRUE(log.contains(4, "[multipath] Could not get device info for device small"));
+  sample(1);
+  EXPECT_EQ(handOut().device[1]->num_events, 1u);
+  EXPECT_EQ(collector_->ledger(0).short_reads, 1u);  // more than declared counts as well
 }
 
 TEST_F(Sampling, PassesAreDueOneIntervalAfterThePreviousWasDue) {
   sdk.add("a", {"x, r"}, {1});
   initialized({{"multipath-sample-interval-usec", "1000"}});
-  // A pass takes some time, now and then more than an interval; the real-time clock is stepped.
+  // A pass takes some time, sometimes more than an interval. The real-time clock is stepped.
   const std::int64_t costs[] = {300, 900, 2'500, 100, 1'000, 50};
   std::size_t pass = 0;
   sdk.on_read = [&](test::FakeDevice&) {
@@ -221,9 +229,66 @@ TEST_F(Sampling, PassesAreDueOneIntervalAfterThePreviousWasDue) {
     ++pass;
   };
   sample(6);
-  // The third pass is late by 1500: the next is made at once, without a wait, and due times start
-  // anew from there. The fifth ends just when the next is due.
+  // The third pass is late by 1500. The next is made immediately, without a wait, and the due
+  // times restart from there. The fifth pass ends exactly when the next is due.
   EXPECT_EQ(clock.waits, (std::vector<std::int64_t>{700, 100, 900, 950, 700, 100}));
+  const auto ledger = collector_->ledger(0);
+  EXPECT_EQ(ledger.overrun_passes, 2u);
+  EXPECT_EQ(ledger.missed_by_overrun, 1u);
+  EXPECT_EQ(ledger.due, ledger.delivered + 1);
+}
+
+TEST_F(Sampling, ALateWakeUpNeitherBunchesSamplesNorMovesTheOthers) {
+  struct Row {
+    std::vector<std::int64_t> late;
+    std::vector<std::uint64_t> gaps;
+    std::uint64_t late_wakeups;
+    std::uint64_t missed;
+  };
+  const Row rows[] = {
+      {{0, 0, 1'500, 0, 900, 0, 0}, {1'000, 1'000, 2'500, 1'000, 1'900, 1'000, 1'000}, 2, 2},
+      {{500, 0, 501, 0, 0}, {1'500, 500, 1'501, 1'000, 1'000}, 1, 0},
+      {{100, 200, 0}, {1'100, 1'100, 800}, 0, 0},
+      {{3'600'000'000, 0}, {3'600'001'000, 1'000}, 1, 3'600'000},
+  };
+  sdk.add("a", {"x, r"}, {1});
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.late.front());
+    initialized({{"multipath-sample-interval-usec", "1000"}});
+    clock.late_usec = row.late;
+    sample(static_cast<int>(row.gaps.size()) + 1);
+    const auto times = handOut().device[0]->timestamps;
+    std::vector<std::uint64_t> gaps(times.size());
+    std::adjacent_difference(times.begin(), times.end(), gaps.begin());
+    EXPECT_EQ(std::vector(gaps.begin() + 1, gaps.end()), row.gaps);
+    const auto ledger = collector_->ledger(0);
+    EXPECT_EQ(ledger.late_wakeups, row.late_wakeups);
+    EXPECT_EQ(ledger.missed_by_late_wakeup, row.missed);
+    EXPECT_EQ(ledger.due, times.size() + row.missed);
+    EXPECT_EQ(ledger.due, (times.back() - times.front()) / 1'000 + 1);
+    EXPECT_EQ(ledger.last_good_usec, times.back());
+    collector_.reset();
+  }
+}
+
+TEST_F(Sampling, ADeviceThatIsRefusedForLongAndOneThatComesBackGetALineEach) {
+  sdk.add("bad", {"x, r"}, {1});  // the first in the list: the throttled line names it alone
+  sdk.add("worse", {"x, r"}, {1});
+  for (unsigned call = 1; call <= 60; ++call)
+    sdk.faults.push_back({.function = "vuna_telemetry_mp_get_counters", .call = call});
+  initialized({{"update", "60000"}});
+  sample(33);
+  EXPECT_EQ(log.count(4, "[multipath] Device worse delivers nothing: 11 reads failed in a row"),
+            1u);
+  for (const char* name : {"bad", "worse"})
+    EXPECT_EQ(log.count(4, std::string("[multipath] Device ") + name +
+                               " delivers again after 30 failed reads"),
+              1u);
+  handOut();
+  const auto ledger = collector_->ledger(1);
+  EXPECT_EQ(ledger.read_refused, 30u);
+  EXPECT_EQ(ledger.delivered, 3u);
+  EXPECT_EQ(ledger.last_failure_usec + 1'000'000 * 3, ledger.last_good_usec);
 }
 
 TEST(Due, IntervalsBeyondTheClockWaitForever) {
@@ -233,7 +298,7 @@ TEST(Due, IntervalsBeyondTheClockWaitForever) {
   EXPECT_EQ(after(now, 1), now + 1us);
 }
 
-// What has been handed out, and the names that hosts hold, must stay.
+// The buffers that have been handed out, and the names that hosts use, must remain valid.
 TEST_F(Sampling, RefusesToInitializeTwice) {
   Collector empty(test::options({}).get(), surroundings());
   empty.collectData();
@@ -259,7 +324,7 @@ TEST(EventBuffers, RefuseWhatMemoryCannotHold) {
   EXPECT_EQ(EventBuffer(0, 10).capacity_bytes, 0u);
 }
 
-TEST_F(Sampling, TakesNoneOfTheHostsSignals) {
+TEST_F(Sampling, TakesItsOwnFaultsAndNoneOfTheHostsSignals) {
   sdk.add("a", {"x, r"}, {1});
   sigset_t mask;
   sdk.on_read = [&](test::FakeDevice&) { pthread_sigmask(SIG_SETMASK, nullptr, &mask); };
@@ -267,6 +332,8 @@ TEST_F(Sampling, TakesNoneOfTheHostsSignals) {
   sample(1);
   for (const int signal : {SIGINT, SIGTERM, SIGALRM, SIGUSR1, SIGCHLD})
     EXPECT_EQ(sigismember(&mask, signal), 1) << signal;
+  for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGSYS, SIGTRAP, SIGABRT})
+    EXPECT_EQ(sigismember(&mask, fault), 0) << fault;
 }
 
 }  // namespace

@@ -35,12 +35,12 @@ class DeviceUtilsTest : public testing::Test {
     for (const auto& interface : interfaces) tree.folder(device(hca) + "/net/" + interface);
   }
 
-  // A device node: a link, as there are no real ones, to a text of its address.
+  // A device node. Real ones cannot be created, so this is a link to a text with its address.
   void zrdDevice(const std::string& name, const std::string& address) {
     tree.link("dev/zrd/" + name, tree.write("nodes/" + name, "qz\ndomain:bus:dev.fn=" + address));
   }
 
-  // Of each adapter its name, address, node and interfaces, with blanks between them.
+  // The name, address, node and interfaces of each adapter, separated by blanks.
   Texts identifiers() {
     std::vector<PortIdentifiers> found(1);
     const bool any = detail::portIdentifiers(roots, found);
@@ -125,7 +125,7 @@ TEST_F(DeviceUtilsTest, NodesNeedAFolderWithADeviceInIt) {
                         "[device_utils] ZRD root directory does not exist: /dev/zrd. Cannot map "
                         "HCA to ZRD devices",
                         "[device_utils] No devices in /dev/zrd. Cannot map HCA to ZRD devices"}));
-  tree.link("dev/zrd/anything", "nowhere");  // a device entry: now plain files are read, too
+  tree.link("dev/zrd/anything", "nowhere");  // a device entry: now regular files are read, too
   EXPECT_THAT(identifiers(), ElementsAre("rdma0 0000:01:00.0 qz0"));
 }
 

@@ -27,7 +27,7 @@ TEST(FieldSet, FieldsAreIncludedByTypeAndName) {
       {"a star alone", {"[*]", "rx"}, {"any/rx"}, {"any/tx", "/rx"}},
       {"default section", {"[default]", "rx"}, {"a/My_RX_2", "/rx"}, {"a/tx", "/tx"}},
       {"default does not rescue", {"[a]", "rx", "[default]", "tx"}, {"a/rx", "b/tx"}, {"a/tx"}},
-      {"default is no wildcard", {"[defaul*]", "a"}, {"default/a"}, {"other/a"}},
+      {"default is not a wildcard", {"[defaul*]", "a"}, {"default/a"}, {"other/a"}},
       {"any matching pattern will do", {"[ab]", "x", "[a*]", "y"}, {"ab/x", "ab/y"}, {"ac/x"}},
       {"several types to a section", {"[ a\t,, b ,]", "x"}, {"a/x", "b/x"}, {"a/y", "/x"}},
       {"named again: the later lines", {"[a,b]", "x", "[a]", "y"}, {"a/y", "b/x"}, {"a/x", "b/y"}},

@@ -1,6 +1,8 @@
 #include "tev/logger.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <ctime>
@@ -51,7 +53,7 @@ class LoggerTest : public testing::Test {
   }
   ~LoggerTest() override { startAnew(); }
 
-  // Whatever is written to standard error during `body`.
+  // The text that is written to standard error during `body`.
   template <class Body>
   static std::string standardError(Body body) {
     testing::internal::CaptureStderr();
@@ -106,8 +108,8 @@ TEST_F(LoggerTest, LevelVariableDecidesWhatIsPrinted) {
   }
 }
 
-// With the threshold -1 the logger counts as unset for ever: what its initialisation has to say
-// must not initialise it again.
+// With the threshold -1 the logger always counts as unset. Messages of its initialisation must not
+// initialise it again.
 TEST_F(LoggerTest, ConflictDuringInitialisationIsPrintedOnce) {
   environment.set("TEV_API_LOG_LEVEL", "-1");
   environment.set("TEV_LOG_THREAD_SAFE", "yes");
@@ -145,6 +147,9 @@ TEST_F(LoggerTest, PrefixedVariableWins) {
   EXPECT_STREQ(tev_getenv("X"), "");
   EXPECT_EQ(log.lines(), linesAt(4, {"[tev_getenv] Environment variables conflict - TEV_X= and "
                                      "X=b%n. Using TEV_X"}));
+  const std::string long_name(1000, 'X');
+  environment.set("TEV_" + long_name, "found");
+  EXPECT_STREQ(tev_getenv(long_name.c_str()), "found");
 }
 
 TEST_F(LoggerTest, TimeStampIsTheLocalTimeToTheMillisecond) {
@@ -161,9 +166,10 @@ TEST_F(LoggerTest, TimeStampIsTheLocalTimeToTheMillisecond) {
   EXPECT_TRUE(before <= stamp && stamp <= after) << text;
   environment.set("TZ", std::nullopt);
   tzset();
+  tev_dump_timestamp_logger(nullptr);
 }
 
-// The first of them initialise the logger, all at once.
+// The first messages initialise the logger, on several threads at the same time.
 TEST_F(LoggerTest, LinesOfThreadsAllArriveAndDoNotMix) {
   constexpr int kThreads = 6;
   constexpr int kLines = 300;
@@ -181,6 +187,23 @@ TEST_F(LoggerTest, LinesOfThreadsAllArriveAndDoNotMix) {
   for (int t = 0; t < kThreads; ++t)
     for (int i = 0; i < kLines; ++i) expected.push_back("[info] " + line(t, i));
   EXPECT_EQ(found, expected);
+}
+
+// The thread that writes a line at the moment of a fork() does not exist in the child.
+TEST_F(LoggerTest, AChildOfForkCanLog) {
+  tev_init_stderr_logger(TEV_LEVEL_ERROR);
+  const auto ctx = context();
+  pthread_mutex_lock(ctx->mutex);
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(60);
+    TEV_LOG_ERROR("in the child");
+    _exit(0);
+  }
+  pthread_mutex_unlock(ctx->mutex);
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(LoggerTest, HexDumpColumns) {

@@ -50,7 +50,7 @@ class SerializerTest : public testing::Test {
     return tev_data_serializer_get_capacity(&target, schema, type);
   }
 
-  // Where the events would go, from the beginning of the memory; -1: nowhere.
+  // The offset of the events from the beginning of the memory; -1 when they do not fit.
   std::ptrdiff_t reserve(tev_data_serializer_t& target, std::uint8_t type, std::uint8_t count,
                          std::size_t* size = nullptr) {
     const auto* at = static_cast<const char*>(
@@ -77,7 +77,7 @@ TEST_F(SerializerTest, BlockBytes) {
   EXPECT_EQ(buffer_.substr(0, 40), expected);
 }
 
-// With 7 bytes used already, for a room behind the header.
+// With 7 bytes already used, for different amounts of room after the header.
 TEST_F(SerializerTest, RoomDecidesHowManyEventsAreWritten) {
   for (const std::uint64_t room : {0u, 9u, 10u, 19u, 20u, 51u})
     for (const auto count : std::initializer_list<std::uint8_t>{1, 2, 5}) {
@@ -121,12 +121,12 @@ TEST_F(SerializerTest, TypesWithoutSize) {
     EXPECT_EQ(capacityOf(target, type), 0u);
     EXPECT_EQ(capacityOf(target, kTen, 2), 0u);  // a schema that is missing
     EXPECT_EQ(target.used, 0u);
-    // The buffer call minds only that there is such a type: a block of nothing.
+    // The buffer call only requires that the type exists. It makes a block without events.
     EXPECT_EQ(reserve(target, type, 9), type == kEmpty ? 16 : -1);
     EXPECT_EQ(target.used, type == kEmpty ? 16u : 0u);
   }
   auto too_short = serializer(15);
-  EXPECT_EQ(reserve(too_short, kEmpty, 1), -1);  // for its header
+  EXPECT_EQ(reserve(too_short, kEmpty, 1), -1);  // too short for the header
 }
 
 // Runs once in a process: the second time, the ten seconds are not over.

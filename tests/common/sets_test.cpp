@@ -1,11 +1,11 @@
-// What counter sets and field sets have in common: their files and their plain functions.
+// Common tests of counter sets and field sets: their files and their C functions.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <cstdint>
 #include <cstdlib>
 
 #include "src/support/malloc_ptr.h"
+#include "tests/common/slow_pipe.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/owned.h"
 #include "tests/support/temp_tree.h"
@@ -31,7 +31,7 @@ using BothSets = testing::Types<ProviderCounterSet, ProviderFieldSet>;
 TYPED_TEST_SUITE(SetFiles, BothSets);
 
 TYPED_TEST(SetFiles, AreReadLineByLine) {
-  const auto path = this->files.write("sets/my.parts.set", "[a]\r\n\n# %s\ntx");
+  const auto path = this->files.write("sets/my.parts.set", "\xEF\xBB\xBF[a]\r\n\n# %s\ntx");
   const CapturedLog log;
   TypeParam set;
   ASSERT_TRUE(set.initializeFromFile(path.c_str()));
@@ -53,7 +53,7 @@ TYPED_TEST(SetFiles, ThatCannotBeUsedAreNamed) {
   const std::string kind = this->kCounters ? "counter set" : "field set";
   const auto folder = tree.folder("folder");
   const auto pipe = tree.path("pipe.set");
-  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const SlowPipe empty(pipe, std::chrono::milliseconds(300), "", {});
   const auto missing = tree.write("file", "") + "/x";
   const struct {
     std::string path;

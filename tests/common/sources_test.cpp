@@ -1,6 +1,7 @@
 #include "tev/sources.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,6 +9,7 @@
 
 #include "src/support/malloc_ptr.h"
 #include "src/support/text.h"
+#include "tests/common/slow_pipe.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/environment.h"
 #include "tests/support/owned.h"
@@ -118,7 +120,7 @@ TEST_F(SourcesTest, OrderIsByIdThenTag) {
   EXPECT_EQ(tev_source_compare(&third, &third), 0);
 }
 
-// A record from elsewhere need not end its texts.
+// A record from another module may have texts without a terminator.
 TEST_F(SourcesTest, Texts) {
   tev_source_t full;
   std::fill(std::begin(full.id), std::end(full.id), 'i');
@@ -126,6 +128,11 @@ TEST_F(SourcesTest, Texts) {
   const std::string id(64, 'i');
   const std::string text = id + ':' + std::string(16, 't');
   EXPECT_EQ(OwnText(tev_source_string(&full)).get(), id);
+  const tev_source_t brief = {"id", ""};
+  const OwnText room(tev_source_string(&brief));
+  EXPECT_STREQ(room.get(), "id");
+  EXPECT_GE(malloc_usable_size(room.get()), 65u);  // whatever the id's length
+  EXPECT_EQ(tev_source_string(nullptr), nullptr);
 
   char buffer[100] = "";
   CapturedLog log;
@@ -147,6 +154,7 @@ TEST_F(SourcesTest, Files) {
       {" alpha \r\n\r\nbeta(1)", " alpha |beta(1)"},
       {std::string("alp\0ha\n\0\nbeta\n", 14), "alp|beta"},
       {long_id + "\n", cut},
+      {"\xEF\xBB\xBF\xEF\xBB\xBFmarked\n", "\xEF\xBB\xBFmarked"},  // one byte order mark
       // A fabric-scan report's hosts.
       {"x\nH-1 \"(node-1)\" 2 (port)\nplain\n)(\n(open\n(late)\n", "node-1|late"},
       {"(one)\ntwo\nS-77\n(" + long_id + ")\n", "one|" + cut},
@@ -155,10 +163,35 @@ TEST_F(SourcesTest, Files) {
   for (const auto& [text, ids] : rows) EXPECT_EQ(idsFrom(tree.write("input", text)), ids) << text;
 
   const CapturedLog log;
-  EXPECT_EQ(idsFrom(tree.path("missing")), "none");
-  EXPECT_EQ(idsFrom(tree.folder("folder")), "none");
-  EXPECT_EQ(log.lines(), linesAt(3, {"[source] Invalid source format: " + tree.path("missing"),
-                                     "[source] Failed to open file: " + tree.path("folder")}));
+  for (const std::string& no_file : {tree.path("missing"), tree.folder("3")}) {
+    EXPECT_EQ(idsFrom(no_file), "none");
+    EXPECT_TRUE(log.contains(3, "[source] Invalid source format: " + no_file));
+  }
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(tree.root());
+  EXPECT_EQ(idsFrom("3"), "host_1|host_2|host_3");
+  std::filesystem::current_path(before);
+}
+
+TEST_F(SourcesTest, FilesAreReadWholeOrNotAtAll) {
+  using namespace std::chrono_literals;
+  const std::string limit((16 << 20) - 2, '\n');
+  EXPECT_EQ(idsFrom(tree.write("file", limit + "a\n")), "a");
+  const std::string pipe = tree.path("pipe");
+  {
+    const SlowPipe late(pipe, 300ms, "late\n", 0ms);
+    EXPECT_EQ(idsFrom(pipe), "late");
+  }
+  const CapturedLog log(TEV_LEVEL_INFO);
+  const std::string file = tree.write("file", "a\n" + limit + "b");
+  EXPECT_EQ(idsFrom(file), "none");
+  const SlowPipe pausing(pipe, 0ms, "a\n", 2500ms);
+  EXPECT_EQ(idsFrom(pipe), "none");
+  EXPECT_EQ(log.lines(),
+            (LogLines{{4, "[source] " + file + " is not read: it has more than 16777216 bytes"},
+                      {3, "[source] Failed to open file: " + file},
+                      {4, "[source] " + pipe + " is not read: nothing came for 2000 ms"},
+                      {3, "[source] Failed to open file: " + pipe}}));
 }
 
 }  // namespace

@@ -4,9 +4,9 @@
 #include <optional>
 #include <stdexcept>
 
+#include "src/support/c_handle.h"
 #include "src/support/guard.h"
 #include "src/support/log_throttle.h"
-#include "src/support/plain_interface.h"
 #include "src/support/text.h"
 #include "src/support/text_file.h"
 #include "tests/support/captured_log.h"
@@ -15,9 +15,8 @@
 namespace {
 
 using namespace tev::test;
-using Lines = std::optional<Texts>;
-using tev::support::CutText;
-using tev::support::readLines;
+using tev::support::readFirstLines;
+using tev::support::readWholeText;
 
 TEST(Text, TrimAndSplit) {
   EXPECT_EQ(tev::string::trim(" \t\n\r\f\v\xA0 b\tc\v\f\r\n\t "), "\xA0 b\tc");
@@ -25,23 +24,33 @@ TEST(Text, TrimAndSplit) {
   using Pieces = std::vector<std::string_view>;
   EXPECT_EQ(tev::support::split("", ','), Pieces{""});
   EXPECT_EQ(tev::support::split(",a,,b,", ','), (Pieces{"", "a", "", "b", ""}));
+  Texts lines;
+  for (const std::string_view line : tev::support::Lines("\na\r\n\nb")) lines.emplace_back(line);
+  EXPECT_EQ(lines, (Texts{"", "a\r", "", "b"}));
 }
 
 TEST(TextFile, ReadingIsBounded) {
+  using namespace std::chrono_literals;
   TempTree tree;
   const std::string file = tree.write("f", "abc\n\ndef");
-  EXPECT_EQ(readLines(file, CutText::kKept, 7), (Lines{{"abc", ""}}));  // half a line is none
-  EXPECT_EQ(readLines(file, CutText::kRefused, 7), std::nullopt);
-  EXPECT_EQ(readLines(file, CutText::kRefused, 8), (Lines{{"abc", "", "def"}}));
-  const Lines several_chunks{{std::string(10000, 'x'), std::string("a\0b\r", 4)}};
-  EXPECT_EQ(readLines(tree.write("f", several_chunks->at(0) + "\n" + several_chunks->at(1) + "\n")),
-            several_chunks);
-  EXPECT_EQ(readLines("/dev/zero", CutText::kKept, 10000), Lines{Texts{}});
-  const std::string pipe = tree.path("pipe");
+  const std::string several_chunks(10000, 'x');
+  const std::string pipe = tree.path("pipe");  // without a writer
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  EXPECT_EQ(readLines(pipe), Lines{Texts{}});
+  const CapturedLog log;
+  EXPECT_EQ(readFirstLines("tag", file, 7), "abc\n\n");  // an incomplete line is dropped
+  EXPECT_EQ(readFirstLines("tag", file, 8), "abc\n\ndef");
+  EXPECT_EQ(readFirstLines("tag", "/dev/zero", 10000), "");
+  EXPECT_EQ(readFirstLines("tag", pipe), "");
+  EXPECT_EQ(readWholeText("tag", file, {.bytes = 7}), std::nullopt);
+  EXPECT_EQ(readWholeText("tag", file, {.bytes = 8}), "abc\n\ndef");
+  EXPECT_EQ(readWholeText("tag", tree.write("f", several_chunks)), several_chunks);
+  EXPECT_EQ(readWholeText("tag", pipe, {.until_first = 20ms}), std::nullopt);
   for (const std::string& unreadable : {tree.path("missing"), tree.root().string()})
-    EXPECT_EQ(readLines(unreadable), std::nullopt) << unreadable;
+    EXPECT_EQ(readWholeText("tag", unreadable), std::nullopt) << unreadable;
+  EXPECT_EQ(log.lines(), linesAt(4, {"[tag] " + file + ": only the first 5 bytes are read",
+                                     "[tag] /dev/zero: only the first 0 bytes are read",
+                                     "[tag] " + file + " is not read: it has more than 7 bytes",
+                                     "[tag] " + pipe + " is not read: nothing came for 20 ms"}));
 }
 
 TEST(LogThrottle, OneInTenSeconds) {

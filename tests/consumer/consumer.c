@@ -45,21 +45,32 @@ static unsigned countEvents(const tev_data_serializer_t* serializer) {
   return events;
 }
 
-/* The macros of this program and the functions of the library go by one and the same threshold. */
+/* Has the library log a warning. */
+static void warn(void) {
+  setenv("CONSUMER", "1", 1);
+  setenv("TEV_CONSUMER", "2", 1);
+  REQUIRE(strcmp(tev_getenv("CONSUMER"), "2") == 0);
+}
+
+/* The macros of this program and the functions of the library go by one and the same threshold,
+ * which the program's first message leaves as it is. */
 static void checkLogger(void) {
   char path[] = "/tmp/tev-consumer-XXXXXX";
   const int descriptor = mkstemp(path);
-  REQUIRE(descriptor >= 0 && tev_init_file_logger(path, TEV_LEVEL_ERROR) == 1);
+  REQUIRE(descriptor >= 0 && tev_init_file_logger(path, TEV_LEVEL_WARNING) == 1);
+  warn();
   TEV_LOG_ERROR("%s goes to the file", "this");
   TEV_LOG_DEBUG("%d does not", 1);
-  REQUIRE(tev_log_level == TEV_LEVEL_ERROR &&
-          tev_set_log_level(TEV_LEVEL_ERROR) == TEV_LEVEL_ERROR);
+  warn();
+  REQUIRE(tev_set_log_level(TEV_LEVEL_ERROR) == TEV_LEVEL_WARNING);
   tev_close_logger();
 
+  const char* const expected[] = {"[warning] [tev_getenv] ", "[error] this goes to the file\n",
+                                  "[warning] [tev_getenv] "};
   char line[256] = "";
   FILE* file = fdopen(descriptor, "r");
-  REQUIRE(file && fgets(line, sizeof line, file) &&
-          strstr(line, "[error] this goes to the file\n"));
+  REQUIRE(file);
+  for (int i = 0; i < 3; ++i) REQUIRE(fgets(line, sizeof line, file) && strstr(line, expected[i]));
   REQUIRE(!fgets(line, sizeof line, file));
   fclose(file);
   remove(path);

@@ -95,7 +95,7 @@ TEST_F(PluginTest, ABrokenSdkIsRefusedWithItsReason) {
   const auto alone = library("alone");
   tree.write("alone/libvuna_telemetry.so", "");
   const auto text = besideCommon("text");
-  tree.write("text/libvuna_telemetry.so", "this is no library\n");
+  tree.write("text/libvuna_telemetry.so", "this is not a library\n");
   const auto common = library("common");
   tree.write("common/libvuna_telemetry.so", "");
   tree.write("common/libvuna_common.so", "nor is this");
@@ -155,7 +155,7 @@ TEST_F(PluginTest, NumbersThatAreNoneOrTooLargeAreRefused) {
   }
 }
 
-// The test program shows its own tev_* to the dynamic loader, which comes first in look-ups.
+// The test program exports its own tev_* functions, which the dynamic loader finds first.
 TEST(PluginSymbols, ThePluginUsesItsOwnCommonLibrary) {
   ASSERT_EQ(dlsym(RTLD_DEFAULT, "tev_log_level"), &tev_log_level);
   const Plugin plugin;
@@ -163,7 +163,7 @@ TEST(PluginSymbols, ThePluginUsesItsOwnCommonLibrary) {
   ASSERT_NE(level, &tev_log_level);
   plugin.symbol<decltype(tev_set_log_level)>("tev_set_log_level")(5);
   EXPECT_EQ(*level, 5u);
-  // What it says goes by its own threshold and function too.
+  // Its messages also use its own threshold and function.
   *level = 0;
   const CapturedLog hosts_own;
   EXPECT_EQ(plugin.construct(nullptr), nullptr);
@@ -200,7 +200,8 @@ TEST(PluginSymbols, TheLibraryIsHardened) {
                           "ld-linux|lib[atu]b?san)")));
 }
 
-// Covers an entry of the machine for this process only. False where the kernel does not allow it.
+// Replaces an entry of the file system for this process only. False when the kernel does not allow
+// it.
 bool cover(const std::string& target, const std::string& source) {
   return mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0;
 }
@@ -213,7 +214,7 @@ TEST(PluginOnAMachine, NamesDevicesByTheirInterfaces) {
   tree.folder(folder + "rdma0/device/net/eth2");
   tree.write(folder + "rdma1/device/uevent", "PCI_SLOT_NAME=0001:3b:00.1\n");
   tree.folder(folder + "rdma1/device/net/eth10");
-  // A link stands in for the character device.
+  // A link replaces the character device.
   tree.link("dev/zrd/qz0", tree.write("nodes/qz0", "domain:bus:dev.fn=0000:3b:00.0\n"));
   bool covered =
       unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;

@@ -1,5 +1,5 @@
-// Input: the options, the devices of the SDK, and the calls that go wrong. An input that has ended
-// describes plain devices, so that short ones get far.
+// Input: the options, the devices of the SDK, and the calls that fail. Beyond the end of the input,
+// devices are normal, so that short inputs also reach sampling.
 #include <malloc.h>
 
 #include <algorithm>
@@ -23,13 +23,13 @@ class Input {
   bool ended() const { return at_ == size_; }
   std::uint8_t byte(std::uint8_t otherwise) { return ended() ? otherwise : data_[at_++]; }
 
-  // Mostly as it should be.
+  // Usually the correct value.
   vuna_status status() {
     const auto answer = byte(0);
     return answer < 0xe0 ? 0 : answer == 0xff ? 0xffffffff : answer - 0xe0 + 1u;
   }
 
-  // Small numbers as they are; of large ones, those around which something changes.
+  // Small numbers unchanged; instead of large numbers, those near limits.
   std::uint32_t number(std::size_t otherwise) {
     static constexpr std::uint32_t kEdges[] = {
         0, 63, 64, 127, 128, 255, 256, 257, 1'000, 65'535, 65'536, 0x7fffffff, 0xffffffff};
@@ -86,7 +86,7 @@ tev::test::FakeDevice deviceFrom(Input& input) {
   device.num_counters = input.number(device.lines.size());
   device.max_counters = input.number(device.lines.size());
   device.filled = input.number(device.lines.size());
-  // All that may be filled in, up to a limit of time.
+  // All values that may be filled in, limited to save time.
   device.values.assign(std::min(std::max(*device.num_counters, *device.max_counters), 100'000u),
                        0x5a5a5a5a);
   return device;
@@ -106,12 +106,12 @@ tev::test::Fault faultFrom(Input& input) {
                          .status = input.status(),
                          .delivers = input.byte(0) % 2 != 0};
   if (kReleases.contains(fault.function)) fault.delivers = true;
-  // A start that is said to be done, and is not, is a lie.
+  // A start must not report success without being done.
   if (fault.function == "vuna_telemetry_mp_start" && fault.status == 0) fault.delivers = true;
   return fault;
 }
 
-// All that there is now. False when an event has no bytes, and so never finds room.
+// Fetches all available events. False when an event has no bytes, because it then never fits.
 bool fetch(tev::test::LocalProvider& provider, std::uint64_t& device_events) {
   for (;;) {
     bool any = false;
@@ -131,13 +131,13 @@ void live(tev::test::LocalProvider& provider, const tev_custom_options* options,
   try {
     provider.construct(options);
   } catch (const std::exception&) {
-    return;  // construct_event_provider() says null: an option that is no number
+    return;  // construct_event_provider() returns null: an option is not a number
   }
   if (provider.initialize()) {
     std::uint64_t largest_event = 0;
     for (const auto& device : provider.collector().devices())
-      for (const auto& buffer : {device.halves[0].device, device.halves[0].plane})
-        largest_event = std::max(largest_event, buffer->event_size);
+      for (const auto* const layout : {&device.sampled.device_layout, &device.sampled.plane_layout})
+        largest_event = std::max(largest_event, layout->size());
     check(tev_type_system_get_max_event_type_size(&provider.types()) <= largest_event,
           "no type is larger than what is sampled");
   }
@@ -156,7 +156,7 @@ void live(tev::test::LocalProvider& provider, const tev_custom_options* options,
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   tev::test::formatMessages();
-  // Large buffers straight from the kernel, where what is not used costs no time.
+  // Large buffers come directly from the kernel, which is fast when they are not used.
   [[maybe_unused]] static const int set = mallopt(M_MMAP_THRESHOLD, 1 << 20);
   Input input(data, size);
   tev::test::FakeSdk sdk;
@@ -171,6 +171,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         {.sdk = &sdk.functions(), .clock = &clock, .roots = {"/nonexistent", "/nonexistent"}});
     live(provider, options.get(), sdk.calls);
   }
-  check(sdk.balanced(), "everything is given back, once and in order");
+  check(sdk.balanced(), "everything is released, once and in order");
   return 0;
 }

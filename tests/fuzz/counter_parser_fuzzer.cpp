@@ -18,8 +18,8 @@ namespace {
 const std::string kName = "a name of some length";
 const std::string kPaddedName = kName + std::string(2, '\0');
 
-// The events of a sample, byte for byte. What an event has no room for is cut, and what it lacks
-// reads zero.
+// The expected bytes of a sample's events. Counters beyond the fields are dropped, and missing
+// counters are zero.
 void checkSample(const mp::EventLayout& layout, const mp::SlotInfo& slot, bool of_planes) {
   std::vector<std::uint32_t> values(slot.counters.size());
   std::iota(values.begin(), values.end(), 1);
@@ -47,7 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   try {
     mp::parseCounters(slot);
   } catch (const std::out_of_range&) {
-    return 0;  // a plane number beyond all bounds
+    return 0;  // a plane number that is too large
   }
   const auto is_of_device = [](const auto& counter) { return !counter.is_per_plane; };
   const auto of_device = static_cast<std::size_t>(

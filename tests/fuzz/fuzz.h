@@ -1,4 +1,4 @@
-// What the fuzz targets have in common.
+// Common code of the fuzz targets.
 #pragma once
 
 #include <cstdarg>
@@ -29,7 +29,7 @@ inline void formatAndForget(std::uint32_t, const char* format, ...) {
   va_end(arguments);
 }
 
-// Has every message formatted, so that its arguments are looked at.
+// Formats every message, so that its arguments are read.
 inline void formatMessages() {
   tev_set_log_func(formatAndForget, TEV_LEVEL_DEBUG);
 }

@@ -1,4 +1,5 @@
-// A plug-in without devices that does what its options say, also what no plug-in should do.
+// A plug-in without devices. It does what its options say, including errors that a plug-in should
+// not make.
 //
 //   trace=FILE        the calls are appended to it, one per line
 //   say=LEVELS        what construct logs: any of "error", "warning", "debug"

@@ -13,10 +13,15 @@ namespace tev::test {
 
 class SampleTypes {
  public:
-  SampleTypes() { schema_ = tev_type_system_add_schema(types_, "sample", 1, nullptr); }
+  SampleTypes() { nextSchema("sample"); }
   ~SampleTypes() { tev_destroy_type_system(types_); }
   SampleTypes(const SampleTypes&) = delete;
   SampleTypes& operator=(const SampleTypes&) = delete;
+
+  // Types are added to the newest schema.
+  void nextSchema(const char* name) {
+    schema_ = tev_type_system_add_schema(types_, name, 1, nullptr);
+  }
 
   void add(const std::string& name, std::initializer_list<tev_type_field_info_t> fields,
            std::initializer_list<const char*> keys = {}) {
@@ -32,7 +37,7 @@ class SampleTypes {
 
  private:
   tev_type_system_t* types_ = tev_create_type_system();
-  tev_schema_t* schema_;
+  tev_schema_t* schema_ = nullptr;
 };
 
 // Blocks of packed events, part by part.

@@ -2,8 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <future>
+#include <stdexcept>
+#include <thread>
 
 #include "provider/layout_signature.h"
 #include "tests/support/captured_log.h"
@@ -144,13 +149,24 @@ TEST_F(ProviderTest, RefusalsAreLoggedAndLeaveNothingSampling) {
     tev_type_system_remove_last_schema(&provider.types());
     EXPECT_TRUE(log.contains(7, "[multipath] Cleared event field storage for all devices"));
     EXPECT_TRUE(provider.drain().empty());
+    EXPECT_TRUE(sdk.balanced());  // the devices have been released
   }
 
   for (int i = 0; i < TEV_MAX_SCHEMAS; ++i)
     tev_type_system_add_schema(&provider.types(), "other", 1, nullptr);
-  EXPECT_FALSE(initialize());
-  EXPECT_TRUE(log.contains(3, "[multipath] Failed to add schema"));
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    log.clear();
+    EXPECT_FALSE(provider.initialize());
+    EXPECT_TRUE(log.contains(3, "[multipath] Failed to add schema"));
+  }
   EXPECT_EQ(sdk.calls["vuna_telemetry_mp_get_counters"], 0u);
+
+  // The next attempt of the same provider is made from scratch.
+  tev_type_system_remove_last_schema(&provider.types());
+  sdk.devices[0].lines = {"x, d"};
+  EXPECT_TRUE(provider.initialize());
+  EXPECT_FALSE(provider.initialize());
+  EXPECT_TRUE(log.contains(3, "[multipath] The collector has been initialized already"));
 }
 
 TEST_F(ProviderTest, ABatchIsResumedEventByEventWithoutLossOrRepetition) {
@@ -174,8 +190,12 @@ TEST_F(ProviderTest, ABatchIsResumedEventByEventWithoutLossOrRepetition) {
                         std::to_string((event.timestamp - began) / 1'000'000) + " s");
   };
   const auto largest = 16 + tev_type_system_get_max_event_type_size(&provider.types());
-  for (const std::uint64_t too_small : {0u, 15u, 16u, 16u + 8u})
+  log.clear();
+  for (const std::uint64_t too_small : {24u, 16u, 15u, 0u})
     EXPECT_EQ(provider.progress(too_small, take), TEV_PROGRESS_FULL);
+  EXPECT_EQ(
+      log.texts(TEV_LEVEL_WARNING),
+      test::Texts{"[multipath] The serializer holds 24 bytes: 29 are needed for every event"});
   for (int event = 1; event < 12; ++event)
     EXPECT_EQ(provider.progress(largest, take), TEV_PROGRESS_FULL);
   EXPECT_EQ(provider.progress(largest, take), TEV_PROGRESS_DONE);
@@ -188,12 +208,122 @@ TEST_F(ProviderTest, ABatchIsResumedEventByEventWithoutLossOrRepetition) {
                           "rdma0/1=23 after 1 s", "rdma0/0=32 after 2 s", "rdma0/1=33 after 2 s"));
 }
 
+TEST_F(ProviderTest, TheEndOfASamplingThreadIsVisible) {
+  sdk.add("rdma0", {"rx, r"}, {1});
+  int reads = 0;
+  sdk.on_read = [&](test::FakeDevice&) {
+    if (++reads == 3) throw std::runtime_error("the SDK threw");
+  };
+  clock.passes = 10;
+  ASSERT_TRUE(initialize());
+  while (!log.contains(3, "[multipath] [sampling thread] failed: the SDK threw"))
+    std::this_thread::yield();
+  // What was sampled before is delivered first, here event by event.
+  EXPECT_EQ(provider.progress(25, [](auto*, auto&) {}), TEV_PROGRESS_FULL);
+  std::size_t delivered = 1;
+  EXPECT_EQ(provider.progress(25, [&](auto*, auto&) { ++delivered; }), TEV_PROGRESS_FAILED);
+  EXPECT_EQ(delivered, 2u);
+  EXPECT_STREQ(provider.ledger().last_failure, "sampling ended: the SDK threw");
+  provider.stop();
+  EXPECT_EQ(provider.progress(test::Host::kRoom, [](auto*, auto&) { FAIL(); }),
+            TEV_PROGRESS_FAILED);
+}
+
+TEST_F(ProviderTest, TheLedgerFitsTheCallersRecord) {
+  sdk.add("rdma0", {"rx, r"}, {1});
+  sdk.add("r1", {"rx, r", "tx, t, plane 0"}, {1, 2});
+  clock.passes = 3;
+  ASSERT_TRUE(initialize());
+  awaitPasses();
+  provider.drain();
+  const auto all = provider.ledger();
+  EXPECT_EQ(all.due, 6u);
+  EXPECT_EQ(all.delivered, 6u);
+  EXPECT_EQ(all.buffer_bytes, 2u * 120 * (9 + 9 + 10));
+  EXPECT_EQ(all.most_used_bytes, 3u * (9 + 9 + 10));
+
+  const char* name = nullptr;
+  struct {
+    tev_multipath_ledger_t known;
+    std::uint64_t unknown;
+  } of_a_later_version;
+  of_a_later_version.unknown = 7;
+  EXPECT_TRUE(multipath_event_provider_get_ledger(
+      provider.get(), 1, &name, &of_a_later_version.known, sizeof of_a_later_version));
+  EXPECT_STREQ(name, "r1");
+  EXPECT_EQ(of_a_later_version.known.delivered, 3u);
+  EXPECT_EQ(of_a_later_version.unknown, 0u);
+
+  std::uint64_t of_an_earlier_version[] = {0, 7};
+  EXPECT_TRUE(multipath_event_provider_get_ledger(
+      provider.get(), 0, nullptr, reinterpret_cast<tev_multipath_ledger_t*>(of_an_earlier_version),
+      sizeof of_an_earlier_version[0]));
+  EXPECT_EQ(of_an_earlier_version[0], 3u);
+  EXPECT_EQ(of_an_earlier_version[1], 7u);
+  EXPECT_FALSE(multipath_event_provider_get_ledger(provider.get(), 2, &name, nullptr, 0));
+}
+
+// The sampling thread exists in the parent only; it may hold any lock at the moment of the fork.
+TEST_F(ProviderTest, AChildOfForkLeavesTheProviderToItsParent) {
+  sdk.add("rdma0", {"rx, r"}, {1});
+  std::promise<void> reading;
+  std::promise<void> forked;
+  sdk.on_read = [&, reads = 0](test::FakeDevice&) mutable {
+    if (reads++ != 0) return;
+    reading.set_value();
+    forked.get_future().wait();
+  };
+  ASSERT_TRUE(initialize());
+  reading.get_future().wait();
+
+  const pid_t child = fork();
+  ASSERT_NE(child, -1);
+  if (child == 0) {
+    alarm(60);
+    auto* const record = provider.get();
+    log.clear();
+    const bool refused =
+        provider.progress(test::Host::kRoom, [](auto*, auto&) {}) == TEV_PROGRESS_FAILED &&
+        !multipath_event_provider_start(record) && !provider.initialize();
+    const bool stopped = multipath_event_provider_stop(record);
+    multipath_event_provider_finalize(record);
+    tev_multipath_ledger_t ledger;
+    const bool read =
+        multipath_event_provider_get_ledger(record, 0, nullptr, &ledger, sizeof ledger);
+    const bool logged_once =
+        log.count(3,
+                  "[multipath] The provider belongs to the parent process and cannot be used "
+                  "here") == 1;
+    _exit(refused && stopped && !read && logged_once ? 0 : 1);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  forked.set_value();
+  awaitPasses();
+  EXPECT_EQ(provider.drain().size(), 1u);
+}
+
+TEST(ProviderDeathTest, FinalizeWithoutStopEndsTheProcessAndSaysSo) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto run = [] {
+    test::FakeMachine machine;
+    machine.sdk.add("rdma0", {"rx, r"}, {1});
+    tev_init_stderr_logger(TEV_LEVEL_ERROR);
+    Collector collector(test::options({}).get(), machine.surroundings());
+    collector.initialize();
+    collector.start();
+  };
+  EXPECT_DEATH(run(), "finalize without stop: the process ends");
+}
+
 TEST_F(ProviderTest, EventsWithoutBytesNeverFindRoom) {
   sdk.add("", {"tx, t, plane 1"}, {1});  // no name, no device counter: a device event of no bytes
   ASSERT_TRUE(initialize());
   awaitPasses();
   for (int call = 0; call < 2; ++call)
-    EXPECT_EQ(provider.progress(provider.kRoom, [](auto*, auto&) { FAIL(); }), TEV_PROGRESS_FULL);
+    EXPECT_EQ(provider.progress(test::Host::kRoom, [](auto*, auto&) { FAIL(); }),
+              TEV_PROGRESS_FULL);
   EXPECT_TRUE(log.contains(3, "schema multipath_events type index 0 size is zero"));
 }
 

@@ -1,12 +1,12 @@
-// Several providers in one process, and what one of them may make the others wait for.
+// Several providers in one process, and how far one of them can delay the others.
 
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <future>
 
 #include "tests/support/captured_log.h"
+#include "tests/support/environment.h"
 #include "tests/support/fake_machine.h"
 #include "tests/support/local_provider.h"
 #include "tests/support/options.h"
@@ -18,7 +18,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// One device whose first counter says how often it has been read.
+// One device whose first counter is the number of its reads.
 constexpr char kCountedReads[] = R"({
   "clock": "samples",
   "devices": [{"ibdev_name": "rdma0", "slots": [{"counters": [
@@ -27,7 +27,8 @@ constexpr char kCountedReads[] = R"({
 
 TEST(Concurrency, ProvidersAtFullSpeedKeepToThemselves) {
   TempTree tree;
-  setenv("VUNA_SIMULATOR_SCENARIO", tree.write("scenario.json", kCountedReads).c_str(), 1);
+  Environment environment;
+  environment.set("VUNA_SIMULATOR_SCENARIO", tree.write("scenario.json", kCountedReads));
   const CapturedLog log(TEV_LEVEL_WARNING);
   const Plugin plugin;
   plugin.shareLogger();
@@ -124,7 +125,7 @@ TEST(Concurrency, AReadThatHangsDelaysOnlyWhatMustWaitForIt) {
   EXPECT_GE(hanging.counts().taken, 3u);
 }
 
-// Of all intervals, and at any moment: a wake-up that is lost would hang.
+// With all intervals, and at any moment. A lost wake-up would cause a hang.
 TEST(Concurrency, StopDoesNotWaitForTheInterval) {
   FakeMachine machine;
   machine.sdk.add("a", {"x, r"}, {1});

@@ -15,6 +15,7 @@ namespace {
 
 // This thread's; -1: off.
 thread_local long allocations_until_failure = -1;
+thread_local bool all_fail = false;
 thread_local bool has_failed = false;
 thread_local long allocations_so_far = 0;
 thread_local bool spared = false;
@@ -22,7 +23,7 @@ std::atomic<long> blocks_in_use{0};
 
 bool mustFail() {
   allocations_so_far += !spared;
-  if (allocations_until_failure < 0 || allocations_until_failure-- > 0) return false;
+  if (!all_fail && (allocations_until_failure < 0 || allocations_until_failure-- > 0)) return false;
   has_failed = true;
   return true;
 }
@@ -69,7 +70,13 @@ void failAllocation(long n) {
   allocations_until_failure = n;
 }
 
+void failAllocations() {
+  has_failed = false;
+  all_fail = true;
+}
+
 bool endFailing() {
+  all_fail = false;
   allocations_until_failure = -1;
   return has_failed;
 }

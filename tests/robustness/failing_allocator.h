@@ -1,22 +1,25 @@
-// An allocator that fails when it is told to.
+// An allocator that fails on demand.
 //
-// It stands in for malloc() and its kin. Under the sanitizers, which have an allocator of their
-// own, it is put before that one in the code that is linked into the program; what the C library
-// allocates for itself then neither fails nor counts.
+// It replaces malloc() and related functions. The sanitizers have their own allocator. With them,
+// this one is used only by code that is linked into the program; allocations of the C library
+// itself then do not fail and are not counted.
 #pragma once
 
 namespace tev::test {
 
-// Has this thread's allocation number `n`, from 0, fail, and no other.
+// Makes only this thread's allocation number `n`, from 0, fail.
 void failAllocation(long n);
-// Ends that. Whether it has come to it.
+// Makes all allocations of this thread fail from now on.
+void failAllocations();
+// Ends both. Returns whether an allocation has failed.
 bool endFailing();
-// How often this thread has asked for memory.
+// The number of this thread's allocations.
 long allocations();
-// Blocks that the process holds; 0 under the sanitizers, which count for themselves.
+// The number of blocks that the process holds; 0 under the sanitizers, which detect leaks
+// themselves.
 long blocksInUse();
 
-// While it lives, this thread's allocations neither fail nor count.
+// While it exists, this thread's allocations do not fail and are not counted.
 class AllocationsSucceed {
  public:
   AllocationsSucceed();

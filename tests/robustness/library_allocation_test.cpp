@@ -1,14 +1,17 @@
-// Fails each allocation of an operation in turn. What the operation then returns must say so,
-// nothing may be lost, and what was there before must be as it was.
+// Makes each allocation of an operation fail in turn. The operation must then return a failure,
+// must not leak, and must not change what existed before.
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <cstdlib>
 #include <functional>
+#include <thread>
 
 #include "tests/robustness/failing_allocator.h"
 #include "tests/support/environment.h"
 #include "tests/support/owned.h"
+#include "tests/support/plugin.h"
 #include "tests/support/temp_tree.h"
 #include "tev/counter_set.h"
 #include "tev/device_utils.h"
@@ -47,7 +50,7 @@ void failEachAllocation(const Operation& operation) {
   FAIL() << "never succeeds";
 }
 
-// Whether there is one; it has been given back.
+// Whether the object exists; it is released.
 template <auto kDestroy, class Object>
 bool made(Object* object) {
   return Owned<Object, kDestroy>(object) != nullptr;
@@ -88,6 +91,79 @@ TEST(AllocationFailure, OfTextsAndSources) {
   EXPECT_EQ(text, nullptr);
 }
 
+// The first error line of a library, and one on a new thread, without any memory. This needs the
+// built library, because the loader may allocate its thread-local objects.
+[[noreturn]] void logWithoutMemory(const char* level) {
+  clearenv();
+  if (level) setenv("TEV_API_LOG_LEVEL", level, 1);
+  const Plugin plugin;
+  const auto find =
+      plugin.symbol<decltype(tev_schema_set_field_indexes)>("tev_schema_set_field_indexes");
+  const auto log = [find] {
+    failAllocations();
+    find(nullptr, 0, nullptr, 0);
+    endFailing();
+  };
+  log();
+  std::thread(log).join();
+  std::_Exit(0);
+}
+
+TEST(AllocationFailure, OfTheFirstMessages) {
+  const auto ends = testing::ExitedWithCode(0);
+  EXPECT_EXIT(logWithoutMemory(nullptr), ends, "^$");
+  const std::string line = R"(\[[-0-9 :.]+\] \[error\] \[tev_schema_set_field_indexes\] .*NULL!)";
+  EXPECT_EXIT(logWithoutMemory("3"), ends, "^" + line + "\n" + line + "\n$");
+}
+
+// The file must not be stored as one text per line.
+TEST(MemoryInUse, ForAFileOfEmptyLines) {
+  TempTree tree;
+  const std::string file = tree.write("empty", std::string(16 << 20, '\n'));
+  const auto peak = [] {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss / 1024;  // MiB
+  };
+  const long before = peak();
+  const Owned<tev_source_array_t, tev_destroy_source_array> sources(
+      tev_create_source_array_from_input(file.c_str()));
+  EXPECT_TRUE(sources && sources->count == 0);
+  EXPECT_FALSE(ProviderCounterSet().loadFromFile(file, {}));
+  EXPECT_FALSE(ProviderFieldSet().loadFromFile(file));
+  EXPECT_LT(peak() - before, SANITIZED ? 400 : 100);  // sanitizers keep freed memory for a while
+}
+
+TEST(AllocationFailure, OfALookUpInTheEnvironment) {
+  Environment environment;
+  environment.set("TEV_A_NAME_THAT_IS_TOO_LONG_FOR_A_SHORT_STRING", "value");
+  for (const char* const name : {"TEV_A_NAME_THAT_IS_TOO_LONG_FOR_A_SHORT_STRING",
+                                 "A_NAME_THAT_IS_TOO_LONG_FOR_A_SHORT_STRING"}) {
+    failAllocations();
+    const char* const value = tev_getenv(name);
+    endFailing();
+    EXPECT_STREQ(value, "value");
+  }
+}
+
+TEST(AllocationFailure, OfASourceArrayIsRareAndLeavesItIntact) {
+  const Owned<tev_source_array_t, tev_destroy_source_array> array(tev_create_source_array());
+  constexpr long kSources = 1'000;
+  const long before = allocations();
+  for (long i = 0; i < kSources; ++i)
+    ASSERT_TRUE(tev_source_array_append(array.get(), tev_create_source("id", nullptr)));
+  EXPECT_LE(allocations() - before, kSources + 11) << "beside the sources: one per doubling";
+
+  const Owned<tev_source_t, tev_destroy_source> source(tev_create_source("id", nullptr));
+  const tev_source_t* const last = array->sources[kSources - 1];
+  array->count = 512;  // where it grows
+  failAllocation(0);
+  EXPECT_FALSE(tev_source_array_append(array.get(), source.get()));
+  EXPECT_TRUE(endFailing());
+  array->count = kSources;
+  EXPECT_EQ(array->sources[kSources - 1], last);
+}
+
 TEST(AllocationFailure, OfASchema) {
   const Owned<tev_type_system_t, tev_destroy_type_system> types(tev_create_type_system());
   const Owned<tev_type_system_t, tev_destroy_type_system> others(tev_create_type_system());
@@ -122,6 +198,7 @@ TEST(AllocationFailure, OfASchema) {
          EXPECT_EQ(count, done ? 1u : 0u);
          return done;
        }},
+      {"text of the schema", [&] { return made<std::free>(tev_schema_json_string(schema)); }},
       {"text of an id", [&] { return made<std::free>(tev_schema_id_string(&schema->id)); }},
   };
   for (const auto& operation : operations) failEachAllocation(operation);

@@ -1,5 +1,5 @@
-// No sample is lost in silence, however slowly it is fetched; and every byte that is delivered is
-// the one that was sampled.
+// Lost samples are always counted, however slowly the host fetches, and every delivered byte is the
+// byte that was sampled.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -16,7 +16,8 @@
 namespace tev::test {
 namespace {
 
-// Values by a law: a reader needs no memory of what was written. Each read has its own number.
+// The values are computed from the number of the read, so the reader need not store what was
+// written.
 std::uint32_t lawfulValue(std::uint64_t read, std::uint32_t counter) {
   std::uint64_t x = read * 0x9e3779b97f4a7c15 + counter * 0xbf58476d1ce4e5b9;
   x ^= x >> 29;
@@ -71,7 +72,7 @@ class FastMotion : public testing::Test, protected FakeMachine {
       size += sizeof value;
     };
     put(began_ + read);
-    std::memcpy(expected + size, block + 12, 4);  // indexes and a count: the host has seen to them
+    std::memcpy(expected + size, block + 12, 4);  // indexes and a count, which the host has checked
     size += 4;
     put(std::array{'r', 'd', 'm', 'a', '0'});
     if (of_plane) put(static_cast<std::uint8_t>(plane));

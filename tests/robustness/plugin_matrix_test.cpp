@@ -1,8 +1,9 @@
-// The built library against the simulator: every call that it makes goes wrong once, and each time
-// everything is given back, down to the libraries and descriptors.
+// The built library with the simulator: every call that it makes fails once, and each time
+// everything is released, including libraries and descriptors.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -30,7 +31,7 @@ constexpr char kDevices[] = R"({"clock": "samples", "devices": [
 constexpr const char* kWays[] = {R"("status": 42)", R"("deliver": "nothing")",
                                  R"("status": 42, "deliver": "result")"};
 
-// What they are to do has no output: an SDK that says it is done, and has not done it, is lying.
+// These functions have no output. The SDK must not report success without doing the work.
 const std::set<std::string> kActions = {"vuna_telemetry_mp_start", "vuna_telemetry_mp_stop",
                                         "vuna_telemetry_mp_destroy", "vuna_dev_close",
                                         "vuna_devinfo_destroy_list"};
@@ -71,7 +72,10 @@ class PluginMatrix : public testing::Test {
     EXPECT_EQ(maps.find("libevents_multipath"), maps.npos);
     std::map<std::string, unsigned> calls;
     std::istringstream trace(readAll(tree_.path("trace")));
-    for (std::string line; std::getline(trace, line);) ++calls[line.substr(0, line.find(' '))];
+    for (std::string line; std::getline(trace, line);) {
+      ++calls[line.substr(0, line.find(' '))];
+      if (line.ends_with(" fault")) ++calls["FAULT"];
+    }
     EXPECT_EQ(calls["MISUSE"], 0u) << trace.str();
     EXPECT_TRUE(trace.str().ends_with("UNLOAD - - 0\n"));
     return calls;
@@ -85,6 +89,10 @@ class PluginMatrix : public testing::Test {
 TEST_F(PluginMatrix, EveryCallThatGoesWrongLeavesNothingBehind) {
   const auto calls = live("");
   ASSERT_GT(events_, 0u);
+  // All functions but the text of a status and the read that clears.
+  ASSERT_EQ(std::count_if(calls.begin(), calls.end(),
+                          [](const auto& call) { return call.first.starts_with("vuna_"); }),
+            25);
 
   unsigned lives = 0;
   constexpr unsigned kReads = 3;  // how many there are is a matter of time
@@ -97,7 +105,8 @@ TEST_F(PluginMatrix, EveryCallThatGoesWrongLeavesNothingBehind) {
         const auto fault = R"({"function": ")" + function + R"(", "call": )" +
                            std::to_string(call) + ", " + way + "}";
         SCOPED_TRACE(fault);
-        live(fault);
+        const bool met = live(fault)["FAULT"] == 1;
+        EXPECT_TRUE(met || function == "vuna_telemetry_mp_get_counters");
         ++lives;
       }
   }

@@ -1,15 +1,13 @@
-// A whole life of the provider over the SDK in memory: construct, initialize, sample, deliver,
-// stop, deliver the rest, destroy. What can be said of any such life, whatever went wrong in it, is
-// checked here.
+// A complete run of the provider with the SDK in memory: construct, initialize, sample, deliver,
+// stop, deliver the rest, destroy. This file checks the properties that hold in every run, whatever
+// failed in it.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <initializer_list>
 #include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tests/support/fake_machine.h"
@@ -31,9 +29,7 @@ class Rig : public FakeMachine {
  public:
   static constexpr unsigned kPasses = 4;
 
-  explicit Rig(std::initializer_list<std::pair<const char*, const char*>> entries = {})
-      : options_(options({{"update", "60000"}})) {
-    for (const auto& [key, value] : entries) tev_dict_add(options_.get(), key, value);
+  Rig() : options_(options({{"update", "60000"}})) {
     adapter("rdma0", "0000:01:00.0", {"an-interface-with-a-long-name-0"});
     adapter("rdma1", "0000:01:00.1", {"an-interface-with-a-long-name-1"});
     sdk.add("rdma0", {"rx, received", "tx, sent, plane 0", "tx, sent, plane 1"}, {1, 2, 3});
@@ -48,7 +44,7 @@ class Rig : public FakeMachine {
 
   Life live() { return live(surroundings()); }
 
-  // With something between the provider and what is around it.
+  // With replacements between the provider and its surroundings.
   Life live(const Surroundings& surroundings) {
     constexpr std::uint64_t kRoom = 64;  // of an event or two
     Life life;

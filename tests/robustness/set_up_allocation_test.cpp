@@ -1,5 +1,4 @@
-// Each allocation of a provider's set-up fails once. What was begun must be undone, and nothing may
-// be lost.
+// Each allocation of a provider's set-up fails once. The set-up must then be undone without a leak.
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// The SDK in memory, with its own allocations left out of account.
+// The SDK in memory. Its own allocations do not fail and are not counted.
 #pragma once
 
 #include "tests/robustness/failing_allocator.h"

@@ -1,8 +1,7 @@
-// Where the simulator has its devices from: scenario files, and this machine's interfaces.
+// The origin of the simulator's devices: scenario files, and this machine's interfaces.
 #include <sys/stat.h>
 
 #include <cstring>
-#include <random>
 
 #include "tests/simulator/sdk.h"
 
@@ -44,8 +43,6 @@ TEST_F(Scenario, BrokenFilesAreRefusedWithFileLineAndReason) {
       {slot("'algo_id':1,\n'coutners':[]"), 4, "devices[0].slots[0]: unknown key \"coutners\""},
       {counter("'type':'constant','value':1,\n'slope':2"), 6, "law: unknown key \"slope\""},
       {"{'devices':[],\n'seed':'1'}", 2, "seed: must be a whole number"},
-      {"{'devices':[],'seed':-1\n}", 1, "seed: must be a whole number"},
-      {slot("'counters':{}"), 3, "must be an array, not an object"},
       {slot("'status':18.5"), 3, "status: must be a whole number"},
       {slot("'status':4294967296"), 3, "from 0 to 4294967295"},
       {slot("'algo_enabled':1"), 3, "must be true or false, not a number"},
@@ -63,7 +60,7 @@ TEST_F(Scenario, BrokenFilesAreRefusedWithFileLineAndReason) {
        "period_seconds: must be a number from"},
       {counter("'type':'random_walk','start':5,'step':1,'max':4"), 5, "from \"min\" to \"max\""},
       {"{'devices':[],\n'clock':'sundial'}", 2, "clock: must be \"real\""},
-      {"{'devices':[],'status_names':{\n'x':'y'}}", 2, "no status number"},
+      {"{'devices':[],'status_names':{\n'x':'y'}}", 2, "not a status number"},
       {fault("'function':'vuna_dev_opne','call':1"), 2, "unknown function"},
       {fault("'function':'vuna_dev_open',\n'call':0"), 3, "faults[0].call: must be"},
       {fault("'function':'vuna_dev_open','call':'some'"), 2, "\"every\""},
@@ -98,34 +95,13 @@ TEST_F(Scenario, WhatIsNoFileOrSeedIsRefused) {
   }
 }
 
-// The documented example is played; damaged, it is played or refused.
-TEST_F(Scenario, DamagedFilesAreReadOrRefused) {
+TEST_F(Scenario, TheDocumentedExampleIsPlayed) {
   const std::string text = tev::test::readAll(TEST_DATA "/../../docs/simulator.md");
   const std::size_t begin = text.find("```json\n") + 8;
-  const std::string good = text.substr(begin, text.find("```", begin) - begin);
-  load(good);
+  load(text.substr(begin, text.find("```", begin) - begin));
   EXPECT_EQ(read(start(), 2).size(), 10U);
   EXPECT_EQ(count, 2U);
   EXPECT_STREQ(sdk->vuna_error_get_name(42), "LINK_ON_FIRE");
-
-  std::mt19937 random(1);
-  int refused = 0;
-  for (int i = 0; i < 500; ++i) {
-    std::string bad = good;
-    for (int hits = 1 + i % 3; hits > 0; --hits) {
-      const std::size_t place = random() % bad.size();
-      if (random() % 2)
-        bad[place] = static_cast<char>(random());
-      else
-        bad.erase(place, 1 + random() % 20);
-    }
-    load(bad);
-    const std::string reason = refusal();
-    if (reason.empty()) continue;
-    ++refused;
-    ASSERT_THAT(reason, StartsWith("scenario " + tree.path("scenario.json:")));
-  }
-  EXPECT_GT(refused, 150);
 }
 
 TEST_F(Scenario, DevicesAnswerAsWritten) {
@@ -175,7 +151,7 @@ TEST_F(Scenario, DevicesAnswerAsWritten) {
   EXPECT_NE(sdk->vuna_telemetry_mp_get_counter_info(mp, 4, 3, text), kVunaSuccess);
 }
 
-// Texts are cut at the length that was reported, and go without a NUL where the scenario says so.
+// Texts are truncated at the reported length, and have no NUL if the scenario says so.
 TEST_F(Scenario, TextsEndAtTheReportedLength) {
   const struct {
     const char *length, *unterminated;

@@ -94,13 +94,6 @@ class SimulatorTest : public ::testing::Test {
     EXPECT_EQ(sdk->vuna_telemetry_mp_start(mp), kVunaSuccess);
     return mp;
   }
-  void giveBack(vuna_telemetry_mp* mp) {
-    sdk->vuna_telemetry_mp_stop(mp);
-    sdk->vuna_telemetry_mp_destroy(mp);
-    sdk->vuna_dev_close(dev);
-    sdk->vuna_devinfo_destroy_list(list);
-  }
-
   Values read(vuna_telemetry_mp* mp, std::uint32_t slot = 0, bool clear = false) {
     std::uint32_t filled = 0;
     Values values(256);

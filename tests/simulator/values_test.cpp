@@ -72,13 +72,13 @@ TEST_F(Laws, ClearingReadStartsCountersAnewAndLeavesGauges) {
   EXPECT_EQ(read(mp), (Values{5, 15, 7, 0}));
   EXPECT_EQ(read(mp, 0, true), (Values{10, 20, 7, 0}));
 
-  // A new start is a new beginning.
+  // A new start resets the values.
   sdk->vuna_telemetry_mp_stop(mp);
   sdk->vuna_telemetry_mp_start(mp);
   EXPECT_EQ(read(mp), (Values{kMax32, 0, 7, 7}));
 }
 
-// A read claims what the scenario says, and writes what its user has room for.
+// A read reports the count from the scenario, and writes only as much as its user has room for.
 TEST_F(Laws, ReadsNeverWriteBeyondWhatWasTold) {
   const struct {
     std::uint32_t filled, declared, maximum;

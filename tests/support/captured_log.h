@@ -1,4 +1,4 @@
-// Collects what the library logs, instead of letting it go anywhere.
+// Collects what the library logs, instead of writing it.
 #pragma once
 
 #include <cstdarg>
@@ -34,8 +34,8 @@ inline LogLines linesAt(std::uint32_t level, const Texts& texts) {
   return lines;
 }
 
-// While it lives, every message up to `level` ends here, from whichever thread. Afterwards the
-// logger is as it was before. May be nested: the innermost one collects.
+// While it exists, it collects every message up to `level` from all threads. Afterwards the logger
+// has its previous state. Objects may be nested: the innermost one collects.
 class CapturedLog {
  public:
   explicit CapturedLog(std::uint32_t level = TEV_LEVEL_DEBUG)

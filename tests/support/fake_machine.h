@@ -1,4 +1,5 @@
-// What a collector needs of a machine, in memory: an SDK, a clock, and a /sys and a /dev.
+// The parts of a machine that a collector needs: an SDK and a clock in memory, and trees for /sys
+// and /dev.
 #pragma once
 
 #include <thread>
@@ -24,7 +25,7 @@ struct FakeMachine {
     return live;
   }
 
-  // Has /sys know an adapter.
+  // Adds an adapter to /sys.
   void adapter(const std::string& name, const std::string& address,
                const std::vector<std::string>& interfaces) {
     const auto folder = "sys/class/infiniband/" + name + "/device/";

@@ -10,11 +10,11 @@ using events::multipath::SdkFunctions;
 using State = FakeDevice::State;
 
 FakeSdk* current_sdk = nullptr;
-// What the SDK has begun and refuses all the same is its own to end, save for a device: the handle
-// counts, whatever the status.
+// If a call fails but the SDK did the work, the SDK must undo it. A device is the exception: its
+// handle must be closed, whatever the status.
 thread_local bool refusing = false;
 
-// All handles of a device are its address: the fake tells by the call what is meant.
+// All handles of a device are its address. The called function determines the kind of the handle.
 template <class Handle>
 FakeDevice& deviceOf(const Handle* handle) {
   return *const_cast<FakeDevice*>(reinterpret_cast<const FakeDevice*>(handle));
@@ -35,7 +35,7 @@ vuna_status step(const char* what, FakeDevice& device, State from, State to) {
   return kVunaSuccess;
 }
 
-// A text that fills all its room has no terminator.
+// A text that fills its buffer has no terminator.
 vuna_status giveText(char* out, std::size_t room, const std::string& text) {
   std::memcpy(out, text.c_str(), std::min(room, text.size() + 1));
   return kVunaSuccess;
@@ -59,7 +59,7 @@ vuna_status read(FakeDevice& device, std::uint32_t* count, std::uint32_t* values
   return give(count, device.filled.value_or(countOf(device.values)));
 }
 
-// What the functions answer when nothing goes wrong.
+// The functions without faults.
 SdkFunctions plainAnswers() {
   SdkFunctions sdk;
   sdk.vuna_error_get_name = [](auto status) -> const char* {
@@ -171,7 +171,7 @@ SdkFunctions plainAnswers() {
   return sdk;
 }
 
-// The frame of a call: answers plainly, unless the call is to fail or to deliver nothing.
+// The frame of a call: answers normally, unless the call must fail or deliver nothing.
 template <auto kFunction, const char* kName, class Result, class... Arguments>
 auto framed(Result (*)(Arguments...)) {
   return +[](Arguments... arguments) -> Result {

@@ -1,5 +1,5 @@
-// A device SDK in memory: answers as the test sets it up, notes what is asked of it, fails on
-// demand. It never writes more than it has promised.
+// A device SDK in memory. It answers as the test defines, records the calls, and fails on demand.
+// It never writes more than it has reported.
 #pragma once
 
 #include <cstdint>
@@ -37,18 +37,18 @@ struct FakeDevice {
 
   enum State { kClosed, kOpen, kCreated, kStarted };
   State state = kClosed;
-  // What has been promised to whoever asked.
+  // The sizes that have been reported to the caller.
   std::uint32_t text_room = 0;
   std::uint32_t declared_room = 0;
   std::uint32_t values_room = 0;
 };
 
-// One call that goes wrong.
+// One call that fails.
 struct Fault {
   std::string function;
   unsigned call = 1;       // the n-th call of that function, from 1
   vuna_status status = 5;  // 0: a success that delivers nothing
-  bool delivers = false;   // a failure that fills its outputs all the same
+  bool delivers = false;   // a failure that still fills its outputs
 };
 
 // One at a time: the SDK's functions have no argument to find it by.

@@ -1,4 +1,4 @@
-// The host's side of a provider: its type system, and the reading of what is delivered.
+// The host's side of a provider: its type system, and code that reads the delivered events.
 #pragma once
 
 #include <algorithm>
@@ -56,7 +56,7 @@ class Host {
     return result;
   }
 
-  // Everything that is there to be delivered now.
+  // Fetches all available events.
   template <class Take>
   void drain(std::uint64_t room, const Take& take) {
     int result = TEV_PROGRESS_FULL;
@@ -69,7 +69,7 @@ class Host {
     return events;
   }
 
-  // Drains until there have been so many events.
+  // Drains until this number of events has been received.
   std::vector<Event> await(std::size_t count) {
     std::vector<Event> events;
     while (events.size() < count)

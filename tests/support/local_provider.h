@@ -35,6 +35,13 @@ class LocalProvider : public Host {
     return counts;
   }
 
+  // The ledger of all devices.
+  tev_multipath_ledger_t ledger() {
+    tev_multipath_ledger_t ledger{};
+    multipath_event_provider_get_ledger(&record_, TEV_ALL_DEVICES, nullptr, &ledger, sizeof ledger);
+    return ledger;
+  }
+
   events::multipath::Collector& collector() { return provider_->collector(); }
 
  private:

@@ -1,4 +1,4 @@
-// The built library as a host has it: opened by path, known by its exported names alone.
+// The built library as a host uses it: opened by path, and used only through its exported names.
 #pragma once
 
 #include <dlfcn.h>

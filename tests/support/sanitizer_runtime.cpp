@@ -1,4 +1,4 @@
-// What the sanitizers' run-time libraries do otherwise in a test program.
+// Settings of the sanitizers' run-time libraries for test programs.
 #if SANITIZED
 #include <cstddef>
 #include <cstdlib>
@@ -6,7 +6,7 @@
 
 #define EXPORTED __attribute__((visibility("default")))
 
-// Sizes that no memory holds are asked for on purpose, and must come back as null.
+// Tests request sizes that exceed any memory. Such requests must return null.
 static constexpr const char* kOptions = "allocator_may_return_null=1:max_allocation_size_mb=256";
 
 extern "C" {
@@ -18,7 +18,7 @@ EXPORTED const char* __tsan_default_options() {
 }
 }
 
-// Theirs ends the process where the standard one throws.
+// The sanitizers' version ends the process where the standard one throws.
 EXPORTED void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   return std::malloc(size);
 }

@@ -11,13 +11,13 @@
 
 namespace tev::test {
 
-// All of a file; nothing when it cannot be read.
+// The contents of a file; empty when it cannot be read.
 inline std::string readAll(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// A folder of its own for one test, filled as the test says and removed at its end.
+// A directory for one test, filled by the test and removed at its end.
 class TempTree {
  public:
   TempTree() {
@@ -36,7 +36,7 @@ class TempTree {
 
   const std::filesystem::path& root() const { return root_; }
 
-  // Where an entry is or would be; `relative` has no leading slash.
+  // The path of an entry, which need not exist. `relative` has no leading slash.
   std::string path(std::string_view relative) const { return (root_ / relative).string(); }
 
   // Each of these creates what is missing above the entry, and returns its full path.
@@ -53,7 +53,7 @@ class TempTree {
     return file.string();
   }
 
-  // A symbolic link; `target` is taken as it stands and need not exist.
+  // A symbolic link. `target` is used unchanged and need not exist.
   std::string link(std::string_view relative, std::string_view target) {
     const auto entry = above(relative);
     std::filesystem::create_symlink(target, entry);

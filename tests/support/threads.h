@@ -5,7 +5,7 @@
 
 namespace tev::test {
 
-// Runs it that often, each time on a thread of its own, with the number of the thread.
+// Runs `body` this number of times, each time on its own thread, with the number of the thread.
 template <class Body>
 void onThreads(int count, const Body& body) {
   std::vector<std::thread> threads;

@@ -1,4 +1,4 @@
-// The layout of the schema records, which modules with other copies of this library read and write.
+// The layout of the schema records. Modules with other copies of this library read and write them.
 #pragma once
 
 #include "tev/schema.h"

@@ -33,7 +33,7 @@ bool areDefined(const tev_schema_t& schema, const char* type_name, FieldInfos fi
   return true;
 }
 
-// The last field's name is compared with no other: types that rely on it are in use.
+// The last field's name is not compared with the others, because existing types rely on this.
 const char* findDuplicateName(FieldInfos fields) {
   for (std::size_t i = 1; i + 1 < fields.size(); ++i)
     for (std::size_t earlier = 0; earlier < i; ++earlier)
@@ -42,7 +42,7 @@ const char* findDuplicateName(FieldInfos fields) {
   return nullptr;
 }
 
-// Where the text says so, the range is named by its largest index.
+// The largest index, for messages that name a range of indexes.
 unsigned lastTypeIndex(const tev_schema_t& schema) {
   return unsigned{schema.num_types} - 1U;
 }

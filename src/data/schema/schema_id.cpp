@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include "src/data/schema/schema_json.h"
 #include "src/support/guard.h"
@@ -19,7 +18,7 @@ constexpr char kBlobId[] = "BLOB_DATA_SCHEMA";
 static_assert(sizeof kBlobId - 1 == TEV_SCHEMA_ID_SIZE);
 static_assert(MD5_DIGEST_LENGTH == TEV_SCHEMA_ID_SIZE);
 
-// The digit's value, -1 for any other character, whatever the locale.
+// The digit's value, or -1 for any other character. Does not depend on the locale.
 int hexValue(char c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
@@ -27,21 +26,24 @@ int hexValue(char c) {
   return -1;
 }
 
-bool digest(std::string_view text, tev_schema_id_t& id) {
-  MD5_CTX md5;
-  return MD5_Init(&md5) == 1 && MD5_Update(&md5, text.data(), text.size()) == 1 &&
-         MD5_Final(id.bytes, &md5) == 1;
-}
-
 }  // namespace
 
 namespace tev::schema {
 
+std::optional<tev_schema_id_t> idOfText(std::string_view text) {
+  MD5_CTX md5;
+  tev_schema_id_t id;
+  if (MD5_Init(&md5) != 1 || MD5_Update(&md5, text.data(), text.size()) != 1 ||
+      MD5_Final(id.bytes, &md5) != 1)
+    return std::nullopt;
+  return id;
+}
+
 void updateId(tev_schema_t& schema) noexcept {
   support::guarded("tev_schema_update_id", false, [&] {
     const auto text = jsonText(schema);
-    tev_schema_id_t id;
-    if (text && digest(*text, id)) schema.id = id;
+    const auto id = text ? idOfText(*text) : std::nullopt;
+    if (id) schema.id = *id;
     return true;
   });
   tev_schema_id_to_schema_string(&schema.id, schema.id_string);
@@ -96,7 +98,7 @@ bool tev_schema_from_id_string(const char* text, tev_schema_id_t* id) {
   tev_schema_id_t parsed;
   for (std::uint8_t& byte : parsed.bytes) {
     const int high = hexValue(*text++);
-    const int low = high < 0 ? -1 : hexValue(*text++);  // the text may end at the first digit
+    const int low = high < 0 ? -1 : hexValue(*text++);  // the text may end after the first digit
     if (low < 0) return false;
     byte = static_cast<std::uint8_t>(high << 4 | low);
   }

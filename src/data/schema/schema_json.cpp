@@ -2,18 +2,22 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <new>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 
+#include "src/support/guard.h"
+
 namespace tev::schema {
 namespace {
 
-// A JSON object or array: each of its items on a line of its own, four blanks deeper than itself.
-// Only texts go through the JSON library. A whole document of its values would allocate while it is
-// destroyed, which ends the process when memory is short.
+// A JSON object or array. Each item is on its own line, indented by four more blanks. The JSON
+// library is used only for texts: its documents allocate while they are destroyed, which ends the
+// process when memory is short.
 class Block {
  public:
   Block(std::string_view brackets, std::size_t depth)
@@ -29,7 +33,7 @@ class Block {
     element('"' + std::string(key) + "\": " + std::string(json));
   }
 
-  // A text that is null or not UTF-8 leaves its key out.
+  // Omits the key when the text is null or not UTF-8.
   void text(std::string_view key, const char* value) {
     const auto json = value ? quoted(value) : std::nullopt;
     if (json) member(key, *json);
@@ -111,7 +115,7 @@ std::optional<std::string> jsonText(const tev_schema_t& schema) {
 
   Block object("{}", kSchemaDepth);
   object.text("title", "Telumbra schema");
-  object.text("tev_version", "1.5.0");
+  object.text("tev_version", versionText(kTevVersion).c_str());
   object.text("provider_name", schema.name);
   object.text("provider_version", versionText(schema.version).c_str());
   object.member("types", std::move(types).close());
@@ -119,3 +123,13 @@ std::optional<std::string> jsonText(const tev_schema_t& schema) {
 }
 
 }  // namespace tev::schema
+
+char* tev_schema_json_string(const tev_schema_t* schema) {
+  if (!schema) return nullptr;
+  return tev::support::guarded<char*>(__func__, nullptr, [schema] {
+    const auto text = tev::schema::jsonText(*schema);
+    char* const copy = text ? strdup(text->c_str()) : nullptr;
+    if (text && !copy) throw std::bad_alloc();
+    return copy;
+  });
+}

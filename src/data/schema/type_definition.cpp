@@ -46,7 +46,7 @@ FieldPtr copyField(const tev_type_field_info_t& info) {
   return field;
 }
 
-// Places `field` behind what the type has so far.
+// Appends `field` to the type.
 bool place(tev_type_field_definition_t& field, tev_type_definition_t& type,
            const tev_type_definition_t& element) {
   field.offset = type.size;
@@ -76,7 +76,7 @@ TypePtr createRecordType(const tev_schema_t& schema, const char* name,
     return nullptr;
   }
   type->fields = static_cast<tev_type_field_definition_t**>(
-      std::calloc(fields.size() + 1, sizeof(void*)));  // never of no length, which may give null
+      std::calloc(fields.size() + 1, sizeof(void*)));  // not of length 0, which may return null
   if (!type->fields) {
     TEV_LOG_ERROR("[%s] cannot allocate fields for type definition", kAddType);
     return nullptr;

@@ -7,7 +7,7 @@
 
 namespace tev::schema {
 
-// Frees a type definition, complete or half built, with its fields. Null is ignored.
+// Frees a complete or incomplete type definition with its fields. Null is ignored.
 void destroyType(tev_type_definition_t* type) noexcept;
 
 struct DestroyType {
@@ -15,8 +15,8 @@ struct DestroyType {
 };
 using TypePtr = std::unique_ptr<tev_type_definition_t, DestroyType>;
 
-// A packed record type of these fields, whose type names are looked up in `schema`. Null, with the
-// reason logged, when memory is short or the size does not fit 64 bits.
+// A packed record type of these fields. Their type names are looked up in `schema`. Null, with the
+// reason logged, when memory is short or the size exceeds 64 bits.
 TypePtr createRecordType(const tev_schema_t& schema, const char* name,
                          std::span<const tev_type_field_info_t> fields);
 

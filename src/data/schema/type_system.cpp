@@ -5,6 +5,7 @@
 
 #include "src/data/schema/records.h"
 #include "src/data/schema/schema_id.h"
+#include "src/data/schema/schema_json.h"
 #include "src/data/schema/type_definition.h"
 #include "tev/logger.h"
 #include "tev/schema.h"
@@ -12,10 +13,9 @@
 namespace {
 
 constexpr char kBuiltinName[] = "<built-in>";
-constexpr std::uint32_t kBuiltinVersion = 1281;  // 1.5.0
 
 tev_schema_t* createBuiltinSchema() {
-  tev_schema_t* const schema = tev_create_schema(kBuiltinName, kBuiltinVersion);
+  tev_schema_t* const schema = tev_create_schema(kBuiltinName, tev::schema::kTevVersion);
   if (!schema) return nullptr;
   for (std::uint32_t id = TEV_TYPE_BOOL; id <= TEV_TYPE_TIMESTAMP; ++id) {
     tev::schema::TypePtr type = tev::schema::createBuiltinType(id);

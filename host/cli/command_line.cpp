@@ -1,0 +1,296 @@
+#include "host/cli/command_line.h"
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <filesystem>
+#include <iostream>
+#include <limits>
+#include <span>
+#include <string_view>
+#include <system_error>
+
+#include "host/support/errors.h"
+#include "host/support/option_text.h"
+#include "tev/logger.h"
+
+namespace tev::host {
+namespace {
+
+constexpr char kLibraryPathKey[] = "multipath-vuna-lib-path";
+constexpr char kOtherLibraryPathKey[] = "vuna-telemetry-lib-path";
+constexpr char kUpdateKey[] = "update";
+constexpr std::uint64_t kMaxUpdate = 86'400'000;  // a day
+
+constexpr char kProgramText[] =
+    "A reference host for provider plug-ins: loads one, has it sample, and shows what it delivers.";
+
+constexpr char kExamples[] = R"(Examples:
+  tev-host run --simulate
+      live table of the simulated adapters; Ctrl-C ends it
+  tev-host run --simulate=netdev --format jsonl --samples 5
+      five samples of every network interface of this machine, as JSON lines
+  tev-host run --simulate --option multipath-sample-interval-usec=1000 --duration 10 --output run.jsonl
+      ten seconds at 1 kHz, into a file
+  tev-host run --simulate --fset types.fset --cset counters.cset --filter -rdma2
+      some types, fields and counters, of all devices but rdma2
+  tev-host run --option multipath-vuna-lib-path=/path/to/libvuna_telemetry.so
+      a real device SDK
+
+Exit code: 0 fine, 1 the plug-in refused or the run failed, 2 wrong usage.)";
+
+const OutputFormat* formatNamed(const char* option, const std::string& text) {
+  const OutputFormat* const format = findOutputFormat(text);
+  if (!format) refuse(option, text, outputFormatNames() + " is needed");
+  return format;
+}
+
+std::string formatHelp() {
+  std::string help = outputFormatNames() + " (default: table on a terminal, else jsonl)";
+  for (const OutputFormat& format : outputFormats())
+    help += fmt::format("\n{:<6}{}", format.name, format.help);
+  return help;
+}
+
+void readLogLevel(const std::string& text, PluginOptions& plugin) {
+  plugin.log_level = TEV_LEVEL_WARNING;
+  if (!text.empty()) {
+    const auto level = logLevelNamed(text);
+    if (!level) refuse("--log-level", text, "error, warning, info, debug or a number is needed");
+    plugin.log_level = *level;
+    plugin.log_level_given = true;
+  } else if (const char* const variable = tev_getenv("TEV_API_LOG_LEVEL")) {
+    if (const auto level = logLevelNamed(variable)) plugin.log_level = *level;
+    plugin.log_level_given = true;
+  }
+}
+
+bool hasOption(const PluginOptions& plugin, std::string_view key) {
+  return std::ranges::any_of(plugin.options, [&](const auto& entry) { return entry.first == key; });
+}
+
+// What the user says about a key takes precedence over what other options imply.
+void addImplied(PluginOptions& plugin, const char* key, const std::string& value) {
+  if (!hasOption(plugin, key)) plugin.options.emplace_back(key, value);
+}
+
+void readScenario(const std::string& scenario, PluginOptions& plugin,
+                  const Companions& companions) {
+  plugin.simulated = true;
+  addImplied(plugin, kLibraryPathKey, companions.simulator.string());
+  if (scenario.empty()) return;
+  std::error_code error;
+  const bool built_in = scenario == "default" || scenario == "netdev";
+  if (!built_in &&
+      (!std::filesystem::exists(scenario, error) || std::filesystem::is_directory(scenario, error)))
+    refuse("--simulate", scenario, "neither default nor netdev, and there is no such file");
+  plugin.simulator_scenario = scenario;
+}
+
+// Texts that can only be read once all options are known.
+struct Given {
+  std::optional<std::string> plugin;
+  std::string scenario;
+  std::string log_level;
+};
+
+// An option whose value `read` makes of its text.
+template <class Value, class Read>
+CLI::Option* addParsed(CLI::App& command, const char* name, Value& value, Read read,
+                       const std::string& description) {
+  return command.add_option_function<std::string>(
+      name, [&value, read, name](const std::string& text) { value = read(name, text); },
+      description);
+}
+
+void addPluginPath(CLI::App& command, Given& given) {
+  command
+      .add_option("--plugin", given.plugin,
+                  "Plug-in to load (default: libevents_multipath_provider.so that came with this "
+                  "program)")
+      ->type_name("PATH");
+}
+
+void addPluginOptions(CLI::App& command, PluginOptions& plugin, Given& given) {
+  addPluginPath(command, given);
+  command
+      .add_option_function<std::vector<std::string>>(
+          "--option",
+          [&plugin](const std::vector<std::string>& texts) {
+            for (const std::string& text : texts)
+              plugin.options.push_back(keyAndValue("--option", text));
+          },
+          "Option for the plug-in; may be repeated; 'tev-host options' lists them")
+      ->type_name("KEY=VALUE")
+      ->expected(1)
+      ->allow_extra_args(false)
+      ->take_all();
+  command
+      .add_option("--simulate", given.scenario,
+                  "Sample the bundled simulator instead of adapters: 'default', 'netdev' (this "
+                  "machine's network interfaces) or a scenario file")
+      ->type_name("[=SCENARIO]")
+      ->expected(0, 1);
+  command
+      .add_option("--log-level", given.log_level,
+                  "Log lines to show on standard error: error, warning, info, debug or a number "
+                  "(default: $TEV_API_LOG_LEVEL, else warning)")
+      ->type_name("LEVEL");
+}
+
+void addRunOptions(CLI::App& command, RunOptions& options) {
+  addParsed(command, "--format", options.format, formatNamed, formatHelp())->type_name("FORMAT");
+  command.add_option("--output", options.output, "Write to this file instead of standard output")
+      ->type_name("FILE");
+  command
+      .add_option("--fset", options.selection.field_set,
+                  "Write the types and fields that this field-set file names, and no others")
+      ->type_name("FILE");
+  command
+      .add_option("--cset", options.selection.counter_set,
+                  "Write the counters that this counter-set file names, under their aliases")
+      ->type_name("FILE");
+  command
+      .add_option("--filter", options.selection.filter,
+                  "Write the devices whose names pass, like eth+np0 or -lo")
+      ->type_name("EXPRESSION");
+  addParsed(command, "--duration", options.duration, seconds,
+            "Stop after this time; fractions are fine")
+      ->type_name("SECONDS");
+  addParsed(
+      command, "--samples", options.samples,
+      [](const char* name, const std::string& text) {
+        return wholeNumber(name, text, std::numeric_limits<std::int64_t>::max());
+      },
+      "Stop after so many samples of each device")
+      ->type_name("N");
+  command
+      .add_flag(
+          "--jitter", options.jitter,
+          "Measure how evenly the first device is sampled and what a pass costs, beside a bare "
+          "loop that sleeps")
+      ->disable_flag_override();
+  addParsed(
+      command, "--update", options.update,
+      [](const char* name, const std::string& text) {
+        return std::chrono::milliseconds(wholeNumber(name, text, kMaxUpdate));
+      },
+      "Time from one fetch of events to the next (default 1000); the plug-in gets it as option "
+      "'update', unless that is given")
+      ->type_name("MILLISECONDS");
+  addParsed(command, "--buffer-size", options.buffer_bytes, byteSize,
+            "Size of the serializer's buffer; K, M and G are understood (default 1M)")
+      ->type_name("BYTES");
+}
+
+std::vector<const CLI::App*> commandsOf(const CLI::App& app) {
+  return app.get_subcommands([](const CLI::App*) { return true; });
+}
+
+// The parser would accept the next option as the value of an option, and a value for a flag.
+void refuseOddValues(std::span<const char* const> words, const CLI::App& app) {
+  const auto any = [&](std::string_view word, auto&& holds) {
+    return std::ranges::any_of(commandsOf(app), [&](const CLI::App* command) {
+      const CLI::Option* const option = command->get_option_no_throw(std::string(word));
+      return option && holds(*option);
+    });
+  };
+  const auto takes_value = [](const CLI::Option& one) { return one.get_expected_min() > 0; };
+  const auto is_flag = [](const CLI::Option& one) { return one.get_expected_max() == 0; };
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    const std::string_view word = words[i];
+    if (!word.starts_with("--")) continue;
+    const std::size_t equals = word.find('=');
+    const bool empty = equals == word.size() - 1;
+    const bool followed =
+        equals != std::string_view::npos ||
+        (i + 1 < words.size() && !std::string_view(words[i + 1]).starts_with("--"));
+    const std::string_view name = word.substr(0, equals);
+    if (equals != std::string_view::npos && any(name, is_flag))
+      throw UsageError(fmt::format("{} takes no value", name));
+    if (empty || (!followed && any(name, takes_value)))
+      throw UsageError(fmt::format("{} needs a value", name));
+  }
+}
+
+// The parser itself does not name the unknown command.
+void refuseUnknownCommand(std::span<const char* const> words, const CLI::App& app) {
+  if (words.empty()) throw UsageError("a command is needed: run, schema or options");
+  if (std::string_view(words[0]).starts_with("-")) return;
+  if (std::ranges::none_of(commandsOf(app), [&](const CLI::App* command) {
+        return command->get_name() == words[0];
+      }))
+    throw UsageError(
+        fmt::format("unknown command '{}': run, schema or options is needed", words[0]));
+}
+
+Command commandNamed(std::string_view name) {
+  if (name == "run") return Command::run;
+  return name == "schema" ? Command::schema : Command::options;
+}
+
+// The app holds references to `line` and `given`.
+void describe(CLI::App& app, CommandLine& line, Given& given) {
+  app.set_version_flag("--version", "tev-host " TEV_VERSION);
+  app.require_subcommand(1);
+  app.footer(kExamples);
+  app.get_formatter()->column_width(28);
+  app.option_defaults()->take_last();
+
+  CLI::App* const run =
+      app.add_subcommand("run", "Sample, and write the events out until the end or Ctrl-C");
+  addPluginOptions(*run, line.run.plugin, given);
+  addRunOptions(*run, line.run);
+  run->footer(kExamples);
+
+  CLI::App* const schema =
+      app.add_subcommand("schema", "Show the types of events that the plug-in would deliver");
+  addPluginOptions(*schema, line.run.plugin, given);
+
+  CLI::App* const options =
+      app.add_subcommand("options", "Show the options that the plug-in understands");
+  addPluginPath(*options, given);
+  options->add_flag("--markdown", line.markdown, "As the rows of a Markdown table")
+      ->disable_flag_override();
+}
+
+}  // namespace
+
+CommandLine parseCommandLine(int argc, const char* const* argv, const Companions& companions) {
+  Given given;
+  CLI::App app(kProgramText, "tev-host");
+  CommandLine line;
+  describe(app, line, given);
+
+  const auto words = std::span(argv, static_cast<std::size_t>(argc)).subspan(argc > 0 ? 1 : 0);
+  refuseUnknownCommand(words, app);
+  refuseOddValues(words, app);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& answer) {
+    app.exit(answer);
+    return line;
+  } catch (const CLI::ExtrasError&) {
+    std::vector<std::string> extras = app.remaining(true);
+    throw UsageError(fmt::format("not expected here: {}", fmt::join(extras, " ")));
+  } catch (const CLI::ParseError& error) {
+    throw UsageError(error.what());
+  }
+
+  const CLI::App& command = *app.get_subcommands().front();
+  line.command = commandNamed(command.get_name());
+  PluginOptions& plugin = line.run.plugin;
+  if (given.plugin && given.plugin->empty()) refuse("--plugin", *given.plugin, "a path is needed");
+  plugin.path = given.plugin.value_or(companions.plugin.string());
+  if (const auto* const simulate = command.get_option_no_throw("--simulate");
+      simulate && simulate->count() > 0)
+    readScenario(given.scenario, plugin, companions);
+  plugin.usual_devices = !given.plugin && !hasOption(plugin, kLibraryPathKey) &&
+                         !hasOption(plugin, kOtherLibraryPathKey);
+  addImplied(plugin, kUpdateKey, fmt::format("{}", line.run.update.count()));
+  readLogLevel(given.log_level, plugin);
+  return line;
+}
+
+}  // namespace tev::host

@@ -1,0 +1,20 @@
+// The command line.
+#pragma once
+
+#include "host/cli/companions.h"
+#include "host/commands/run_options.h"
+
+namespace tev::host {
+
+enum class Command { run, schema, options, answered };
+
+struct CommandLine {
+  Command command = Command::answered;  // help or version, which have been printed
+  RunOptions run;
+  bool markdown = false;  // of the command options
+};
+
+// Throws UsageError.
+CommandLine parseCommandLine(int argc, const char* const* argv, const Companions& companions);
+
+}  // namespace tev::host

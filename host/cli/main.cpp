@@ -1,0 +1,59 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <exception>
+
+#include "host/cli/command_line.h"
+#include "host/cli/companions.h"
+#include "host/commands/options.h"
+#include "host/commands/run.h"
+#include "host/commands/schema.h"
+#include "host/support/errors.h"
+
+namespace {
+
+int dispatch(int argc, char** argv) {
+  using namespace tev::host;
+  const CommandLine line = parseCommandLine(argc, argv, findCompanions());
+  switch (line.command) {
+    case Command::run:
+      return run(line.run);
+    case Command::schema:
+      return showSchema(line.run.plugin);
+    case Command::options:
+      return showOptions(line.run.plugin.path, line.markdown);
+    case Command::answered:
+      break;
+  }
+  return kExitFine;
+}
+
+// Otherwise a file that is opened later could get the number of a standard stream that the caller
+// closed, and what is meant for the stream would go into the file.
+void occupyStandardStreams() {
+  while (true) {
+    const int descriptor = open("/dev/null", O_RDONLY);
+    if (descriptor < 0) return;
+    if (descriptor > STDERR_FILENO) {
+      close(descriptor);
+      return;
+    }
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  occupyStandardStreams();
+  try {
+    return dispatch(argc, argv);
+  } catch (const tev::host::UsageError& error) {
+    std::fprintf(stderr, "tev-host: %s\nMore about the options: tev-host run --help\n",
+                 error.what());
+    return tev::host::kExitUsage;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "tev-host: %s\n", error.what());
+    return tev::host::kExitFailed;
+  }
+}

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "host/events/projection.h"
+#include "host/outputs/formats.h"
+#include "host/plugin/plugin_options.h"
+
+namespace tev::host {
+
+struct RunOptions {
+  PluginOptions plugin;
+  SelectionOptions selection;
+  std::uint64_t buffer_bytes = std::uint64_t{1} << 20;
+  std::chrono::milliseconds update{1000};
+  const OutputFormat* format = nullptr;  // null: depends on where the output goes
+  std::string output;                    // path; empty: standard output
+  std::optional<std::chrono::nanoseconds> duration;
+  std::optional<std::uint64_t> samples;
+  bool jitter = false;  // measure it
+};
+
+}  // namespace tev::host

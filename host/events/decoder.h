@@ -1,0 +1,24 @@
+// Event blocks, read by the schema alone (docs/formats.md).
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+#include "host/events/event_source.h"
+#include "host/events/schema_view.h"
+
+namespace tev::host {
+
+// One event at its place in the blocks.
+struct Event {
+  std::uint64_t timestamp_usec = 0;  // since the Unix epoch
+  const TypeView* type = nullptr;
+  const std::uint8_t* data = nullptr;  // type->size bytes, unaligned
+};
+
+// Calls `visit` for every event, in order. Throws RunError at the first block that is malformed or
+// of an unknown type. Nothing outside `blocks` is read.
+void decodeBlocks(const SchemaView& schema, Blocks blocks,
+                  const std::function<void(const Event&)>& visit);
+
+}  // namespace tev::host

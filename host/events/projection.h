@@ -1,0 +1,47 @@
+// Which events of a source an output takes, and how it names their columns.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/events/device_filter.h"
+#include "host/events/schema_view.h"
+
+namespace tev::host {
+
+// What the user chooses. Without a choice, everything is taken.
+struct SelectionOptions {
+  std::optional<std::string> field_set;    // path of a field-set file
+  std::optional<std::string> counter_set;  // path of a counter-set file
+  std::string filter;                      // filter expression over the names of devices
+};
+
+struct ProjectedType {
+  const TypeView* view;
+  bool taken;                   // false when the sets leave none of its columns
+  std::vector<Column> columns;  // the chosen ones, in the order of the bytes, under new names
+};
+
+class Projection {
+ public:
+  // The field set and the counter set choose columns. Counters, that is, all columns outside the
+  // key, get their aliases. Throws UsageError, with the names that exist, when a set cannot be
+  // used. `schema` must outlive this.
+  explicit Projection(const SchemaView& schema, const SelectionOptions& options = {});
+
+  const SchemaView& schema() const { return schema_; }
+
+  bool takes(const TypeView& type) const { return types_[type.number].taken; }
+  const std::vector<Column>& columns(const TypeView& type) const {
+    return types_[type.number].columns;
+  }
+  const DeviceFilter& devices() const { return devices_; }
+
+ private:
+  const SchemaView& schema_;
+  std::vector<ProjectedType> types_;  // by the type's number
+  DeviceFilter devices_;
+};
+
+}  // namespace tev::host

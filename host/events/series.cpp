@@ -1,0 +1,34 @@
+#include "host/events/series.h"
+
+#include "host/events/values.h"
+#include "host/support/text.h"
+
+namespace tev::host {
+
+const Series& SeriesTable::of(const Event& event) {
+  key_.assign(reinterpret_cast<const char*>(&event.type->number), sizeof event.type->number);
+  for (const Column& column : event.type->keys)
+    key_.append(reinterpret_cast<const char*>(event.data + column.offset),
+                column.count * column.element_size);
+  const auto known = by_key_.find(key_);
+  return known != by_key_.end() ? *known->second : add(event);
+}
+
+const Series& SeriesTable::add(const Event& event) {
+  Series series;
+  series.type = event.type;
+  series.number = series_.size();
+  for (std::size_t i = 0; i < event.type->keys.size(); ++i) {
+    std::string value;
+    appendPlain(value, event.type->keys[i], event.data);
+    if (i == 0)
+      series.device = asPrintable(value);
+    else
+      series.keys.push_back(asPrintable(value));
+  }
+  series_.push_back(std::move(series));
+  by_key_.emplace(key_, &series_.back());
+  return series_.back();
+}
+
+}  // namespace tev::host

@@ -1,0 +1,34 @@
+// Series: the events of one type that have the same key, which are the samples of one thing.
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "host/events/decoder.h"
+
+namespace tev::host {
+
+struct Series {
+  const TypeView* type = nullptr;
+  std::size_t number = 0;         // among all series, in order of appearance, from 0
+  std::string device;             // first value of the key; empty when the type has no key
+  std::vector<std::string> keys;  // the other values of the key
+};
+
+class SeriesTable {
+ public:
+  // The event's series, which is added when it is new. Its address does not change.
+  const Series& of(const Event& event);
+
+ private:
+  const Series& add(const Event& event);
+
+  std::deque<Series> series_;
+  std::unordered_map<std::string, const Series*> by_key_;
+  std::string key_;  // of the event at hand; a member so that its memory is reused
+};
+
+}  // namespace tev::host

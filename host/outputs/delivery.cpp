@@ -1,0 +1,94 @@
+#include "host/outputs/delivery.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace tev::host {
+namespace {
+
+constexpr std::uint64_t kPatience = 10;  // more samples than asked for
+
+bool takes(const Output& output, const TypeView& type) {
+  return output.projection() && output.projection()->takes(type);
+}
+
+}  // namespace
+
+Delivery::Delivery(const SchemaView& schema, std::vector<Output*> outputs,
+                   std::optional<std::uint64_t> samples)
+    : schema_(schema),
+      outputs_(std::move(outputs)),
+      samples_(samples),
+      totals_(schema.types().size()) {
+  for (const TypeView& type : schema.types())
+    type_is_taken_.push_back(
+        std::ranges::any_of(outputs_, [&](const Output* one) { return takes(*one, type); }));
+}
+
+void Delivery::begin() {
+  for (Output* const output : outputs_) output->begin();
+}
+
+void Delivery::take(Blocks blocks) {
+  for (Output* const output : outputs_) output->blocks(blocks);
+  if (std::ranges::any_of(outputs_, &Output::projection))
+    decodeBlocks(schema_, blocks, [this](const Event& event) { takeEvent(event); });
+}
+
+void Delivery::update(const RunStatus& status) {
+  for (Output* const output : outputs_) output->update(status);
+}
+
+void Delivery::end(const RunStatus& status) {
+  for (Output* const output : outputs_) output->end(status);
+}
+
+void Delivery::leave() {
+  for (Output* const output : outputs_) output->leave();
+}
+
+void Delivery::takeEvent(const Event& event) {
+  if (!type_is_taken_[event.type->number]) return;
+  SeriesCount& count = countOf(event);
+  if (count.arrived++ == 0) count.first_usec = event.timestamp_usec;
+  count.last_usec = event.timestamp_usec;
+  if (!count.isTaken()) return;
+  if (samples_ && count.written >= *samples_) return;
+  ++count.written;
+  TypeTotals& totals = totals_[event.type->number];
+  ++totals.events;
+  totals.bytes += event.type->size;
+  for (Output* const taker : count.takers) taker->event(event, *count.series);
+}
+
+Delivery::SeriesCount& Delivery::countOf(const Event& event) {
+  const Series& series = series_.of(event);
+  if (series.number < counts_.size()) return counts_[series.number];
+  SeriesCount count{&series, {}};
+  for (Output* const output : outputs_)
+    if (takes(*output, *series.type) && output->projection()->devices().passes(series.device))
+      count.takers.push_back(output);
+  return counts_.emplace_back(std::move(count));
+}
+
+bool Delivery::isHopeless() const {
+  return std::ranges::none_of(counts_, &SeriesCount::isTaken) &&
+         std::ranges::any_of(counts_,
+                             [](const SeriesCount& one) { return one.arrived > kPatience; });
+}
+
+bool Delivery::isComplete() const {
+  if (!samples_) return false;
+  bool any_taken = false;
+  bool all_complete = true;
+  for (const SeriesCount& one : counts_) {
+    any_taken |= one.isTaken();
+    all_complete &= !one.isTaken() || one.written >= *samples_;
+  }
+  if (any_taken && all_complete) return true;
+  return std::ranges::any_of(counts_, [this](const SeriesCount& one) {
+    return one.arrived > *samples_ && one.arrived - *samples_ > *samples_ + kPatience;
+  });
+}
+
+}  // namespace tev::host

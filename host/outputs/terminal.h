@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "host/outputs/output_file.h"
+
+namespace tev::host {
+
+struct TerminalSize {
+  std::size_t columns = 80;
+  std::size_t rows = 24;
+};
+
+// The size of the terminal that the output goes to. Without a terminal, the environment variables
+// COLUMNS and LINES are used; without these, 80 and 24.
+TerminalSize terminalSize(const OutputFile& output);
+
+// Whether the output goes to a terminal that can be redrawn.
+bool canRedraw(const OutputFile& output);
+
+// The terminal's alternate screen. Every frame overwrites what others wrote to the terminal, and
+// the end of the run restores the previous contents.
+class LiveScreen {
+ public:
+  explicit LiveScreen(OutputFile& output) : output_(output) {}
+  ~LiveScreen() { leave(); }
+  LiveScreen(const LiveScreen&) = delete;
+  LiveScreen& operator=(const LiveScreen&) = delete;
+
+  // Draws as many lines as there is room for, and `notes` at the bottom.
+  void draw(const std::vector<std::string>& lines, const std::vector<std::string>& notes);
+  void leave() noexcept;
+
+ private:
+  OutputFile& output_;
+  bool entered_ = false;
+};
+
+}  // namespace tev::host

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "host/events/event_source.h"
+#include "host/plugin/fetcher.h"
+#include "host/plugin/session.h"
+
+namespace tev::host {
+
+// The events that a plug-in samples now.
+class PluginSource final : public EventSource {
+ public:
+  // Sets the plug-in up, so that it samples. Throws RunError when it refuses, and UsageError when
+  // the buffer is too small.
+  PluginSource(const PluginOptions& options, std::uint64_t buffer_bytes);
+
+  std::string name() const override { return session_.provider().name(); }
+  const SchemaView& schema() const override { return schema_; }
+  bool fetch(const BlockConsumer& take, const std::function<bool()>& interrupted) override;
+  void stop() override { session_.provider().stop(); }
+  void drain(const BlockConsumer& take, const std::function<bool()>& interrupted) override;
+  std::optional<std::vector<DeviceCounts>> counts() const override {
+    return session_.provider().deviceCounts();
+  }
+
+  // The options that the plug-in describes.
+  const OptionTable& options() const { return session_.options(); }
+
+ private:
+  Session session_;
+  SchemaView schema_;
+  Fetcher fetcher_;
+};
+
+}  // namespace tev::host

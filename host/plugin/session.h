@@ -1,0 +1,40 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+
+#include "host/plugin/option_table.h"
+#include "host/plugin/plugin.h"
+#include "host/plugin/plugin_options.h"
+#include "host/plugin/provider.h"
+
+namespace tev::host {
+
+// From the options to a provider that samples. The order of calls is the documented one:
+// dictionary, type system, load, logger, construct, initialize, schema identities, start.
+class Session {
+ public:
+  // Says what is odd about the options. Throws RunError, with the plug-in's own log lines about it,
+  // when something refuses.
+  explicit Session(const PluginOptions& options);
+
+  Provider& provider() { return *provider_; }
+  const Provider& provider() const { return *provider_; }
+  tev_type_system_t* types() { return types_.get(); }
+  const OptionTable& options() const { return table_; }
+
+ private:
+  struct Destroy {
+    void operator()(tev_type_system_t* types) const { tev_destroy_type_system(types); }
+  };
+
+  void setUp(const PluginOptions& options);
+
+  // In this order, so that the provider is released before the types that it registered.
+  std::optional<Plugin> plugin_;
+  OptionTable table_;
+  std::unique_ptr<tev_type_system_t, Destroy> types_;
+  std::optional<Provider> provider_;
+};
+
+}  // namespace tev::host

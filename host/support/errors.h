@@ -1,0 +1,22 @@
+// Errors that end the program early. The text is one sentence for the person who started it.
+#pragma once
+
+#include <stdexcept>
+
+namespace tev::host {
+
+enum ExitCode : int { kExitFine = 0, kExitFailed = 1, kExitUsage = 2 };
+
+// The command line is wrong.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// The plug-in refused, a file cannot be used, or the run failed.
+class RunError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+}  // namespace tev::host

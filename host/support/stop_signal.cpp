@@ -1,0 +1,85 @@
+#include "host/support/stop_signal.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <system_error>
+
+namespace tev::host {
+namespace {
+
+constexpr int kPatience = 3;
+
+// Static, because the signal handler uses them. After a request, the descriptor stays readable.
+std::atomic<int> event_descriptor{-1};
+std::atomic<int> request_count{0};
+static_assert(std::atomic<int>::is_always_lock_free);
+
+extern "C" void onStopSignal(int signal_number) {
+  const int error = errno;
+  if (++request_count >= kPatience) {
+    signal(signal_number, SIG_DFL);
+    raise(signal_number);
+  }
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const ssize_t written = write(event_descriptor, &one, sizeof one);
+  errno = error;
+}
+
+bool isIgnored(int signal_number) {
+  struct sigaction action {};
+  return sigaction(signal_number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+void handle(int signal_number, void (*handler)(int)) {
+  struct sigaction action {};
+  action.sa_handler = handler;
+  sigemptyset(&action.sa_mask);
+  sigaction(signal_number, &action, nullptr);
+}
+
+}  // namespace
+
+StopSignal::StopSignal() {
+  event_descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (event_descriptor < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+  request_count = 0;
+  // SIGINT is handled even when it is ignored so far, because a shell without job control starts
+  // background commands that way. SIGHUP stays ignored, because nohup ignores it on purpose.
+  handle(SIGINT, onStopSignal);
+  handle(SIGTERM, onStopSignal);
+  if (!isIgnored(SIGHUP)) handle(SIGHUP, onStopSignal);
+  handle(SIGPIPE, SIG_IGN);
+}
+
+StopSignal::~StopSignal() {
+  for (const int signal_number : {SIGINT, SIGTERM, SIGHUP})
+    if (!isIgnored(signal_number)) handle(signal_number, SIG_DFL);
+  close(event_descriptor.exchange(-1));
+}
+
+int StopSignal::requests() {
+  return request_count;
+}
+
+bool StopSignal::waitUntil(std::chrono::steady_clock::time_point time) {
+  using std::chrono::nanoseconds;
+  while (requests() == 0) {
+    const nanoseconds left = time - std::chrono::steady_clock::now();
+    if (left <= nanoseconds::zero()) return false;
+    const timespec timeout{static_cast<time_t>(left.count() / 1'000'000'000),
+                           static_cast<long>(left.count() % 1'000'000'000)};
+    pollfd event{event_descriptor, POLLIN, 0};
+    ppoll(&event, 1, &timeout, nullptr);
+  }
+  return true;
+}
+
+}  // namespace tev::host

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <chrono>
+
+namespace tev::host {
+
+// Turns SIGINT, SIGTERM and SIGHUP into a request to stop, which also ends waitUntil(). The third
+// signal kills the process. SIGPIPE is ignored, because writing reports the closed pipe. At most
+// one instance may exist.
+class StopSignal {
+ public:
+  StopSignal();
+  ~StopSignal();
+  StopSignal(const StopSignal&) = delete;
+  StopSignal& operator=(const StopSignal&) = delete;
+
+  // The number of signals so far.
+  static int requests();
+
+  // Returns false at this time, or true as soon as there is a request to stop.
+  static bool waitUntil(std::chrono::steady_clock::time_point time);
+};
+
+}  // namespace tev::host

@@ -1,0 +1,31 @@
+// Makes external texts printable.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tev::host {
+
+// Length in bytes of the UTF-8 character at the beginning of `text`; 0 when there is none.
+std::size_t utf8Length(std::string_view text);
+
+// `text` with \xhh in place of every byte that is not part of a UTF-8 character.
+std::string asUtf8(std::string_view text);
+
+// The same, with control characters replaced, too: safe for a terminal, and on one line.
+std::string asPrintable(std::string_view text);
+
+// Number of characters, which is the width on a terminal. `text` is UTF-8.
+std::size_t displayWidth(std::string_view text);
+
+// `text` with spaces before it, up to `width`. Longer text is cut and ends with "~".
+std::string padLeft(std::string_view text, std::size_t width);
+// The same, with the spaces after it.
+std::string padRight(std::string_view text, std::size_t width);
+
+// "a, b, c", printable.
+std::string commaSeparated(const std::vector<std::string>& names);
+
+}  // namespace tev::host

@@ -1,0 +1,97 @@
+#include "host/timing/jitter.h"
+
+#include <fmt/format.h>
+
+#include <iterator>
+
+#include "host/timing/clock_reading.h"
+
+namespace tev::host {
+namespace {
+
+// In microseconds. Prints "-" when nothing was measured.
+template <class Number>
+std::string cell(const Distribution& values, Number nsec, int digits) {
+  if (values.count() == 0) return fmt::format("{:>11}", "-");
+  return fmt::format("{:>11.{}f}", static_cast<double>(nsec) / 1e3, digits);
+}
+
+std::string intervalRow(const char* name, const Distribution& values) {
+  std::string row = fmt::format("  {:<16}", name) + cell(values, values.mean(), 2);
+  for (const double share : {0.5, 0.99, 0.999, 1.0}) row += cell(values, values.quantile(share), 1);
+  return row + (values.count() == 0 ? fmt::format("{:>13}\n", "-")
+                                    : fmt::format("{:>13.2f}\n", 1e9 / values.mean()));
+}
+
+// The values are means of updates, so upper quantiles of them would say nothing about a single
+// pass.
+std::string costRow(const char* name, const Distribution& values) {
+  return fmt::format("  {:<16}{}{}{:>22}{}\n", name, cell(values, values.mean(), 2),
+                     cell(values, values.quantile(0.5), 1), "", cell(values, values.max(), 1));
+}
+
+}  // namespace
+
+JitterMeter::JitterMeter(const Projection& projection, std::uint64_t interval_usec)
+    : projection_(projection), interval_usec_(interval_usec), reference_(interval_usec) {}
+
+void JitterMeter::event(const Event& event, const Series& series) {
+  if (!series_) series_ = series.number;
+  if (series.number != *series_) return;
+  // The real-time clock may have been stepped back meanwhile.
+  if (last_usec_ != 0 && event.timestamp_usec >= last_usec_)
+    intervals_.add((event.timestamp_usec - last_usec_) * 1'000);
+  last_usec_ = event.timestamp_usec;
+  ++passes_;
+}
+
+JitterMeter::Reading JitterMeter::read(const RunStatus& status) {
+  Reading reading{.lost_samples = status.lost_samples, .reference = reference_.usage()};
+  // The whole is read last, so that the difference cannot be negative.
+  const std::uint64_t others = nowNsec(CLOCK_THREAD_CPUTIME_ID) + reading.reference.cpu_nsec;
+  reading.plugin_nsec = nowNsec(CLOCK_PROCESS_CPUTIME_ID) - others;
+  return reading;
+}
+
+void JitterMeter::update(const RunStatus& status) {
+  const Reading now = read(status);
+  if (last_) {
+    // Passes whose samples were lost have a cost too, but they cannot be counted.
+    // The clocks of several threads are not read at one moment, so a short update may show less
+    // than the one before.
+    if (passes_ > 0 && now.lost_samples == last_->lost_samples &&
+        now.plugin_nsec >= last_->plugin_nsec)
+      costs_.add((now.plugin_nsec - last_->plugin_nsec) / passes_);
+    if (const auto wake_ups = now.reference.wake_ups - last_->reference.wake_ups; wake_ups > 0)
+      reference_costs_.add((now.reference.cpu_nsec - last_->reference.cpu_nsec) / wake_ups);
+  }
+  last_ = now;
+  passes_ = 0;
+}
+
+void JitterMeter::end(const RunStatus& status) {
+  lost_samples_ = status.lost_samples;
+}
+
+void JitterMeter::leave() {
+  reference_.stop();
+}
+
+std::string JitterMeter::report() const {
+  std::string out = fmt::format("  {:<16}{:>11}{:>11}{:>11}{:>11}{:>11}{:>13}\n", "microseconds",
+                                "mean", "p50", "p99", "p99.9", "max", "per second");
+  out += intervalRow("interval", intervals_);
+  out += intervalRow("bare loop", reference_.intervals());
+  out += costRow("CPU per pass", costs_);
+  out += costRow("bare wake-up", reference_costs_);
+  fmt::format_to(std::back_inserter(out),
+                 "  {} intervals of {} us; CPU time of the plug-in's threads and of the bare loop: "
+                 "means of {} and {} updates\n",
+                 intervals_.count(), interval_usec_, costs_.count(), reference_costs_.count());
+  if (lost_samples_ > 0)
+    fmt::format_to(std::back_inserter(out),
+                   "  {} samples were lost: an interval spans what is missing\n", lost_samples_);
+  return out;
+}
+
+}  // namespace tev::host

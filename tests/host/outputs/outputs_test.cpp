@@ -1,0 +1,201 @@
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/outputs/delivery.h"
+#include "host/outputs/formats.h"
+#include "host/outputs/table_layout.h"
+#include "host/support/errors.h"
+#include "host/support/text.h"
+#include "tests/host/process.h"
+#include "tests/host/sample_types.h"
+
+namespace tev::host {
+namespace {
+
+using test::Bytes;
+using test::SampleTypes;
+using testing::ElementsAre;
+
+// What an output writes of blocks, all at once and at the end.
+std::vector<std::string> written(const char* format, const SampleTypes& types,
+                                 const Bytes& blocks) {
+  const SchemaView schema = SchemaView::fromTypeSystem(*types);
+  const Projection projection(schema);
+  const test::TempTree tree;
+  OutputFile file(tree.path("out"));
+  const auto output = findOutputFormat(format)->make({projection, file});
+  Delivery delivery(schema, {output.get()}, std::nullopt);
+  delivery.begin();
+  delivery.take(blocks);
+  delivery.end({});
+  return test::linesOf(test::readAll(tree.path("out")));
+}
+
+TEST(OutputFormats, HaveOneTable) {
+  for (const OutputFormat& format : outputFormats()) {
+    EXPECT_EQ(findOutputFormat(format.name), &format);
+    EXPECT_THAT(test::readAll(EXAMPLES "/../tev-host.md"),
+                testing::HasSubstr(fmt::format("**`{}`**", format.name)));
+  }
+  EXPECT_EQ(outputFormatNames(), "table, jsonl or csv");
+}
+
+TEST(Jsonl, WritesStrictJson) {
+  SampleTypes types;
+  types.add("quo\"te", {{"na\\me", nullptr, "char", 0, 24},
+                        {"on", nullptr, "bool", 0, 1},
+                        {"big", nullptr, "uint64_t", 0, 1},
+                        {"real", nullptr, "double", 0, 3},
+                        {"timestamp", nullptr, "uint8_t", 0, 2}});
+  Bytes bytes;
+  bytes.block(77, 0, 0, 1).text("\x1f\"\\\n\x7f\xc3\xa4\xff\xed\xa0\x80", 24).u8({1});
+  bytes.add(UINT64_MAX).add(HUGE_VAL).add(-0.5).add(std::nan("")).u8({8, 9});
+  const auto lines = written("jsonl", types, bytes);
+  ASSERT_EQ(lines.size(), 1u);
+  const auto expected = nlohmann::ordered_json::parse(R"({
+      "timestamp": 77, "type": "quo\"te",
+      "na\\me": "\u001f\"\\\n\u007fä\\xff\\xed\\xa0\\x80",
+      "on": true, "big": 18446744073709551615, "real": [null, -0.5, null],
+      "timestamp_2": [8, 9]})");
+  EXPECT_EQ(nlohmann::ordered_json::parse(lines[0]), expected) << lines[0];
+}
+
+TEST(Csv, HasOneHeaderForAllTypesAndQuotesWhatNeedsIt) {
+  SampleTypes types;
+  types.add("a", {{"name", nullptr, "char", 0, 8}, {"x,y", nullptr, "uint8_t", 0, 1}});
+  types.add("b", {{"extra", nullptr, "uint8_t", 0, 2}, {"name", nullptr, "char", 0, 8}});
+  Bytes bytes;
+  bytes.block(1, 0, 0, 1).text("say \"hi\"", 8).u8({3});
+  bytes.block(2, 0, 1, 1).u8({4, 5}).text("", 8);
+  EXPECT_THAT(written("csv", types, bytes), ElementsAre("timestamp,type,name,\"x,y\",extra",
+                                                        "1,a,\"say \"\"hi\"\"\",3,", "2,b,,,4 5"));
+}
+
+TEST(Table, ShowsCountersAcrossTheirEndAndGaugesPlainly) {
+  SampleTypes types;
+  types.add("net_device_3",
+            {{"device_name", nullptr, "char", 0, 4},
+             {"bytes", nullptr, "uint32_t", 0, 1},
+             {"state", nullptr, "char", 0, 4}},
+            {"device_name"});
+  types.add("net_plane",
+            {{"device_name", nullptr, "char", 0, 4},
+             {"plane", nullptr, "uint8_t", 0, 1},
+             {"rtt", nullptr, "uint32_t", 0, 1}},
+            {"device_name", "plane"});
+  Bytes bytes;
+  // 3e9 bytes a second: 0, 3e9, 6e9 - 2^32, 9e9 - 2 * 2^32, ...
+  for (std::uint64_t s = 0; s < 5; ++s) {
+    bytes.block(s * 1000000, 0, 0, 1).text("eth0", 4);
+    bytes.add(static_cast<std::uint32_t>(s * 3000000000)).text("\x1b[1m", 4);
+    bytes.block(s * 1000000, 0, 1, 1).text("eth0", 4).u8({1}).add(s % 2 ? 70 : 50);
+  }
+  EXPECT_THAT(
+      written("table", types, bytes),
+      ElementsAre("   whole run: 0.0 s   1 device", "",
+                  "eth0                 device             plane 1",
+                  "         value change    /s  value change    /s", "  bytes  3.41G +12.0G 3.00G",
+                  "  state             \\x1b[1m", "  rtt                           50", ""));
+}
+
+TableBlock device(const std::string& title, std::size_t planes) {
+  TableBlock block{title, {"bytes", "state"}, {}};
+  for (std::size_t p = 0; p < planes; ++p)
+    block.columns.push_back(
+        {"plane " + std::to_string(p), {{0, {std::to_string(10000 + p), "+1", "9k"}}}});
+  block.columns[0].cells[1] = {"a rather long text", "", ""};
+  return block;
+}
+
+// When the width is too small, changes are omitted and columns are placed below each other.
+TEST(TableLayout, KeepsToAnyWidthAndDropsNothing) {
+  const auto nth_line = [](std::size_t width, std::size_t number) {
+    return layOutTable({device("d0", 2)}, width, false).at(number);
+  };
+  EXPECT_EQ(nth_line(47, 1), "         value change    /s  value change    /s");
+  EXPECT_EQ(nth_line(47, 3), "  state  a rather long text");
+  EXPECT_EQ(nth_line(46, 1), "         value    /s  value    /s");
+  EXPECT_EQ(nth_line(32, 3), "  state  a rather l~");
+  EXPECT_EQ(nth_line(32, 6), "  bytes  10001    9k");
+
+  for (std::size_t width = 26; width < 250; ++width) {
+    std::string all;
+    for (const std::string& line : layOutTable({device("d0", 5), device("d1", 1)}, width, false)) {
+      EXPECT_LE(displayWidth(line), width) << line;
+      all += line;
+    }
+    for (const char* const value : {"10000", "10001", "10002", "10003", "10004"})
+      EXPECT_THAT(all, testing::HasSubstr(value)) << width;
+  }
+}
+
+// Takes blocks, and the events that a projection chooses, if it has one.
+class CountingOutput final : public Output {
+ public:
+  explicit CountingOutput(const Projection* projection = nullptr) : projection_(projection) {}
+  const Projection* projection() const override { return projection_; }
+  void blocks(Blocks blocks) override { bytes += blocks.size(); }
+  void event(const Event&, const Series&) override { ++events; }
+  std::uint64_t bytes = 0;
+  std::uint64_t events = 0;
+
+ private:
+  const Projection* projection_;
+};
+
+TEST(Delivery, GivesEveryOutputWhatItTakes) {
+  SampleTypes types;
+  types.add("t", {{"port", nullptr, "uint8_t", 0, 1}}, {"port"});
+  const SchemaView schema = SchemaView::fromTypeSystem(*types);
+  const Projection all(schema);
+  const Projection port_2(schema, {.field_set = {}, .counter_set = {}, .filter = "2"});
+  CountingOutput raw, events(&all), some(&port_2);
+  Delivery delivery(schema, {&raw, &events, &some}, std::nullopt);
+  delivery.take(Bytes().block(1, 0, 0, 3).u8({1, 2, 3}));
+  for (const CountingOutput* one : {&raw, &events, &some}) EXPECT_EQ(one->bytes, 19u);
+  EXPECT_EQ(raw.events, 0u);
+  EXPECT_EQ(events.events, 3u);
+  EXPECT_EQ(some.events, 1u);
+
+  const Bytes malformed = Bytes().text("TEVx", 16);
+  EXPECT_THROW(delivery.take(malformed), RunError);
+  Delivery(schema, {&raw}, std::nullopt).take(malformed);  // nobody takes events: not decoded
+  EXPECT_EQ(raw.bytes, 19u + 16 + 16);
+}
+
+TEST(Delivery, IsCompleteWhenEveryDeviceHasItsSamplesOrHasGone) {
+  SampleTypes types;
+  types.add("t", {{"port", nullptr, "uint8_t", 0, 1}}, {"port"});
+  const SchemaView schema = SchemaView::fromTypeSystem(*types);
+  const Projection projection(schema);
+  const struct {
+    std::optional<std::uint64_t> limit;
+    int of_first, of_second;
+    bool complete;
+    std::uint64_t passed_on;
+  } rows[] = {{3, 0, 0, false, 0},
+              {3, 5, 2, false, 5},
+              {3, 5, 3, true, 6},
+              {3, 1, 3 + 3 + 10, false, 4},
+              {3, 1, 3 + 3 + 10 + 1, true, 4},
+              {std::nullopt, 100, 0, false, 100}};
+  for (const auto& row : rows) {
+    CountingOutput output(&projection);
+    Delivery delivery(schema, {&output}, row.limit);
+    for (int i = 0; i < row.of_first; ++i) delivery.take(Bytes().block(1, 0, 0, 1).u8({1}));
+    for (int i = 0; i < row.of_second; ++i) delivery.take(Bytes().block(1, 0, 0, 1).u8({2}));
+    EXPECT_EQ(delivery.isComplete(), row.complete) << row.of_first << " " << row.of_second;
+    EXPECT_EQ(output.events, row.passed_on);
+  }
+}
+
+}  // namespace
+}  // namespace tev::host
