@@ -16,7 +16,9 @@ inline constexpr Option kLibraryPath{
     .unit = "",
     .default_value = "",
     .range = "",
-    .meaning = "path of the SDK's telemetry library; missing: the next key",
+    .meaning =
+        "path of the SDK's telemetry library; if this key is missing, vuna-telemetry-lib-path is "
+        "used",
 };
 
 inline constexpr Option kFallbackLibraryPath{
@@ -25,7 +27,7 @@ inline constexpr Option kFallbackLibraryPath{
     .unit = "",
     .default_value = "/opt/quorvane/vuna/lib/aarch64-linux-gnu/libvuna_telemetry.so",
     .range = "",
-    .meaning = "the same, when the key above is missing",
+    .meaning = "the same path; used only if multipath-vuna-lib-path is missing",
 };
 
 inline constexpr Option kDevices{
@@ -33,8 +35,10 @@ inline constexpr Option kDevices{
     .kind = TEV_OPTION_NAMES,
     .unit = "",
     .default_value = "",
-    .range = "names between commas; empty: all",
-    .meaning = "the devices to sample, by network interface, or by RDMA device where there is none",
+    .range = "names separated by commas; empty: all devices",
+    .meaning =
+        "the devices to sample; the name of a device is its network interface, or its RDMA device "
+        "if it has no interface",
 };
 
 inline constexpr Option kSampleInterval{
@@ -42,8 +46,8 @@ inline constexpr Option kSampleInterval{
     .kind = TEV_OPTION_NUMBER,
     .unit = "microseconds",
     .default_value = "1000000",
-    .range = "0: without a pause, far faster than any host fetches",
-    .meaning = "time from one sample to the next",
+    .range = "0: no pause; samples are taken faster than a host can fetch them",
+    .meaning = "time between two samples of a device",
 };
 
 inline constexpr Option kUpdate{
@@ -52,7 +56,8 @@ inline constexpr Option kUpdate{
     .unit = "milliseconds",
     .default_value = "1000",
     .range = "",
-    .meaning = "time between two rounds of `progress`; sizes the buffers",
+    .meaning =
+        "time from one fetch of events by the host to the next; determines the size of the buffers",
 };
 
 inline constexpr Option kMaxBufferSize{
@@ -60,8 +65,8 @@ inline constexpr Option kMaxBufferSize{
     .kind = TEV_OPTION_NUMBER,
     .unit = "bytes",
     .default_value = "0",
-    .range = "0: from interval and update",
-    .meaning = "size of one buffer of one device; there are two",
+    .range = "0: computed from multipath-sample-interval-usec and update",
+    .meaning = "size of each of the two buffers of a device",
 };
 
 inline constexpr Option kClearSampledCounters{
@@ -70,7 +75,8 @@ inline constexpr Option kClearSampledCounters{
     .unit = "",
     .default_value = "false",
     .range = "1, true or True: yes; anything else: no",
-    .meaning = "read with the SDK's clearing call",
+    .meaning =
+        "each read also clears the counters, so a value is the increase since the previous read",
 };
 
 inline constexpr Option kSdkLogLevel{
@@ -79,7 +85,7 @@ inline constexpr Option kSdkLogLevel{
     .unit = "",
     .default_value = "warning",
     .range = "disable, crit, error, warning, info, debug, trace",
-    .meaning = "the SDK's own log on standard error",
+    .meaning = "level of the SDK's own log, which goes to standard error",
 };
 
 // All options, in the order in which they are listed for people.
