@@ -1,4 +1,4 @@
-// The C functions with which a host uses the plug-in. Exceptions do not leave them.
+// The C functions with which a host uses the plug-in. They catch the plug-in's exceptions.
 
 #include <algorithm>
 #include <cstddef>
@@ -40,8 +40,7 @@ tev_event_provider_t* construct_event_provider(const tev_custom_options* options
     TEV_LOG_ERROR("[multipath] Failed to allocate base_provider");
     return nullptr;
   }
-  // Exceptions that are not derived from std::exception do not come from the plug-in and are
-  // passed on.
+  // The plug-in throws only exceptions that are derived from std::exception. Others are passed on.
   try {
     record->context = new Provider(options);
   } catch (const std::exception& error) {
@@ -92,7 +91,7 @@ bool multipath_event_provider_stop(tev_event_provider_t* provider) {
 
 void multipath_event_provider_finalize(tev_event_provider_t* provider) {
   if (!provider) return;
-  // In another process, everything belongs to the parent, including the memory of this copy.
+  // In a child process, nothing is released, because all objects belong to the parent.
   if (provider->context && !providerOf(provider).isInItsProcess()) return;
   delete static_cast<Provider*>(provider->context);
   std::free(provider);
@@ -141,7 +140,7 @@ bool readLedger(tev_event_provider_t* provider, std::uint32_t device_index,
   const auto& collector = providerOf(provider).collector();
   if (device_name) *device_name = nullptr;
   ledger = {};
-  // A fork may have come in the middle of a change of the ledger.
+  // A fork may have happened while the ledger was being changed.
   if (!providerOf(provider).isInItsProcess()) return false;
   if (device_index == TEV_ALL_DEVICES) {
     for (std::size_t device = 0; device < collector.numDevices(); ++device)

@@ -32,8 +32,8 @@ const EventKind kDeviceEvents{"device", "multipath_event_device", kDeviceKey};
 const EventKind kPlaneEvents{"plane", "multipath_event_plane", kPlaneKey};
 
 void EventTypes::add(std::unique_ptr<tev_type_field_info_t[]> fields, std::size_t count) {
-  // Different fields can give the same text when their texts are joined. A layout that differs
-  // from another one with the same signature uses the next number.
+  // Different layouts can have the same signature, because the texts of the fields are joined. The
+  // later layout then uses the next number.
   for (auto signature = layoutSignature({fields.get(), count});; ++signature) {
     const auto [found, is_new] = layouts_.try_emplace(signature);
     auto& layout = found->second;

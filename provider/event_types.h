@@ -14,7 +14,7 @@ namespace tev::events::multipath {
 // A kind of event: the names of its types, and the fields that are their key.
 struct EventKind {
   const char* word;       // in messages
-  const char* type_name;  // of a single type; several types get numbers
+  const char* type_name;  // a number is appended when there are several types
   std::span<const char* const> key_fields;
 };
 extern const EventKind kDeviceEvents;

@@ -140,7 +140,7 @@ void Provider::dropBatch() {
 
 int Provider::progress(unsigned short /*source_index*/, tev_data_serializer_t* serializer) {
   if (!isInItsProcess()) return TEV_PROGRESS_FAILED;
-  // Checked first, so that this batch contains all samples taken before the end of the thread.
+  // Read before the swap, so that this batch contains all samples taken before the thread ended.
   const bool ended = collector_->samplingFailed();
   const int result = deliver(serializer);
   return ended && result == TEV_PROGRESS_DONE ? TEV_PROGRESS_FAILED : result;
@@ -161,8 +161,8 @@ int Provider::deliver(tev_data_serializer_t* serializer) {
   return result;
 }
 
-// A host that drains such a serializer and calls again would do so for ever. The line names the
-// size that holds any of the provider's events.
+// With such a serializer, a host would drain it and call again for ever. The warning gives the size
+// that is sufficient for all events of the provider.
 void Provider::warnWhenTooSmall(const tev_data_serializer_t* serializer,
                                 std::uint64_t event_size) const {
   const std::uint64_t capacity = serializer && serializer->buffer ? serializer->capacity : 0;

@@ -30,8 +30,7 @@ class Provider {
 
   TEV_API void stop();
 
-  // Whether this is the process that constructed the provider, and not a child of it. In a child,
-  // this is logged once.
+  // False in a child of the process that constructed the provider, which is logged once.
   bool isInItsProcess();
 
   Collector& collector() const { return *collector_; }
@@ -47,10 +46,10 @@ class Provider {
 
   std::shared_ptr<Collector> collector_;
   std::vector<std::uint8_t> device_type_ids_;  // per device
-  std::vector<std::uint8_t>
-      plane_type_ids_;  // per device
-                        // The batch: buffers that the collector owns and lends until the next swap.
-                        // Empty when no batch is pending.
+  std::vector<std::uint8_t> plane_type_ids_;   // per device
+
+  // The batch: buffers that the collector owns, and that may be used until the next swap. Empty
+  // when no batch is pending.
   std::vector<EventBuffer*> device_buffers_;
   std::vector<bool> device_done_;
   std::vector<EventBuffer*> plane_buffers_;

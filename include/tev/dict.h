@@ -39,7 +39,7 @@ TEV_API void tev_dict_dump(const tev_custom_options* dict, const char* name);
 /* A dictionary with copies of all entries; null when `dict` is null or memory is short. */
 TEV_API tev_custom_options* tev_dict_dup(const tev_custom_options* dict);
 
-/* True for "1", "true", "True" and for null: an option without a value reads as switched on. */
+/* True for "1", "true", "True" and for null: an option without a value is switched on. */
 TEV_API bool tev_string_to_boolean(const char* text);
 
 /* "true" or "false". */

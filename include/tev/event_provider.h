@@ -57,15 +57,15 @@ enum {
 };
 
 struct tev_event_provider_t {
-  uint32_t version; /* the schema's */
+  uint32_t version; /* of the schema */
   const char* name; /* also the schema's name */
   const char* description;
   void* reserved3;
-  void* context; /* the plug-in's */
+  void* context; /* belongs to the plug-in */
   /* Adds the provider's schema to the type system, which must outlive the provider, and starts
    * sampling. A device whose answers cannot be used is left out. False when no device can be
-   * sampled, or the schema or a type is refused. (A device with two counters of one name makes its
-   * type refused.) Additions to the type system made before the failure remain. */
+   * sampled, or the schema or a type is refused. (A type is refused when its device has two
+   * counters of the same name.) Additions to the type system made before the failure remain. */
   bool (*initialize)(tev_event_provider_t* provider, tev_type_system_t* type_system);
   void (*reserved6)(void);
   /* Has no effect: sampling begins with `initialize`. Returns true. */
@@ -105,8 +105,8 @@ TEV_API bool multipath_event_provider_get_source_config(tev_event_provider_t* pr
                                                         uint16_t source_index,
                                                         tev_event_provider_config_t* config);
 
-/* What became of a device's samples since initialize. taken = lost + delivered + those still in the
- * buffers; a read that the device refused is not a sample. */
+/* The numbers of a device's samples since initialize. taken = lost + delivered + those still in the
+ * buffers. A read that the device refused is not a sample. */
 typedef struct tev_multipath_sample_counts_t {
   uint64_t taken;  /* passes in which the device was due and did not refuse */
   uint64_t lost;   /* taken, but dropped without a read because the buffers were full */
@@ -130,7 +130,7 @@ TEV_API bool multipath_event_provider_get_sample_counts(tev_event_provider_t* pr
 
 #define TEV_MULTIPATH_FAILURE_SIZE 72
 
-/* What became of every sample of a device that was due since initialize. Each sample that did not
+/* What became of each sample that was due from a device since initialize. Each sample that did not
  * reach the host has one cause:
  *
  *   due = delivered + buffer_full + read_refused + nothing_filled + missed_by_overrun +
@@ -142,13 +142,13 @@ TEV_API bool multipath_event_provider_get_sample_counts(tev_event_provider_t* pr
  *
  * Later versions may add fields at the end. */
 typedef struct tev_multipath_ledger_t {
-  uint64_t due;               /* one for each pass that was made, and for each that was missed */
+  uint64_t due;               /* passes, made or missed, in which the device was to be read */
   uint64_t taken;             /* delivered + buffer_full */
   uint64_t delivered;         /* written to the buffers */
   uint64_t buffer_full;       /* not read, because the host had not emptied the buffers in time */
   uint64_t read_refused;      /* the device reported an error */
-  uint64_t nothing_filled;    /* the device reported success and filled in no counter */
-  uint64_t missed_by_overrun; /* no pass was made, because one took longer than the interval */
+  uint64_t nothing_filled;    /* the device reported success but did not fill in a counter */
+  uint64_t missed_by_overrun; /* no pass was made, because an earlier one took too long */
   uint64_t missed_by_late_wakeup; /* no pass was made, because the thread was woken too late */
   uint64_t discarded;   /* delivered to the buffers and swapped out before the host read them */
   uint64_t short_reads; /* delivered, but the device filled in an unexpected number of counters */
@@ -161,7 +161,7 @@ typedef struct tev_multipath_ledger_t {
   /* What the device or the sampling thread reported at that time; truncated to fit, with a NUL. */
   char last_failure[TEV_MULTIPATH_FAILURE_SIZE];
   uint64_t buffer_bytes;    /* capacity for events, in both halves of the double buffer */
-  uint64_t most_used_bytes; /* the most that one half has contained, as of the last swap or loss */
+  uint64_t most_used_bytes; /* largest content of one half so far; updated at each swap and loss */
 } tev_multipath_ledger_t;
 
 /* Fills the first `size` bytes of `ledger`; pass sizeof(tev_multipath_ledger_t). Bytes for which

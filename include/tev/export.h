@@ -1,4 +1,4 @@
-/* Visibility and linkage of everything the library exports. */
+/* Visibility and linkage of all exported functions and variables. */
 #ifndef TEV_EXPORT_H
 #define TEV_EXPORT_H
 

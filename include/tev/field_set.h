@@ -66,8 +66,9 @@ class ProviderFieldSet {
   /* Whether a type pattern matches the name. The section "default" is ignored. */
   TEV_API bool isTypeOfInterest(const std::string& type_name) const;
 
-  /* Whether a section that matches the type lists the field, or does not list any field. For a type
-   * that does not match any section, whether the section "default" does. */
+  /* Whether a section that matches the type selects the field. A section selects the fields that it
+   * lists, or all fields when it does not list any. For a type that does not match any section, the
+   * section "default" decides. */
   TEV_API bool shouldIncludeField(const std::string& type_name,
                                   const std::string& field_name) const;
 
@@ -92,8 +93,7 @@ class ProviderFieldSet {
   using FieldPatterns = std::vector<std::string>; /* empty: every field */
 
   /* The type patterns of one section share its list, which does not change after loading. A set
-   * therefore needs about as much memory as its file, whatever the numbers of type and field
-   * patterns are. */
+   * therefore needs about as much memory as its file. */
   using TypePatterns = std::map<std::string, std::shared_ptr<const FieldPatterns>>;
 
   template <class Texts>

@@ -29,8 +29,9 @@ TEV_API void tev_filter_get_incl_excl_tokens(const char* expression, tev_filter_
                                              size_t* incl_count, tev_filter_token_t* excl,
                                              size_t* excl_count);
 
-/* Whether `name` passes. Neither array may be null, even with a count of 0. They are only read.
- * They are not const because C does not convert an array of arrays to const implicitly. */
+/* Whether `name` passes. The arrays must not be null, even with a count of 0. The function does not
+ * change them. They are not const, because C does not convert an array of arrays to const
+ * implicitly. */
 TEV_API bool tev_filter_have_match(tev_filter_token_t* incl, size_t incl_count,
                                    tev_filter_token_t* excl, size_t excl_count, const char* name);
 

@@ -5,8 +5,8 @@
  *
  * Nothing is printed until TEV_API_LOG_LEVEL (or API_LOG_LEVEL) is set in the environment or a
  * logger is initialised by one of the calls below. Any thread may log. The calls that configure the
- * logger are for start-up, when no other thread logs. The logger itself does not
- * allocate memory to log.
+ * logger are for start-up, when no other thread logs. The logger itself does not allocate memory to
+ * log.
  */
 #ifndef TEV_LOGGER_H
 #define TEV_LOGGER_H
@@ -118,8 +118,9 @@ TEV_API void tev_logger_cleanup_mutex_exit_handler(void);
  * Returns a pointer into the environment, or null. */
 TEV_API const char* tev_getenv(const char* name);
 
-/* The pieces of a line: the time stamp "[YYYY-mm-dd HH:MM:SS.mmm] ", written to `stream` (not when
- * it is null), and the tag of a level ("[error] " and so on; "" for other numbers). */
+/* The parts of a line. The first function writes the time stamp "[YYYY-mm-dd HH:MM:SS.mmm] " to
+ * `stream`, unless it is null. The second returns the tag of a level ("[error] " and so on; "" for
+ * other numbers). */
 TEV_API void tev_dump_timestamp_logger(FILE* stream);
 TEV_API const char* tev_priority_level_string_logger(uint32_t level);
 
@@ -142,8 +143,8 @@ static inline int tev_log_enabled(uint32_t level) {
 }
 #endif
 
-/* Never called. It lets every compiler check a message's format; some compilers do not check calls
- * through a pointer. */
+/* This function is never called. With it, every compiler checks the format of a message. Some
+ * compilers do not check calls through a pointer. */
 static inline void tev_log_format_check(const char* format, ...) TEV_PRINTF_FORMAT(1, 2);
 static inline void tev_log_format_check(const char* format, ...) {
   (void)format;

@@ -29,7 +29,7 @@ enum {
 enum {
   TEV_SCHEMA_OK = 0,
   TEV_SCHEMA_FAILED = 1,  /* out of memory, or an internal failure */
-  TEV_SCHEMA_EXISTS = 2,  /* the type's name, or a field's name, is already there */
+  TEV_SCHEMA_EXISTS = 2,  /* a type or a field of this name already exists */
   TEV_SCHEMA_INVALID = 3, /* an invalid argument, or a reference to an undefined type */
   TEV_SCHEMA_FULL = 5,    /* the schema already holds TEV_MAX_TYPES types */
 };
@@ -110,7 +110,7 @@ struct tev_type_definition_t {
 };
 
 struct tev_schema_t {
-  uint32_t version; /* in three parts: bits 0-7, 8-15, 16-31 */
+  uint32_t version; /* three numbers: bits 0-7, 8-15 and 16-31 */
   char* name;       /* may be null */
   tev_type_definition_t* types[TEV_MAX_TYPES];
   uint16_t num_types;
@@ -119,7 +119,7 @@ struct tev_schema_t {
   char id_string[TEV_SCHEMA_ID_STRING_SIZE];
 };
 
-/* The record layout of the host's counters. Only its size is known here. */
+/* The record layout of the host's counters. This library uses only its size. */
 typedef struct tev_counters_schema_t {
   uint32_t record_size; /* bytes */
 } tev_counters_schema_t;
