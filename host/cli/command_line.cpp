@@ -24,7 +24,7 @@ constexpr char kUpdateKey[] = "update";
 constexpr std::uint64_t kMaxUpdate = 86'400'000;  // a day
 
 constexpr char kProgramText[] =
-    "A reference host for provider plug-ins: loads one, has it sample, and shows what it delivers.";
+    "A reference host: it loads a provider plug-in, starts sampling, and writes the events.";
 
 constexpr char kExamples[] = R"(Examples:
   tev-host run --simulate
@@ -34,11 +34,11 @@ constexpr char kExamples[] = R"(Examples:
   tev-host run --simulate --option multipath-sample-interval-usec=1000 --duration 10 --output run.jsonl
       ten seconds at 1 kHz, into a file
   tev-host run --simulate --fset types.fset --cset counters.cset --filter -rdma2
-      some types, fields and counters, of all devices but rdma2
+      selected types, fields and counters of all devices except rdma2
   tev-host run --option multipath-vuna-lib-path=/path/to/libvuna_telemetry.so
       a real device SDK
 
-Exit code: 0 fine, 1 the plug-in refused or the run failed, 2 wrong usage.)";
+Exit code: 0 success, 1 the plug-in refused or the run failed, 2 wrong usage.)";
 
 const OutputFormat* formatNamed(const char* option, const std::string& text) {
   const OutputFormat* const format = findOutputFormat(text);
@@ -70,7 +70,7 @@ bool hasOption(const PluginOptions& plugin, std::string_view key) {
   return std::ranges::any_of(plugin.options, [&](const auto& entry) { return entry.first == key; });
 }
 
-// What the user says about a key takes precedence over what other options imply.
+// Adds an option that another one implies. A value that the user gives takes precedence.
 void addImplied(PluginOptions& plugin, const char* key, const std::string& value) {
   if (!hasOption(plugin, key)) plugin.options.emplace_back(key, value);
 }
@@ -88,14 +88,14 @@ void readScenario(const std::string& scenario, PluginOptions& plugin,
   plugin.simulator_scenario = scenario;
 }
 
-// Texts that can only be read once all options are known.
+// Texts that can be interpreted only when all options are known.
 struct Given {
   std::optional<std::string> plugin;
   std::string scenario;
   std::string log_level;
 };
 
-// An option whose value `read` makes of its text.
+// Adds an option. `read` converts its text to its value.
 template <class Value, class Read>
 CLI::Option* addParsed(CLI::App& command, const char* name, Value& value, Read read,
                        const std::string& description) {
@@ -107,8 +107,8 @@ CLI::Option* addParsed(CLI::App& command, const char* name, Value& value, Read r
 void addPluginPath(CLI::App& command, Given& given) {
   command
       .add_option("--plugin", given.plugin,
-                  "Plug-in to load (default: libevents_multipath_provider.so that came with this "
-                  "program)")
+                  "Plug-in to load (default: the libevents_multipath_provider.so that was built or "
+                  "installed with this program)")
       ->type_name("PATH");
 }
 
@@ -145,42 +145,42 @@ void addRunOptions(CLI::App& command, RunOptions& options) {
       ->type_name("FILE");
   command
       .add_option("--fset", options.selection.field_set,
-                  "Write the types and fields that this field-set file names, and no others")
+                  "Write only the types and fields that this field-set file names")
       ->type_name("FILE");
   command
       .add_option("--cset", options.selection.counter_set,
-                  "Write the counters that this counter-set file names, under their aliases")
+                  "Write only the counters that this counter-set file names, under their aliases")
       ->type_name("FILE");
   command
       .add_option("--filter", options.selection.filter,
-                  "Write the devices whose names pass, like eth+np0 or -lo")
+                  "Write only the devices whose names pass this filter, for example eth+np0 or -lo")
       ->type_name("EXPRESSION");
   addParsed(command, "--duration", options.duration, seconds,
-            "Stop after this time; fractions are fine")
+            "Stop after this time; may be a fraction")
       ->type_name("SECONDS");
   addParsed(
       command, "--samples", options.samples,
       [](const char* name, const std::string& text) {
         return wholeNumber(name, text, std::numeric_limits<std::int64_t>::max());
       },
-      "Stop after so many samples of each device")
+      "Stop after this number of samples of each device")
       ->type_name("N");
   command
       .add_flag(
           "--jitter", options.jitter,
-          "Measure how evenly the first device is sampled and what a pass costs, beside a bare "
-          "loop that sleeps")
+          "Measure the intervals of the first series and the CPU time per pass; compare both with "
+          "a bare loop that only sleeps")
       ->disable_flag_override();
   addParsed(
       command, "--update", options.update,
       [](const char* name, const std::string& text) {
         return std::chrono::milliseconds(wholeNumber(name, text, kMaxUpdate));
       },
-      "Time from one fetch of events to the next (default 1000); the plug-in gets it as option "
-      "'update', unless that is given")
+      "Time from one fetch of events to the next (default 1000); also the plug-in's option "
+      "'update', unless --option gives it")
       ->type_name("MILLISECONDS");
   addParsed(command, "--buffer-size", options.buffer_bytes, byteSize,
-            "Size of the serializer's buffer; K, M and G are understood (default 1M)")
+            "Size of the serializer's buffer; K, M and G stand for powers of 1024 (default 1M)")
       ->type_name("BYTES");
 }
 
@@ -188,7 +188,8 @@ std::vector<const CLI::App*> commandsOf(const CLI::App& app) {
   return app.get_subcommands([](const CLI::App*) { return true; });
 }
 
-// The parser would accept the next option as the value of an option, and a value for a flag.
+// Refuses an option without its value and a flag with a value. The parser would accept the next
+// option as the value, and the value for the flag.
 void refuseOddValues(std::span<const char* const> words, const CLI::App& app) {
   const auto any = [&](std::string_view word, auto&& holds) {
     return std::ranges::any_of(commandsOf(app), [&](const CLI::App* command) {
@@ -214,7 +215,7 @@ void refuseOddValues(std::span<const char* const> words, const CLI::App& app) {
   }
 }
 
-// The parser itself does not name the unknown command.
+// Names an unknown command in the error, which the parser does not do.
 void refuseUnknownCommand(std::span<const char* const> words, const CLI::App& app) {
   if (words.empty()) throw UsageError("a command is needed: run, schema or options");
   if (std::string_view(words[0]).starts_with("-")) return;
@@ -239,7 +240,7 @@ void describe(CLI::App& app, CommandLine& line, Given& given) {
   app.option_defaults()->take_last();
 
   CLI::App* const run =
-      app.add_subcommand("run", "Sample, and write the events out until the end or Ctrl-C");
+      app.add_subcommand("run", "Sample, and write the events until the end of the run or Ctrl-C");
   addPluginOptions(*run, line.run.plugin, given);
   addRunOptions(*run, line.run);
   run->footer(kExamples);
@@ -249,10 +250,9 @@ void describe(CLI::App& app, CommandLine& line, Given& given) {
   addPluginOptions(*schema, line.run.plugin, given);
 
   CLI::App* const options =
-      app.add_subcommand("options", "Show the options that the plug-in understands");
+      app.add_subcommand("options", "Show the options that the plug-in describes");
   addPluginPath(*options, given);
-  options->add_flag("--markdown", line.markdown, "As the rows of a Markdown table")
-      ->disable_flag_override();
+  options->add_flag("--markdown", line.markdown, "Print a Markdown table")->disable_flag_override();
 }
 
 }  // namespace

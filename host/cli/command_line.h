@@ -9,7 +9,7 @@ namespace tev::host {
 enum class Command { run, schema, options, answered };
 
 struct CommandLine {
-  Command command = Command::answered;  // help or version, which have been printed
+  Command command = Command::answered;  // help or version, which the parser has printed
   RunOptions run;
   bool markdown = false;  // of the command options
 };

@@ -10,10 +10,10 @@ struct Companions {
   std::filesystem::path simulator;
 };
 
-// For a program in this folder.
+// The companions of a program in this folder.
 Companions companionsOf(const std::filesystem::path& program_folder);
 
-// Those of the running program.
+// The companions of the running program.
 Companions findCompanions();
 
 }  // namespace tev::host

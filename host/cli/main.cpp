@@ -29,8 +29,8 @@ int dispatch(int argc, char** argv) {
   return kExitFine;
 }
 
-// Otherwise a file that is opened later could get the number of a standard stream that the caller
-// closed, and what is meant for the stream would go into the file.
+// Opens /dev/null for each standard stream that the caller closed. Otherwise a file that is opened
+// later could get the number of such a stream, and the stream's text would be written to the file.
 void occupyStandardStreams() {
   while (true) {
     const int descriptor = open("/dev/null", O_RDONLY);

@@ -52,7 +52,7 @@ int showOptions(const std::string& plugin_path, bool markdown) {
   output.buffer() = markdown ? asMarkdown(table) : forPeople(table);
   try {
     output.close();
-  } catch (const ClosedPipe&) {  // the reader has seen enough
+  } catch (const ClosedPipe&) {  // the reader closed the pipe, which is not an error
   }
   return kExitFine;
 }

@@ -25,7 +25,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr char kIntervalKey[] = "multipath-sample-interval-usec";
-constexpr std::uint64_t kUsualIntervalUsec = 1'000'000;  // of a plug-in that describes no options
+constexpr std::uint64_t kUsualIntervalUsec = 1'000'000;  // when the plug-in does not describe it
 constexpr std::uint64_t kLongestIntervalUsec = 86'400'000'000;  // a day
 constexpr std::size_t kNotes = 3;                               // log lines below the live table
 
@@ -69,7 +69,7 @@ class LogHold {
   bool held_ = false;
 };
 
-// A plug-in that counts names its devices at once.
+// A plug-in that counts samples reports the names of its devices before the first event.
 void expectDevices(const DeviceFilter& filter, const EventSource& source) {
   std::vector<std::string> names;
   for (const DeviceCounts& one : source.counts().value_or(std::vector<DeviceCounts>{}))
@@ -77,7 +77,7 @@ void expectDevices(const DeviceFilter& filter, const EventSource& source) {
   filter.expectOneOf(names);
 }
 
-// For a plug-in that does not count, only the events tell which devices exist.
+// If a plug-in does not count samples, its devices are known only from the events.
 void expectDevices(const DeviceFilter& filter, const Delivery& delivery) {
   std::vector<std::string> names;
   for (const Delivery::SeriesCount& one : delivery.series())
@@ -114,7 +114,7 @@ class Sampling {
     while (more && !delivery_.isComplete() && !delivery_.isHopeless()) {
       due = nextDue(due);
       StopSignal::waitUntil(options_.duration ? std::min(due, end_) : due);
-      if (isOver()) return;  // the drain brings the rest
+      if (isOver()) return;  // drain() fetches the remaining events
       more = source_.fetch(take_, [this] { return isOver(); });
       delivery_.update(status());
     }
@@ -165,7 +165,7 @@ int run(const RunOptions& options) {
   const Projection projection(source.schema(), options.selection);
   expectDevices(projection.devices(), source);
 
-  LogHold log_hold;  // outlives the outputs, which leave the terminal first
+  LogHold log_hold;  // declared first, so that it is released after the outputs
   const auto written = formatFor(options, file).make({projection, file});
   const auto jitter = jitterMeterFor(options, projection, source.options());
   log_hold.holdFor(*written);

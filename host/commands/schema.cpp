@@ -44,7 +44,7 @@ int showSchema(const PluginOptions& options) {
   for (const TypeView& type : view.types()) appendType(output.buffer(), type);
   try {
     output.close();
-  } catch (const ClosedPipe&) {  // the reader has seen enough
+  } catch (const ClosedPipe&) {  // the reader closed the pipe, which is not an error
   }
   return kExitFine;
 }

@@ -71,7 +71,7 @@ void appendDevices(std::string& out, const std::vector<DeviceRow>& rows) {
                    countText(row.counts, &DeviceCounts::failed));
 }
 
-// One line per device whose samples did not all arrive: how many, and why.
+// One line per device with missing samples: their numbers and the reasons.
 void appendTroubles(std::string& out, const std::vector<DeviceRow>& rows) {
   constexpr std::pair<std::uint64_t DeviceCounts::*, const char*> kTroubles[] = {
       {&DeviceCounts::lost, "lost, because the buffers were full"},
@@ -121,7 +121,7 @@ std::string summarize(double elapsed_seconds, const CpuTime& cpu, const Delivery
   std::string out =
       fmt::format("tev-host: {:.2f} s, CPU time {:.3f} s (user {:.3f}, system {:.3f})",
                   elapsed_seconds, busy, cpu.user_seconds, cpu.system_seconds);
-  // The CPU time includes the set-up, so the share of a core means nothing in a short run.
+  // The CPU time includes the set-up, so the share of a core has no meaning in a short run.
   if (elapsed_seconds >= kTellingSeconds)
     fmt::format_to(std::back_inserter(out), ", {:.1f} % of a core", 100 * busy / elapsed_seconds);
   out += '\n';

@@ -16,10 +16,10 @@ struct CpuTime {
   double system_seconds = 0;
 };
 
-// Of the whole process so far.
+// The CPU time of the whole process so far.
 CpuTime cpuTime();
 
-// Lines of text. `projection` is that of the events that were written; `counts` are the source's.
+// Lines of text. `projection` is the one of the written events. `counts` come from the source.
 std::string summarize(double elapsed_seconds, const CpuTime& cpu, const Delivery& delivery,
                       const Projection& projection,
                       const std::optional<std::vector<DeviceCounts>>& counts);

@@ -1,4 +1,4 @@
-// Event blocks, read by the schema alone (docs/formats.md).
+// Decodes event blocks (docs/formats.md). Only the schema is needed.
 #pragma once
 
 #include <cstdint>

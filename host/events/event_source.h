@@ -1,4 +1,4 @@
-// A source of events.
+// The interface of a source of events.
 #pragma once
 
 #include <cstdint>
@@ -21,18 +21,19 @@ using BlockConsumer = std::function<void(Blocks)>;
 // The number of a device's samples so far, by outcome, as counted by the source.
 struct DeviceCounts {
   std::string device{};
-  std::uint64_t lost = 0;    // dropped because nobody fetched them in time
-  std::uint64_t failed = 0;  // reads that the device refused, or in which it filled in nothing
+  std::uint64_t lost = 0;    // dropped because the host did not fetch them in time
+  std::uint64_t failed = 0;  // the device refused the read or did not fill in a counter
 
-  // Why, where the source knows it; otherwise zero and empty.
+  // The reasons, if the source reports them; otherwise zero and empty.
   std::uint64_t refused = 0;                // of those that failed
   std::uint64_t nothing_filled = 0;         // of those that failed
   std::uint64_t missed_by_overrun = 0;      // not read, because an earlier pass took too long
   std::uint64_t missed_by_late_wakeup = 0;  // not read, because the thread was woken too late
-  std::string last_failure{};               // what the device reported then
+  std::string last_failure{};               // text of the last failure
 };
 
-// A plug-in that samples, a recording, a bus. All calls come from one thread.
+// A source of events, for example a plug-in that samples, a recording, or a message bus. All calls
+// come from one thread.
 class EventSource {
  public:
   EventSource() = default;
@@ -40,7 +41,7 @@ class EventSource {
   EventSource(const EventSource&) = delete;
   EventSource& operator=(const EventSource&) = delete;
 
-  // For people.
+  // The name to show to the user.
   virtual std::string name() const = 0;
 
   // Describes all blocks of this source. Does not change and lives as long as the source.
@@ -57,7 +58,7 @@ class EventSource {
   // After stop(): passes the remaining blocks. Throws RunError.
   virtual void drain(const BlockConsumer& /*take*/, const std::function<bool()>& /*interrupted*/) {}
 
-  // For each device. Nothing when the source does not count. May change with every fetch.
+  // The counts of each device; empty when the source does not count. May change with every fetch.
   virtual std::optional<std::vector<DeviceCounts>> counts() const { return std::nullopt; }
 };
 

@@ -18,7 +18,7 @@ namespace {
 
 using Types = std::vector<ProjectedType>;
 
-// What a field set could have named.
+// The names that a field set can match, for error messages.
 std::string typesAndFields(const Types& types) {
   std::string text = "\n  The types, and their fields, are:";
   for (const ProjectedType& type : types) {
@@ -29,7 +29,7 @@ std::string typesAndFields(const Types& types) {
   return text;
 }
 
-// What a counter set could have named.
+// The names that a counter set can match, for error messages.
 std::string counters(const Types& types) {
   std::set<std::string> seen;
   std::vector<std::string> names;  // in the order of the schema
@@ -39,7 +39,7 @@ std::string counters(const Types& types) {
   return "\n  The counters are: " + commaSeparated(names);
 }
 
-// Reads a set's file. `names` lists what the set could have named.
+// Reads a set's file. `names` is the list of possible names for the error message.
 template <class Set>
 Set load(const char* option, const std::string& path, const std::string& names) {
   Set set;

@@ -10,7 +10,7 @@
 
 namespace tev::host {
 
-// What the user chooses. Without a choice, everything is taken.
+// The user's choice. By default, all events are taken.
 struct SelectionOptions {
   std::optional<std::string> field_set;    // path of a field-set file
   std::optional<std::string> counter_set;  // path of a counter-set file
@@ -19,7 +19,7 @@ struct SelectionOptions {
 
 struct ProjectedType {
   const TypeView* view;
-  bool taken;                   // false when the sets leave none of its columns
+  bool taken;                   // false when the sets do not select any of its columns
   std::vector<Column> columns;  // the chosen ones, in the order of the bytes, under new names
 };
 

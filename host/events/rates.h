@@ -1,4 +1,4 @@
-// How far a counter has moved, across the ends of its range.
+// The increases of counters, also across the ends of their ranges.
 #pragma once
 
 #include <cstdint>
@@ -6,10 +6,10 @@
 
 namespace tev::host {
 
-// The step from one value of an unsigned number of 32 or 64 bits to the next. A smaller value means
-// that the number decreased or that it wrapped. It wrapped when it fell by more than a quarter of
-// the range, or when the step to the wrapped value is nearer to the step before than the decrease
-// is. Otherwise it decreased.
+// The step from one value of an unsigned number of 32 or 64 bits to the next. When a 32-bit value
+// is smaller than the one before, it has either decreased or wrapped around. A wrap-around is
+// assumed in two cases: when the value fell by more than a quarter of the range, and when the step
+// across the end of the range is closer to `step_before` than the decrease is.
 std::int64_t stepBetween(std::uint64_t before, std::uint64_t now, unsigned bits,
                          std::int64_t step_before);
 
@@ -21,7 +21,7 @@ class Trend {
     falls_ += step < 0;
   }
 
-  // Whether more than one move in sixteen goes down, as a quantity does that goes up and down.
+  // Whether more than one change in sixteen is a decrease.
   bool isGauge() const { return falls_ * 16 > moves_; }
 
  private:

@@ -53,7 +53,7 @@ Number number(const json& object, const char* key) {
   return value.get<Number>();
 }
 
-// The types that a field can have: built-in ones and those of its schema that stand before it.
+// The types that a field can have: the built-in types and the earlier types of its schema.
 class FieldReader {
  public:
   void add(const DeclaredType& type, std::size_t index) {

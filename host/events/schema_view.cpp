@@ -14,7 +14,7 @@
 namespace tev::host {
 namespace {
 
-// Types nest, so a few of them can describe more columns than memory holds.
+// Limits the memory for columns, because a few nested types can describe a very large number.
 constexpr std::size_t kMaxBytes = std::size_t{1} << 26;
 
 bool fits(const DeclaredField& field, std::uint64_t size) {
@@ -68,7 +68,7 @@ class Splitter {
     columns.push_back(std::move(column));
   }
 
-  const DeclaredType* type_ = nullptr;  // at hand
+  const DeclaredType* type_ = nullptr;  // the current one
   std::deque<std::vector<Column>> types_;
   std::size_t used_bytes_ = 0;
 };

@@ -47,7 +47,8 @@ struct TypeView {
   std::vector<Column> keys;     // the key columns, in the order of the key
 };
 
-// Does not change once it is made. Event types point into it, so it can be moved but not copied.
+// Does not change after it has been made. Events point to its types, so it can be moved but not
+// copied.
 class SchemaView {
  public:
   struct Schema {

@@ -1,4 +1,5 @@
-// Series: the events of one type that have the same key, which are the samples of one thing.
+// Series. A series consists of the events of one type that have the same key: the samples of one
+// device or plane.
 #pragma once
 
 #include <cstddef>
@@ -28,7 +29,7 @@ class SeriesTable {
 
   std::deque<Series> series_;
   std::unordered_map<std::string, const Series*> by_key_;
-  std::string key_;  // of the event at hand; a member so that its memory is reused
+  std::string key_;  // of the current event; a member so that its memory is reused
 };
 
 }  // namespace tev::host

@@ -25,7 +25,7 @@ void append(std::string& out, bool value) {
   out += value ? "true" : "false";
 }
 
-// Most values are integers, and this is faster than a format.
+// Most values are integers, for which this is faster than fmt::format_to().
 void append(std::string& out, std::integral auto value) {
   char digits[std::numeric_limits<std::uint64_t>::digits10 + 2];
   out.append(digits, std::to_chars(std::begin(digits), std::end(digits), value).ptr);

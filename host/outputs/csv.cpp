@@ -67,7 +67,7 @@ class CsvOutput final : public TextOutput {
   }
 
  private:
-  // The type's column for each column of the output; null: it has none.
+  // The type's column for each column of the output; null when the type does not have it.
   using Row = std::vector<const Column*>;
 
   std::vector<Row> rows_;  // by the type's number

@@ -6,7 +6,7 @@
 namespace tev::host {
 namespace {
 
-constexpr std::uint64_t kPatience = 10;  // more samples than asked for
+constexpr std::uint64_t kPatience = 10;  // extra samples of one device before others are given up
 
 bool takes(const Output& output, const TypeView& type) {
   return output.projection() && output.projection()->takes(type);

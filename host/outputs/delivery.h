@@ -11,15 +11,15 @@
 
 namespace tev::host {
 
-// Hands blocks, and the events in them, to all outputs that take them. Decodes once for all of
-// them, and not at all when none of them takes events.
+// Passes blocks and their events to the outputs. Blocks are decoded once for all outputs, and only
+// when an output takes events.
 class Delivery {
  public:
   struct SeriesCount {
     const Series* series;
     std::vector<Output*> takers;   // the outputs whose projections choose the series
     std::uint64_t arrived = 0;     // events
-    std::uint64_t written = 0;     // of these, those that the takers got
+    std::uint64_t written = 0;     // events that were passed to the takers
     std::uint64_t first_usec = 0;  // time stamps of the first and the last event that arrived
     std::uint64_t last_usec = 0;
 
@@ -28,32 +28,32 @@ class Delivery {
 
   struct TypeTotals {
     std::uint64_t events = 0;
-    std::uint64_t bytes = 0;  // of the events alone
+    std::uint64_t bytes = 0;  // of the events, without block headers
   };
 
-  // Each series ends after `samples` events: the outputs get no more of it. Nothing: no end. The
-  // schema and the outputs must outlive this.
+  // If `samples` is given, the outputs get at most that many events of each series. The schema and
+  // the outputs must outlive this.
   Delivery(const SchemaView& schema, std::vector<Output*> outputs,
            std::optional<std::uint64_t> samples);
 
-  // To all outputs.
+  // Each of these calls is passed to all outputs.
   void begin();
   void take(Blocks blocks);  // throws RunError for malformed blocks
   void update(const RunStatus& status);
   void end(const RunStatus& status);
   void leave();
 
-  // Whether every series that some output takes has had its samples, or one series has had so
-  // many more that a device without its samples has most likely gone.
+  // Whether every series that an output takes has reached `samples`. Also true when one series has
+  // so many more samples that the devices of the other series have probably stopped delivering.
   bool isComplete() const;
 
-  // Whether events arrive, but none of them is from a device that an output takes.
+  // Whether events arrive, but only from devices that the outputs do not take.
   bool isHopeless() const;
 
-  // Of all devices, and of the types that some output takes.
+  // The series of all devices, for the types that an output takes.
   const std::deque<SeriesCount>& series() const { return counts_; }
 
-  // Of the events that outputs got, by the type's number.
+  // The totals of the events that were passed to outputs, by the type's number.
   const std::vector<TypeTotals>& totals() const { return totals_; }
 
  private:

@@ -9,7 +9,8 @@
 #include "host/outputs/output.h"
 #include "host/outputs/output_file.h"
 
-// Name, function that makes one, and help. A new format is a row here and a file with the function.
+// Each row: name, factory function, help text. A new format needs a row here and a file with its
+// factory function.
 #define TEV_OUTPUT_FORMATS(FORMAT)                                                          \
   FORMAT("table", makeTable, "values and rates per device, redrawn in place on a terminal") \
   FORMAT("jsonl", makeJsonl, "one JSON object per line and event")                          \
@@ -17,7 +18,7 @@
 
 namespace tev::host {
 
-// What an output is made of. Both must outlive it.
+// The objects that an output uses. Both must outlive it.
 struct OutputSetup {
   const Projection& projection;
   OutputFile& file;

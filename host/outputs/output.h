@@ -11,13 +11,13 @@
 
 namespace tev::host {
 
-// How the run stands after a fetch.
+// The state of the run after a fetch.
 struct RunStatus {
   std::string source;  // its name
   double elapsed_seconds = 0;
   std::uint64_t lost_samples = 0;     // of all devices
   std::vector<DeviceCounts> devices;  // empty when the source does not count
-  std::vector<std::string> notes;     // lines for the person at the terminal, oldest first
+  std::vector<std::string> notes;     // recent log lines, oldest first
 };
 
 // The calls come from one thread, in this order: begin, update; after each fetch its blocks, its
@@ -30,13 +30,13 @@ class Output {
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
 
-  // Chooses the events that it takes. Null: it takes none, and nothing is decoded for it.
+  // Chooses the events that the output takes; null when it does not take events.
   virtual const Projection* projection() const { return nullptr; }
 
-  // Whether it draws on the terminal, where other lines must not appear meanwhile.
+  // Whether the output draws on the terminal. Other lines must not appear there during the run.
   virtual bool drawsOnTerminal() const { return false; }
 
-  // Everything has been set up. Before this, no existing file may be touched.
+  // Called when the set-up is complete. An existing file must not be changed before this call.
   virtual void begin() {}
 
   // Blocks as the source delivered them, before their events are decoded. Valid during the call.
@@ -46,13 +46,13 @@ class Output {
   // series live as long as the run.
   virtual void event(const Event&, const Series&) {}
 
-  // Once at the beginning, and after each fetch.
+  // Called once at the beginning, and after each fetch.
   virtual void update(const RunStatus&) {}
 
-  // After the last event of a run that did not fail.
+  // Called after the last event, unless the run failed.
   virtual void end(const RunStatus&) {}
 
-  // Puts the terminal back in order and ends all threads, also after a run that failed. The
+  // Restores the terminal and ends the output's threads, also after a run that failed. The
   // destructor must do the same.
   virtual void leave() {}
 };

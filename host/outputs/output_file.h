@@ -6,7 +6,7 @@
 
 namespace tev::host {
 
-// The reader of the output has closed it. This is not an error: it has what it wanted.
+// The reader of the output has closed the pipe. This is not an error.
 class ClosedPipe : public std::exception {
  public:
   const char* what() const noexcept override { return "the output was closed by its reader"; }
@@ -27,13 +27,13 @@ class OutputFile {
   bool isTerminal() const;
   int descriptor() const { return descriptor_; }
 
-  // Text to be written is appended to this.
+  // The caller appends the text to be written.
   std::string& buffer() { return buffer_; }
 
-  // Writes the buffer out. Throws RunError and ClosedPipe; the buffer is lost then.
+  // Writes the contents of the buffer. Throws RunError and ClosedPipe; the contents are then lost.
   void flush();
 
-  // Writes the buffer out once it has grown large.
+  // Writes the contents of the buffer when it has become large.
   void flushWhenLarge();
 
   // Flushes and closes; some file systems report a failed write only then.

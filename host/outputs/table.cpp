@@ -30,8 +30,9 @@ struct SeriesFields {
   std::vector<Field> fields;
 };
 
-// Distinguishes the series from the others of its device: the rest of its key or, without one, the
-// last word of the type's name without the number at its end.
+// The heading of a series, which distinguishes it from the other series of its device. It is the
+// rest of the key. Without such a rest, it is the last word of the type's name without the number
+// at its end.
 std::string headingOf(const Series& series) {
   std::string heading;
   for (std::size_t i = 0; i < series.keys.size(); ++i)
@@ -113,7 +114,7 @@ class TableOutput final : public TextOutput {
     }
   }
 
-  // As plain text, below what was printed before.
+  // Prints plain text, below the earlier text.
   void print(const RunStatus& status, bool whole_run) {
     if (!has_news_) return;
     for (const std::string& line : lines(status, whole_run)) file_.buffer() += line + "\n";

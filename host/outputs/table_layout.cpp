@@ -10,7 +10,7 @@ namespace {
 constexpr std::size_t kGap = 2;  // before a cell
 constexpr std::size_t kValueWidth = 5;
 constexpr std::size_t kChangeWidth = 7;  // with the blank before it
-constexpr std::size_t kRateWidth = 6;    // the same
+constexpr std::size_t kRateWidth = 6;    // with the blank before it
 
 constexpr std::size_t kNarrowCell = kGap + kValueWidth + kRateWidth;
 constexpr std::size_t kWideCell = kNarrowCell + kChangeWidth;

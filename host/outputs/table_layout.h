@@ -27,9 +27,9 @@ struct TableBlock {
   std::vector<TableColumn> columns;
 };
 
-// Lines of at most `width` characters. When the widest block does not fit, all changes are left
-// out. Columns that still do not fit are placed below the others. `bold` adds terminal attributes,
-// which do not count as characters.
+// Returns lines of at most `width` characters. When the widest block does not fit, `change` is
+// omitted in all blocks. Columns that still do not fit are placed below the others. `bold` adds
+// terminal attributes, which do not count as characters.
 std::vector<std::string> layOutTable(const std::vector<TableBlock>& blocks, std::size_t width,
                                      bool bold);
 

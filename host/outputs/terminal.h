@@ -20,8 +20,8 @@ TerminalSize terminalSize(const OutputFile& output);
 // Whether the output goes to a terminal that can be redrawn.
 bool canRedraw(const OutputFile& output);
 
-// The terminal's alternate screen. Every frame overwrites what others wrote to the terminal, and
-// the end of the run restores the previous contents.
+// The terminal's alternate screen. Every frame overwrites the text of other programs. leave()
+// restores the previous contents.
 class LiveScreen {
  public:
   explicit LiveScreen(OutputFile& output) : output_(output) {}

@@ -4,8 +4,8 @@
 
 namespace tev::host {
 
-// An output that appends its text to a file's buffer. The buffer is written out at each update and
-// whenever it has grown large.
+// An output that appends its text to a file's buffer. The buffer is written at each update and
+// whenever it has become large.
 class TextOutput : public Output {
  public:
   const Projection* projection() const override { return &projection_; }

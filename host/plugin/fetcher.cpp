@@ -48,7 +48,7 @@ Fetcher::Outcome Fetcher::progress(const BlockConsumer& take) {
   else if (++failures_ >= kMaxFailures)
     throw RunError(fmt::format("the plug-in failed to deliver, {} times in a row", failures_));
 
-  // A call that fails may have written blocks before; they are whole.
+  // A failed call may have written blocks before the failure. These blocks are complete.
   take({serializer_.buffer, serializer_.used});
   return {result, serializer_.used > 0};
 }

@@ -1,4 +1,4 @@
-// The plug-in's call for events, progress, and the serializer that it fills.
+// Calls the plug-in's function `progress`, and owns the serializer that it fills.
 #pragma once
 
 #include <cstdint>
@@ -17,13 +17,12 @@ class Fetcher {
   Fetcher(Provider& provider, tev_type_system_t* types, std::uint64_t buffer_bytes);
 
   // Fetches the available events: calls progress again immediately while the serializer was full
-  // and the run is not `interrupted`. The next round repeats a call that failed. Several failures
-  // in a row, and
-  // a buffer that is "full" but empty, are a RunError.
+  // and the run is not `interrupted`. The next round repeats a call that failed. Throws RunError
+  // after several failures in a row, and when the plug-in reports an empty serializer as full.
   void round(const BlockConsumer& take, const std::function<bool()>& interrupted);
 
-  // After stop: continues until no more events come. False when the plug-in does not stop
-  // delivering, or when the run is `interrupted`.
+  // After stop: fetches until the plug-in does not deliver more events. False when it continues to
+  // deliver, or when the run is `interrupted`.
   bool drain(const BlockConsumer& take, const std::function<bool()>& interrupted);
 
  private:

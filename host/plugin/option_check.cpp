@@ -39,7 +39,7 @@ bool contains(const std::vector<std::string>& names, std::string_view name) {
   return std::ranges::find(names, name) != names.end();
 }
 
-// Letters that have to be inserted, removed or replaced to make one text of the other.
+// The number of characters to insert, remove or replace to change one text into the other.
 std::size_t editDistance(std::string_view from, std::string_view to) {
   std::vector<std::size_t> row(to.size() + 1);
   std::iota(row.begin(), row.end(), std::size_t{0});
@@ -55,7 +55,7 @@ std::size_t editDistance(std::string_view from, std::string_view to) {
   return row.back();
 }
 
-// Without what people confuse: the case of letters, and '_' for '-'.
+// The key in lower case and with '-' for '_', because people confuse these.
 std::string folded(const std::string& key) {
   std::string text = lowerCase(key);
   std::ranges::replace(text, '_', '-');
@@ -83,7 +83,7 @@ std::optional<OptionFinding> checkKey(const std::string& key, const std::string&
     nearest = &option;
     edits = distance;
   }
-  if (!nearest) return std::nullopt;  // a key of the host's own is ignored
+  if (!nearest) return std::nullopt;  // the key may be for another part of the host
   return finding(false, key, value,
                  fmt::format("the plug-in does not know this key; did you mean {}?", nearest->key));
 }
@@ -133,7 +133,7 @@ std::optional<OptionFinding> checkValue(const OptionInfo& option, const std::str
   }
 }
 
-// Of a key that is given more than once, the last value counts.
+// If a key is given more than once, the last value is used.
 bool isOverridden(const GivenOptions& given, std::size_t index) {
   return std::any_of(given.begin() + static_cast<std::ptrdiff_t>(index) + 1, given.end(),
                      [&](const auto& later) { return later.first == given[index].first; });

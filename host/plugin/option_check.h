@@ -10,13 +10,13 @@ namespace tev::host {
 
 struct OptionFinding {
   bool refused;      // the plug-in cannot be set up with it; otherwise a warning
-  std::string text;  // one sentence: the option, its value, what is possible
+  std::string text;  // one sentence: the option, its value, the possible values
 };
 
-// What can be said before the set-up. A table without options yields nothing.
+// The findings before the set-up; empty for a table without options.
 std::vector<OptionFinding> checkOptions(const GivenOptions& given, const OptionTable& table);
 
-// What can be said once the names of the sampled devices are known.
+// The findings after the set-up, when the names of the sampled devices are known.
 std::vector<OptionFinding> checkDevices(const GivenOptions& given, const OptionTable& table,
                                         const std::vector<std::string>& sampled);
 

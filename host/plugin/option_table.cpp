@@ -17,7 +17,7 @@ std::string textOf(const char* text) {
   return text ? text : "";
 }
 
-// Digits, perhaps after a plus sign and with blanks around them.
+// Whether the text is digits. A plus sign before them and blanks around them are allowed.
 bool isPlain(std::string_view text) {
   text = support::trimView(text, kBlanks);
   if (text.starts_with('+')) text.remove_prefix(1);

@@ -20,7 +20,7 @@ struct OptionInfo {
   std::string meaning;
 };
 
-// In the plug-in's order. Empty when it describes none.
+// In the plug-in's order. Empty when the plug-in does not describe its options.
 using OptionTable = std::vector<OptionInfo>;
 
 // `get_option` may be null.
@@ -30,8 +30,8 @@ OptionTable readOptionTable(tev_multipath_get_option_t get_option);
 const OptionInfo* findOption(const OptionTable& table, const std::string& key);
 
 enum class NumberText {
-  plain,         // reads as a person would read it
-  odd,           // has a sign or a rest that the plug-in does not read as a person would
+  plain,         // has the value that a person expects
+  odd,           // has a minus sign or further text, so its value may not be the expected one
   not_a_number,  // refused: it does not begin with digits
   too_large,     // refused: more than 64 bits
 };
@@ -41,11 +41,11 @@ struct NumberReading {
   std::uint64_t value;  // 0 when refused
 };
 
-// Reads a number as the plug-in does: leading blanks, a sign and digits count, the rest does not.
+// Reads a number as the plug-in does: leading blanks, a sign and digits. The rest is ignored.
 NumberReading readNumber(const std::string& text);
 
-// What the plug-in makes of a number option, given or not. Nothing when it refuses the text, or
-// when the option is neither given nor in the table.
+// The value that the plug-in uses for a number option: the given one or the default. Nothing when
+// the plug-in refuses the text, or when the option is neither given nor in the table.
 std::optional<std::uint64_t> numberOption(const GivenOptions& given, const OptionTable& table,
                                           const std::string& key);
 

@@ -12,7 +12,9 @@
 namespace tev::host {
 namespace {
 
-// The loader searches its own folders for a name without a slash, and waits for ever at a pipe.
+// The path for the loader. Refuses what is not a regular file, because the loader would wait for
+// ever for a pipe. Adds "./" to a bare name, because the loader would search its own folders for
+// it.
 std::string pathForLoader(const std::string& path) {
   std::error_code error;
   const auto status = std::filesystem::status(path, error);

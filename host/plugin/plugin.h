@@ -16,8 +16,8 @@ class Plugin {
   Plugin(const Plugin&) = delete;
   Plugin& operator=(const Plugin&) = delete;
 
-  // Makes the plug-in log as this process does now. A plug-in that does not export the function for
-  // it keeps its own log.
+  // Makes the plug-in use this process's logger. A plug-in that does not export the function for
+  // this continues to use its own logger.
   void shareLogger() const;
   bool sharesLogger() const { return register_logger_ != nullptr; }
 

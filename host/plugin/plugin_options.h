@@ -13,10 +13,10 @@ using GivenOptions = std::vector<std::pair<std::string, std::string>>;
 // The settings for the set-up of a plug-in.
 struct PluginOptions {
   std::string path;
-  bool usual_devices = true;  // neither another plug-in nor another device SDK was asked for
+  bool usual_devices = true;  // the user did not choose another plug-in or another device SDK
   GivenOptions options;
   bool simulated = false;
-  std::string simulator_scenario;  // for the simulator's environment; empty: that stays as it is
+  std::string simulator_scenario;  // for the environment; empty: the variable is not changed
   std::uint32_t log_level = 0;
   bool log_level_given = false;
 };

@@ -11,7 +11,7 @@ PluginSource::PluginSource(const PluginOptions& options, std::uint64_t buffer_by
 
 bool PluginSource::fetch(const BlockConsumer& take, const std::function<bool()>& interrupted) {
   fetcher_.round(take, interrupted);
-  return true;  // a plug-in never ends by itself
+  return true;  // a plug-in delivers until it is stopped
 }
 
 void PluginSource::drain(const BlockConsumer& take, const std::function<bool()>& interrupted) {

@@ -9,8 +9,8 @@ namespace tev::host {
 // The events that a plug-in samples now.
 class PluginSource final : public EventSource {
  public:
-  // Sets the plug-in up, so that it samples. Throws RunError when it refuses, and UsageError when
-  // the buffer is too small.
+  // Sets up the plug-in, which then samples. Throws RunError when the plug-in refuses, and
+  // UsageError when the buffer is too small.
   PluginSource(const PluginOptions& options, std::uint64_t buffer_bytes);
 
   std::string name() const override { return session_.provider().name(); }

@@ -13,11 +13,11 @@ namespace tev::host {
 // The plug-in's provider, from construction to release, all on one thread.
 class Provider {
  public:
-  // Throws RunError when the record lacks an entry point. When the plug-in refuses, this is false
-  // as a condition and has no other use.
+  // Throws RunError when the record lacks an entry point. When the plug-in refuses, the object
+  // converts to false, and only its destructor may be called.
   Provider(const Plugin& plugin, const tev_custom_options* options);
 
-  // Stops it when that has not been done yet, and releases it.
+  // Stops the provider, unless it is stopped already, and releases it.
   ~Provider();
   Provider(const Provider&) = delete;
   Provider& operator=(const Provider&) = delete;

@@ -31,7 +31,7 @@ void say(const std::vector<OptionFinding>& warnings) {
   for (const OptionFinding& one : warnings) Log::instance().say("tev-host: " + one.text);
 }
 
-// Takes out the findings that are not warnings, and returns them as one text.
+// Removes the findings that are not warnings from `findings`, and returns them as one text.
 std::string takeRefused(std::vector<OptionFinding>& findings) {
   std::string text;
   for (const OptionFinding& one : findings)
@@ -46,7 +46,8 @@ std::vector<std::string> namesOf(const std::vector<DeviceCounts>& devices) {
   return names;
 }
 
-// `known_reason` takes precedence over what the plug-in logged, unless it is empty.
+// The text of the error. `known_reason` takes precedence over the plug-in's log, unless it is
+// empty.
 std::string refusal(const Plugin& plugin, const PluginOptions& options,
                     const std::string& known_reason = {}) {
   const auto explanation = Log::instance().explainRefusal();
@@ -69,7 +70,7 @@ std::string refusal(const Plugin& plugin, const PluginOptions& options,
 Session::Session(const PluginOptions& options) : types_(tev_create_type_system()) {
   if (!types_) throw std::bad_alloc();
   Log& log = Log::instance();
-  // With --log-level, the lines are shown at once: they help when the plug-in never returns.
+  // With --log-level, the lines are shown at once, also when the set-up hangs.
   log.beginSetUp(options.log_level, !options.log_level_given);
   setUp(options);
   // The simulator's adapters do not exist on this machine, so warnings about missing ones are

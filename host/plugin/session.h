@@ -14,8 +14,8 @@ namespace tev::host {
 // dictionary, type system, load, logger, construct, initialize, schema identities, start.
 class Session {
  public:
-  // Says what is odd about the options. Throws RunError, with the plug-in's own log lines about it,
-  // when something refuses.
+  // Reports the findings about the options. Throws RunError, with the plug-in's log lines, when the
+  // set-up fails.
   explicit Session(const PluginOptions& options);
 
   Provider& provider() { return *provider_; }
@@ -30,7 +30,7 @@ class Session {
 
   void setUp(const PluginOptions& options);
 
-  // In this order, so that the provider is released before the types that it registered.
+  // The order of these members is such that the provider is released before its types.
   std::optional<Plugin> plugin_;
   OptionTable table_;
   std::unique_ptr<tev_type_system_t, Destroy> types_;

@@ -1,4 +1,4 @@
-// Errors that end the program early. The text is one sentence for the person who started it.
+// Errors that end the program early. The text is one sentence for the user.
 #pragma once
 
 #include <stdexcept>

@@ -60,7 +60,7 @@ void keepLast(std::deque<T>& lines, T line, std::size_t most) {
   if (lines.size() > most) lines.pop_front();
 }
 
-// Without the tags ("[component] ") that it begins with, and without white space at its ends.
+// The text without the tags ("[component] ") at its beginning and without white space at both ends.
 std::string_view untagged(std::string_view text) {
   while (text.starts_with('[')) {
     const std::size_t end = text.find("] ");
@@ -96,8 +96,9 @@ void Log::endSetUp(bool show_kept) {
     if (show_kept && !line.shown && line.level <= level_) show(stamped(line));
 }
 
-// The last error or, without an error, the last warning. But when other lines follow the last error
-// or warning, the last of these lines, because a refusal ends with its conclusion.
+// If the last line is an error or a warning: the last error or, without an error, the last warning.
+// Otherwise: the lines after the last error or warning, of which the last kReasonLines are used. A
+// plug-in logs its conclusion last.
 std::string Log::reason() const {
   const auto is_serious = [](const Line& line) { return line.level <= TEV_LEVEL_WARNING; };
   const auto last_serious = std::find_if(set_up_.rbegin(), set_up_.rend(), is_serious);

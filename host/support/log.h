@@ -12,10 +12,10 @@
 
 namespace tev::host {
 
-// Takes the lines of all threads of the process. There is one instance.
+// Receives the log lines of all threads of the process. There is one instance.
 //
-// While the plug-in is being set up, it takes lines of every level and remembers the last of them,
-// so that it can explain a refusal. Afterwards it takes only the lines that are to be shown.
+// During the set-up of the plug-in it receives lines of every level and keeps the last ones, which
+// explain a refusal. Afterwards it receives only lines of the levels that are shown.
 class Log {
  public:
   static Log& instance();
@@ -23,16 +23,16 @@ class Log {
   Log(const Log&) = delete;
   Log& operator=(const Log&) = delete;
 
-  // Begins to take lines. Those up to `level` are shown at once or, with `later`, by endSetUp().
+  // Begins to receive lines. Lines up to `level` are shown at once or, with `later`, by endSetUp().
   void beginSetUp(std::uint32_t level, bool later);
 
   // The set-up succeeded. Shows the lines that beginSetUp() kept for later, or drops them.
   void endSetUp(bool show_kept);
 
   // The lines that explain a refusal: all errors and warnings, and the last lines of any level.
-  // Those that were shown already are left out of `unshown`.
+  // Lines that were already shown are not in `unshown`.
   struct Explanation {
-    std::string reason;                // on one line, without tags; empty when nothing was said
+    std::string reason;                // on one line, without tags; empty without log lines
     std::vector<std::string> unshown;  // lines, with their level
   };
   Explanation explainRefusal() const;
@@ -45,10 +45,10 @@ class Log {
   void holdBack();
   void release();
 
-  // The last `count` lines that are being kept.
+  // The last `count` lines that are being held back.
   std::vector<std::string> lastHeldBack(std::size_t count) const;
 
-  // A line from the host itself, shown unchanged.
+  // Shows a line of the host itself, without a time stamp or level.
   void say(const std::string& line);
 
   void write(std::uint32_t level, std::string text);

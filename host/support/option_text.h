@@ -1,5 +1,5 @@
-// Reads the values of options from their texts. A text that is not such a value throws a
-// UsageError, which names the option and says what is needed.
+// Converts the texts of options to values. If a text is not a valid value, throws a UsageError,
+// which names the option and the values that are possible.
 #pragma once
 
 #include <chrono>

@@ -51,8 +51,9 @@ StopSignal::StopSignal() {
   event_descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (event_descriptor < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
   request_count = 0;
-  // SIGINT is handled even when it is ignored so far, because a shell without job control starts
-  // background commands that way. SIGHUP stays ignored, because nohup ignores it on purpose.
+  // SIGINT is handled even if the process inherited it as ignored, because a shell without job
+  // control starts background commands in this way. SIGHUP then stays ignored, because nohup
+  // ignores it on purpose.
   handle(SIGINT, onStopSignal);
   handle(SIGTERM, onStopSignal);
   if (!isIgnored(SIGHUP)) handle(SIGHUP, onStopSignal);

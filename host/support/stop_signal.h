@@ -4,9 +4,9 @@
 
 namespace tev::host {
 
-// Turns SIGINT, SIGTERM and SIGHUP into a request to stop, which also ends waitUntil(). The third
-// signal kills the process. SIGPIPE is ignored, because writing reports the closed pipe. At most
-// one instance may exist.
+// Converts SIGINT, SIGTERM and SIGHUP to a request to stop, which also ends waitUntil(). The third
+// signal ends the process. SIGPIPE is ignored, because a write reports the closed pipe. At most one
+// instance may exist.
 class StopSignal {
  public:
   StopSignal();

@@ -12,7 +12,7 @@ std::uint8_t byteAt(std::string_view text, std::size_t i) {
   return static_cast<std::uint8_t>(text[i]);
 }
 
-// C0, DEL and C1, which control a terminal.
+// The control characters of a terminal: C0, DEL and C1.
 bool isControl(std::string_view character) {
   const std::uint8_t first = byteAt(character, 0);
   return first < 0x20 || first == 0x7f || (first == 0xc2 && byteAt(character, 1) < 0xa0);
@@ -58,7 +58,7 @@ std::size_t utf8Length(std::string_view text) {
   if (first < 0xc2 || first > 0xf4 || text.size() < length) return 0;
   for (std::size_t i = 1; i < length; ++i)
     if ((byteAt(text, i) & 0xc0) != 0x80) return 0;
-  // Overlong forms, surrogates, and what lies beyond the last code point.
+  // Refuses overlong forms, surrogates, and numbers beyond the last code point.
   const std::uint8_t second = byteAt(text, 1);
   if ((first == 0xe0 && second < 0xa0) || (first == 0xed && second > 0x9f) ||
       (first == 0xf0 && second < 0x90) || (first == 0xf4 && second > 0x8f))

@@ -1,4 +1,4 @@
-// Counts how often each value occurred, to within a ten-thousandth, in bounded memory.
+// The distribution of values, with a relative error below 1/8000, in bounded memory.
 #pragma once
 
 #include <cstdint>

@@ -9,7 +9,7 @@
 namespace tev::host {
 namespace {
 
-// In microseconds. Prints "-" when nothing was measured.
+// A number in microseconds, or "-" when nothing was measured.
 template <class Number>
 std::string cell(const Distribution& values, Number nsec, int digits) {
   if (values.count() == 0) return fmt::format("{:>11}", "-");
@@ -23,8 +23,8 @@ std::string intervalRow(const char* name, const Distribution& values) {
                                     : fmt::format("{:>13.2f}\n", 1e9 / values.mean()));
 }
 
-// The values are means of updates, so upper quantiles of them would say nothing about a single
-// pass.
+// Each value is the mean of one update. Upper quantiles are omitted, because they would not be the
+// quantiles of single passes.
 std::string costRow(const char* name, const Distribution& values) {
   return fmt::format("  {:<16}{}{}{:>22}{}\n", name, cell(values, values.mean(), 2),
                      cell(values, values.quantile(0.5), 1), "", cell(values, values.max(), 1));
@@ -47,7 +47,7 @@ void JitterMeter::event(const Event& event, const Series& series) {
 
 JitterMeter::Reading JitterMeter::read(const RunStatus& status) {
   Reading reading{.lost_samples = status.lost_samples, .reference = reference_.usage()};
-  // The whole is read last, so that the difference cannot be negative.
+  // The process's CPU time is read last, so that the difference cannot be negative.
   const std::uint64_t others = nowNsec(CLOCK_THREAD_CPUTIME_ID) + reading.reference.cpu_nsec;
   reading.plugin_nsec = nowNsec(CLOCK_PROCESS_CPUTIME_ID) - others;
   return reading;
@@ -56,9 +56,9 @@ JitterMeter::Reading JitterMeter::read(const RunStatus& status) {
 void JitterMeter::update(const RunStatus& status) {
   const Reading now = read(status);
   if (last_) {
-    // Passes whose samples were lost have a cost too, but they cannot be counted.
-    // The clocks of several threads are not read at one moment, so a short update may show less
-    // than the one before.
+    // Updates with lost samples are omitted, because passes without a sample use CPU time but
+    // cannot be counted. The clocks of several threads are not read at the same moment, so the
+    // difference can be negative in a short update.
     if (passes_ > 0 && now.lost_samples == last_->lost_samples &&
         now.plugin_nsec >= last_->plugin_nsec)
       costs_.add((now.plugin_nsec - last_->plugin_nsec) / passes_);

@@ -1,5 +1,5 @@
-// Measures how evenly a plug-in samples and what a sample costs, and compares both with a reference
-// timer that only sleeps.
+// Measures the sampling intervals of a plug-in and the CPU time of a sample, and compares both with
+// a reference timer that only sleeps.
 #pragma once
 
 #include <cstddef>
@@ -13,9 +13,9 @@
 
 namespace tev::host {
 
-// Measures the intervals between the time stamps of the first series that it gets, and the CPU time
-// that the plug-in's threads use from one update to the next. A reference timer gives the figures
-// to compare both with.
+// Measures the intervals between the time stamps of the first series that it receives, and the CPU
+// time that the plug-in's threads use from one update to the next. Both are compared with a
+// reference timer.
 class JitterMeter final : public Output {
  public:
   // `projection` chooses the series and must outlive this.
@@ -37,7 +37,7 @@ class JitterMeter final : public Output {
   struct Reading {
     std::uint64_t lost_samples = 0;  // of all devices
     ReferenceTimer::Usage reference{};
-    std::uint64_t plugin_nsec = 0;  // CPU of all threads but this one and the timer's
+    std::uint64_t plugin_nsec = 0;  // CPU time of all threads except this one and the timer's
   };
   Reading read(const RunStatus& status);
 

@@ -52,7 +52,7 @@ void ReferenceTimer::run() {
     const std::uint64_t now = nowNsec(CLOCK_MONOTONIC);
     intervals_.add(now - woke);
     woke = now;
-    if (now > due + interval) due = now - interval;  // missed wake-ups are not caught up
+    if (now > due + interval) due = now - interval;  // missed wake-ups are skipped
     ++wake_ups_;
   }
 }

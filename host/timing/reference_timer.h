@@ -1,6 +1,5 @@
-// A thread that only sleeps until the next due time, on the monotonic clock, and notes when it
-// woke. It shows how evenly the machine can wake a thread, as a reference for the sampling of a
-// plug-in.
+// A thread that only sleeps until the next due time, on the monotonic clock, and records the
+// intervals between its wake-ups. These are the reference for the sampling intervals of a plug-in.
 #pragma once
 
 #include <atomic>
@@ -21,7 +20,8 @@ class ReferenceTimer {
   void start();
   void stop();
 
-  // What its thread has used so far. After stop(): what the last call before it returned.
+  // The CPU time and the wake-ups of the timer's thread so far. After stop(), the result of the
+  // last call before it.
   struct Usage {
     std::uint64_t cpu_nsec = 0;
     std::uint64_t wake_ups = 0;
@@ -38,7 +38,7 @@ class ReferenceTimer {
   std::atomic<bool> running_{false};
   std::atomic<std::uint64_t> wake_ups_{0};
   Usage usage_;
-  Distribution intervals_;  // belongs to the thread while it runs
+  Distribution intervals_;  // used only by the thread while it runs
   std::thread thread_;
 };
 
