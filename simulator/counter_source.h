@@ -12,8 +12,8 @@ struct Moment {
   std::uint64_t sample;        // number of this read since then, from 0
 };
 
-// The source of one context. It is created when the context starts. Only one thread at a time uses
-// it. `sample` increases by one with each successful read.
+// The source of one slot in one context. It is created when the context starts. Only one thread at
+// a time uses it. `sample` increases by one with each successful read.
 class CounterSource {
  public:
   CounterSource() = default;

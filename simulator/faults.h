@@ -45,8 +45,8 @@ class Faults {
   std::array<std::vector<Fault>, kFunctionCount> of_;
 };
 
-// The faults that functions support. Some functions do not concern a device. Only a few return a
-// number. A release is done even when a failure is reported.
+// What a fault of a function may specify. Some functions do not concern a device. Only a few return
+// a number. Functions that release an object release it even when they report a failure.
 bool concernsDevice(Function function);
 bool deliversNumber(Function function);
 bool releases(Function function);

@@ -8,7 +8,7 @@
 namespace simulator {
 namespace {
 
-// Far deeper than any scenario, but small enough for recursion over the tree.
+// Much deeper than any scenario, and small enough for recursion over the tree.
 constexpr std::size_t kMaxDepth = 32;
 constexpr std::size_t kMaxMembers = 1024;  // of one object
 

@@ -1,5 +1,5 @@
-// The only function of the telemetry library that a device SDK does not have. It reports what its
-// user has done so far.
+// The only function of the telemetry library that a device SDK does not have. It reports the calls
+// of the library's user so far.
 #pragma once
 
 #include <cstdint>

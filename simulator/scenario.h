@@ -67,7 +67,7 @@ struct Scenario {
   std::map<vuna_status, std::string> status_names;
 };
 
-// A scenario that cannot be played. The text is for people and states where the error is.
+// A scenario that cannot be played. The text names the place and the reason.
 class ScenarioError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

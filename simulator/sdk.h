@@ -1,5 +1,4 @@
-// The state of the simulated SDK: the scenario, the existing handles, and what its user does with
-// them.
+// The state of the simulated SDK: the scenario, the existing handles, and the calls of its user.
 #pragma once
 
 #include <array>
@@ -21,7 +20,7 @@
 
 namespace simulator {
 
-// The object of a call, as far as its arguments identify it.
+// The object and the slot that a call concerns. Parts that its arguments do not identify are empty.
 struct Subject {
   const void* handle = nullptr;  // a device description, a device or a context
   std::optional<std::uint32_t> slot;

@@ -43,7 +43,7 @@ vuna_status statusOf(const std::exception& error) {
   return dynamic_cast<const std::bad_alloc*>(&error) ? kNoMemory : kFailure;
 }
 
-// A call with a null argument.
+// The result of a call with a null argument, which is counted as misuse.
 vuna_status nullArgument(Function function) noexcept {
   try {
     Sdk& sdk = Sdk::instance();
@@ -77,7 +77,7 @@ vuna_status play(Sdk& sdk, const Fault* fault, const Deliver& deliver, const Wor
   return fault->status != kVunaSuccess ? fault->status : done;
 }
 
-// The frame of every function that returns a status.
+// The common code of all functions that return a status.
 template <class Deliver, class Work>
 vuna_status call(Function function, const Subject& subject, const Deliver& deliver,
                  const Work& work) noexcept {
@@ -96,7 +96,7 @@ vuna_status call(Function function, const Subject& subject, const Deliver& deliv
   }
 }
 
-// The frame of the two that return a pointer.
+// The common code of the two functions that return a pointer.
 template <class Result, class Work>
 Result* callForPointer(Function function, const void* handle, Result* on_failure,
                        const Work& work) noexcept {

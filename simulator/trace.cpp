@@ -49,7 +49,8 @@ class Word {
   std::size_t length_ = 0;
 };
 
-// One write for one line: with O_APPEND, lines of threads and processes stay whole.
+// Writes a line with one call. With O_APPEND, lines of different threads and processes are then not
+// mixed.
 __attribute__((format(printf, 2, 3))) void writeLine(int descriptor, const char* format, ...) {
   if (descriptor < 0) return;
   char line[512];
@@ -60,7 +61,7 @@ __attribute__((format(printf, 2, 3))) void writeLine(int descriptor, const char*
   if (length < 0) return;
   const auto end = std::min(static_cast<std::size_t>(length), sizeof line - 2);
   line[end] = '\n';
-  // When the disk is full, only lines of the trace are lost.
+  // Other errors, such as a full disk, are ignored: only the line is lost.
   while (write(descriptor, line, end + 1) < 0 && errno == EINTR) continue;
 }
 

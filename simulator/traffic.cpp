@@ -24,13 +24,13 @@ constexpr double kQueueNsec = 70'000;
 constexpr double kCalmMarkedPart = 0.0002;
 constexpr double kCalmRttNsec = 9'000;
 
-// Noise in [-1, 1), with an independent stream for each `what`.
+// Noise in [-1, 1). Each value of `what` selects an independent stream.
 double noise(std::uint64_t seed, std::uint64_t what, std::uint64_t cell) {
   const std::uint64_t bits = mix(mix(seed + what) + cell) >> 11U;
   return static_cast<double>(bits) * 0x1p-52 - 1;
 }
 
-// Offered load at a time of the cycle, around 1 and below 1.3. A cycle is a whole number of periods
+// Offered load at a time of the cycle: about 1, and below 1.3. A cycle is a whole number of periods
 // of both waves.
 double load(double seconds, std::uint64_t seed, std::uint64_t direction) {
   const double turn = 2 * std::numbers::pi * seconds / kCycleSeconds;
@@ -38,7 +38,7 @@ double load(double seconds, std::uint64_t seed, std::uint64_t direction) {
   return 1 + 0.18 * std::sin(2 * turn + phase) + 0.07 * std::sin(5 * turn + 3 * phase);
 }
 
-// 0 outside the time of congestion, 1 in the middle of it.
+// The degree of congestion: 0 outside the time of congestion, 1 in the middle of it.
 double congestion(double seconds, double start) {
   const double progress = (seconds - start) / kCongestionSeconds;
   if (progress <= 0 || progress >= 1) return 0;
@@ -105,8 +105,8 @@ bool isGauge(Metric metric) {
 Traffic::Traffic(const TrafficShape& shape, std::uint64_t seed)
     : planes_(std::min(shape.planes, kMaxPlanes)), edges_(kCells + 1) {
   for (std::size_t cell = 0; cell < kCells; ++cell) addCell(cell, shape, seed);
-  for (std::size_t p = 0; p < planes_;
-       ++p) {  // gauges have the same value at the end of a cycle as at its start
+  // Gauges have the same value at the end of a cycle as at its start.
+  for (std::size_t p = 0; p < planes_; ++p) {
     edges_[kCells].planes[p].rtt_nsec = edges_[0].planes[p].rtt_nsec;
     edges_[kCells].planes[p].bytes_per_second = edges_[0].planes[p].bytes_per_second;
   }
@@ -120,8 +120,8 @@ void Traffic::addCell(std::size_t cell, const TrafficShape& shape, std::uint64_t
   const double cell_seconds = kCellUsec / 1e6;
   const double seconds = static_cast<double>(cell) * cell_seconds;
   const double jam = congestion(seconds, shape.congestion_start_seconds);
-  const double in_transit =
-      jam * (1 - jam) * 4;  // flows that change planes while congestion begins and ends
+  // Flows change planes while congestion begins and ends.
+  const double in_transit = jam * (1 - jam) * 4;
   const double sent = shape.mean_bytes_per_second * load(seconds, seed, 1);
   const double received = shape.mean_bytes_per_second * 0.9 * load(seconds, seed, 2);
   const auto plane_count = static_cast<double>(planes_);

@@ -41,7 +41,7 @@ struct RandomWalk {
 
 using ValueLaw = std::variant<Constant, Ramp, Sine, RandomWalk>;
 
-// The key of one counter's random numbers; see RandomWalk in docs/simulator.md.
+// The key of one counter's random numbers (section "Laws" of docs/simulator.md).
 std::uint64_t counterKey(std::uint64_t seed, std::size_t device, std::size_t slot,
                          std::size_t counter);
 
