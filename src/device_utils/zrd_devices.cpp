@@ -91,7 +91,7 @@ bool isZrdDirEmpty(const HostRoots& roots) {
   const FolderPtr entries(opendir(folder(roots).c_str()));
   if (!entries) {
     TEV_LOG_INFO("[device_utils] /dev/zrd is empty or does not exist");
-    return false;  // intentional: the caller must detect a missing directory
+    return false;  // callers expect that a missing directory is not empty
   }
   while (const dirent* entry = readdir(entries.get())) {
     const std::string_view name = entry->d_name;

@@ -57,7 +57,7 @@ MallocPtr<std::uint32_t> allEmpty(std::uint32_t buckets) {
   return states;
 }
 
-// Characters are signed or unsigned as plain `char` is.
+// Characters are converted as plain `char`, which is signed or unsigned depending on the machine.
 std::uint32_t hashOf(const char* key) {
   std::uint32_t hash = 0;
   for (; *key != '\0'; ++key) hash = hash * 31 + static_cast<std::uint32_t>(*key);

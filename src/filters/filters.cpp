@@ -32,8 +32,8 @@ TerminatedToken terminated(const char* token) {
   return copy;
 }
 
-// Returns false, with the reason logged, when there is no room for the token. An empty token does
-// not need room.
+// Returns false, with the reason logged, when there is no room for the token. Empty tokens are
+// ignored.
 bool append(std::string_view token, tev_filter_token_t* tokens, std::size_t& count) {
   if (token.empty()) return true;
   if (count >= kMaxTokens) {

@@ -99,9 +99,10 @@ struct CleanUpAtExit {
   ~CleanUpAtExit() { tev_logger_cleanup_mutex_exit_handler(); }
 };
 
-// No line is being written while the process forks. Otherwise the child would get half a line in
-// its copy of the stream, and would wait for locks whose holders do not exist there. A line that
-// takes longer than this (a pipe that nobody reads) does not keep the process from forking.
+// The mutex is held while the process forks, so that no line is being written. Otherwise the child
+// could get a part of a line in its copy of the stream, and could wait for locks that are never
+// released there. If a line takes longer than this (because a pipe is not read), the process forks
+// without the mutex.
 constexpr int kLongestLineSeconds = 1;
 [[gnu::tls_model("initial-exec")]] thread_local bool held_for_fork = false;
 
@@ -255,8 +256,8 @@ void _tev_log(uint32_t level, const char* format, ...) {
 }
 
 void __tev_init_logger_default(void) {
-  // A threshold of -1 is the same number as "not initialised yet". Without the guard, messages of
-  // the initialisation itself would then start it again.
+  // A threshold of -1 in the environment is the number that means "not initialised yet". Without
+  // the guard, messages of the initialisation would then start it again.
   const ReentryGuard guard(is_initialising);
   if (!guard.first()) return;
 

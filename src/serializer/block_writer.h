@@ -60,8 +60,8 @@ std::uint64_t eventSize(const tev_data_serializer_t& serializer, std::uint8_t sc
                         std::uint8_t type_index);
 
 // Writes blocks of one type, like tev_data_serializer_write_events_ts(), but looks up the type only
-// once for many events. Nobody else may write to the serializer at the same time. The serializer's
-// record is up to date after every block.
+// once for many events. No other code may write to the serializer at the same time. The
+// serializer's record is up to date after every block.
 class BlockWriter {
  public:
   // With a null serializer, nothing is written.
@@ -101,8 +101,8 @@ class BlockWriter {
   }
 
  private:
-  // Logs, once in ten seconds, that the type has no size. It does not receive a pointer to the
-  // writer, so that the writer's members can be kept in registers.
+  // Logs, at most once in ten seconds, that the type has no size. It does not receive a pointer to
+  // the writer, so that the writer's members can be kept in registers.
   static void reportNoSize(const tev_data_serializer_t& serializer, std::uint8_t schema_index,
                            std::uint8_t type_index);
 

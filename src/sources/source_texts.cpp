@@ -64,8 +64,8 @@ std::optional<Range> makeRange(std::optional<std::string_view> prefix, std::stri
   return Range{prefix, *from, *to};
 }
 
-// "N", "first-last" or "prefix[first-last]"; the first '-' of the text is the separator, even in
-// the prefix.
+// "N", "first-last" or "prefix[first-last]". The first '-' of the text is the separator, even if it
+// is in the prefix.
 std::optional<Range> parseRange(std::string_view text) {
   const auto dash = text.find('-');
   if (dash == std::string_view::npos) return makeRange(std::nullopt, "1", text);

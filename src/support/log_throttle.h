@@ -5,9 +5,9 @@
 
 namespace tev::support {
 
-// Allows one message of a call site in ten seconds, across all threads. Each call site needs its
-// own object with static storage. Test the level first, so that a message of a disabled level does
-// not count.
+// Allows one message of a call site in ten seconds, for all threads together. Each call site needs
+// its own object with static storage. Test the level first, so that a message of a disabled level
+// does not count.
 class LogThrottle {
  public:
   static constexpr std::uint64_t kQuietUsec = 9'999'999;

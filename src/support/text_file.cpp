@@ -64,7 +64,7 @@ Text cutByTheWait(std::string bytes, milliseconds patience) {
 std::optional<Text> readFrom(int fd, const TextLimits& limits) {
   std::string text;
   char chunk[4096];
-  // A pipe without a writer would look as if it had ended.
+  // A read from a pipe without a writer reports the end of the file.
   if (limits.until_first.count() > 0 && isPipe(fd) && !waitForMore(fd, limits.until_first))
     return cutByTheWait(std::move(text), limits.until_first);
   while (text.size() <= limits.bytes) {
@@ -108,7 +108,7 @@ std::optional<std::string> readFirstLines(const char* tag, const std::string& pa
   if (!text) return std::nullopt;
   std::string& bytes = text->bytes;
   if (!text->cut_because.empty()) {
-    // A part of a line could have a different meaning from the whole line.
+    // A cut line is dropped, because it could have a different meaning.
     bytes.resize(std::min(bytes.size(), max_bytes));
     bytes.erase(bytes.rfind('\n') + 1);
     TEV_LOG_WARNING("[%s] %s: only the first %zu bytes are read", tag, path.c_str(), bytes.size());

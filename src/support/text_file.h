@@ -1,5 +1,4 @@
-// External texts: files, pipes, devices. The time spent waiting for data is bounded for all of
-// them, and so is the memory.
+// External texts: files, pipes, devices. The time to wait for data and the memory are limited.
 #pragma once
 
 #include <chrono>

@@ -1,4 +1,5 @@
-// The one-shot digest functions that do not depend on loadable providers are marked as deprecated.
+// This file uses a digest function that does not depend on loadable providers. OpenSSL marks such
+// functions as deprecated.
 #define OPENSSL_SUPPRESS_DEPRECATED
 
 #include "src/data/schema/schema_id.h"
