@@ -16,8 +16,8 @@
 
 namespace tev::bench {
 
-// A clock with which the provider's own thread makes only its first pass. The benchmark makes all
-// other passes.
+// A clock that stops the provider's own thread after its first pass. The benchmark makes all other
+// passes.
 class ParkedClock final : public events::multipath::Clock {
  public:
   std::uint64_t realtimeUsec() override { return bench::realtimeUsec(); }
@@ -127,8 +127,8 @@ class Delivery {
   std::vector<std::uint8_t> out_;
 };
 
-// A swap with this number of events in the half that the host returns, and the bare clearing of the
-// same number of bytes.
+// A swap of the buffers, and as its baseline the clearing of the same number of bytes. The half
+// that the host returns contains the given number of events.
 class SwapWork {
  public:
   SwapWork(const Shape& shape, std::size_t capacity, std::size_t used)

@@ -1,5 +1,5 @@
-// A device SDK whose functions take almost no time: a read only reports that it has filled the
-// values.
+// A device SDK whose functions take almost no time. A read does not write values. It only reports
+// that it has.
 #pragma once
 
 #include <cstdint>

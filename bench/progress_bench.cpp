@@ -1,6 +1,6 @@
-// Delivery of events to the host's serializer; the baseline writes a 16-byte header and a copy per
-// event. Also the swap of the buffers, whose cost should be proportional to the used part of the
-// buffers.
+// Delivery of events to the host's serializer. The baseline writes a 16-byte header and a copy per
+// event. The swap of the buffers is also measured. Its cost should be proportional to the used part
+// of the buffers.
 #include <benchmark/benchmark.h>
 
 #include <cstring>
@@ -32,8 +32,8 @@ BENCHMARK(progress)
     ->UseManualTime()
     ->MinTime(0.02);
 
-// `share` percent of a buffer of 8 MiB have been written when it is swapped. The baseline clears
-// the same bytes.
+// Swaps a buffer of 8 MiB of which `share` percent are used. The baseline clears the same number of
+// bytes.
 void swap(benchmark::State& state) {
   constexpr std::size_t kEvents = 8192;
   constexpr std::uint32_t kCounters = 256;
