@@ -11,8 +11,8 @@
 #include "simulator/scenario.h"
 
 // The sizes that were last reported to a device's user. The simulator never writes beyond them,
-// whatever sizes the scenario makes the device report. Before the first query, the scenario's own
-// numbers apply.
+// also when the scenario makes the device report other sizes. Before the first query, the
+// scenario's own numbers apply.
 struct ToldSizes {
   explicit ToldSizes(const simulator::Device& device);
   std::atomic<std::uint32_t> algo_info_len;

@@ -38,7 +38,7 @@ JitterMeter::JitterMeter(const Projection& projection, std::uint64_t interval_us
 void JitterMeter::event(const Event& event, const Series& series) {
   if (!series_) series_ = series.number;
   if (series.number != *series_) return;
-  // The real-time clock may have been stepped back meanwhile.
+  // The interval is omitted when the real-time clock was stepped back.
   if (last_usec_ != 0 && event.timestamp_usec >= last_usec_)
     intervals_.add((event.timestamp_usec - last_usec_) * 1'000);
   last_usec_ = event.timestamp_usec;

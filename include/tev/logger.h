@@ -3,7 +3,7 @@
  * Every module that is loaded into a process has its own logger state. A host shares its state with
  * a plug-in: it passes the result of tev_get_logger_ctx() to the plug-in's _tev_register_logger().
  *
- * Nothing is printed until TEV_API_LOG_LEVEL (or API_LOG_LEVEL) is set in the environment or a
+ * The logger is silent until TEV_API_LOG_LEVEL (or API_LOG_LEVEL) is set in the environment or a
  * logger is initialised by one of the calls below. Any thread may log. The calls that configure the
  * logger are for start-up, when no other thread logs. The logger itself does not allocate memory to
  * log.
