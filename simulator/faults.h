@@ -20,8 +20,8 @@ struct Fault {
   };
 
   Function function{};
-  std::optional<std::uint64_t> call;  // the n-th matching call, from 1; empty: every call
-  std::optional<std::string> device;  // only calls about this device count
+  std::optional<std::uint64_t> call{};  // the n-th matching call, from 1; empty: every call
+  std::optional<std::string> device{};  // only calls about this device count
   vuna_status status = kVunaSuccess;
   Deliver deliver = Deliver::untouched;
   std::uint32_t number = 0;

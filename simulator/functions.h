@@ -1,4 +1,5 @@
-// The SDK's functions as values, for counting, tracing and faults.
+// The SDK's functions: their prototypes, and the functions as values, for counting, tracing and
+// faults.
 #pragma once
 
 #include <array>
@@ -7,6 +8,13 @@
 #include <string_view>
 
 #include "sdk/vuna_abi.h"
+
+// A definition that differs from its row does not compile.
+extern "C" {
+#define F(name, result, parameters) __attribute__((visibility("default"))) result name parameters;
+VUNA_FUNCTIONS(F)
+#undef F
+}
 
 namespace simulator {
 

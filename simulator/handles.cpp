@@ -15,10 +15,14 @@ std::uint64_t monotonicUsec() {
          static_cast<std::uint64_t>(now.tv_nsec) / 1'000;
 }
 
+std::uint32_t atMostAllCounters(std::uint32_t number) {
+  return std::min<std::uint32_t>(number, simulator::kMaxCounters);
+}
+
 std::uint32_t mostDeclared(const simulator::Device& device) {
   std::uint32_t most = 0;
   for (const simulator::Slot& slot : device.slots) most = std::max(most, slot.declared_counters);
-  return most;
+  return atMostAllCounters(most);
 }
 
 }  // namespace
@@ -26,7 +30,7 @@ std::uint32_t mostDeclared(const simulator::Device& device) {
 ToldSizes::ToldSizes(const simulator::Device& device)
     : algo_info_len(device.max_algo_info_len),
       counter_info_len(device.max_counter_info_len),
-      max_num_counters(device.max_num_counters),
+      max_num_counters(atMostAllCounters(device.max_num_counters)),
       declared_counters(mostDeclared(device)) {}
 
 namespace simulator {

@@ -12,7 +12,7 @@
 
 // The sizes that were last reported to a device's user. The simulator never writes beyond them,
 // also when the scenario makes the device report other sizes. Before the first query, the
-// scenario's own numbers apply.
+// scenario's own numbers apply, and a read fills at most kMaxCounters.
 struct ToldSizes {
   explicit ToldSizes(const simulator::Device& device);
   std::atomic<std::uint32_t> algo_info_len;

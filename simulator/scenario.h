@@ -36,13 +36,14 @@ struct Slot {
   std::uint32_t algo_id = 1;
   std::uint32_t major_version = 1;
   std::uint32_t minor_version = 0;
-  std::string info;
+  std::string info{};
   bool unterminated = false;  // texts are returned without a terminating NUL
   std::uint32_t declared_counters = 0;
   std::uint32_t filled_counters = 0;  // the number that a read reports as filled
   std::uint64_t read_latency_usec = 0;
-  std::vector<Counter> counters;
-  std::function<std::unique_ptr<CounterSource>()> make_source;  // empty in a slot without counters
+  std::vector<Counter> counters{};
+  std::function<std::unique_ptr<CounterSource>()>
+      make_source{};  // empty in a slot without counters
 };
 
 struct Device {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <new>
 #include <utility>
 
@@ -21,18 +20,10 @@ auto find(Map& map, const void* handle) {
 
 }  // namespace
 
-Sdk& Sdk::instance() {
-  static Sdk sdk;
-  return sdk;
-}
+Sdk::Sdk(Scenario scenario, const char* trace) : scenario_(std::move(scenario)), trace_(trace) {}
 
-Sdk::Sdk() : trace_(secure_getenv("VUNA_SIMULATOR_TRACE")) {
-  try {
-    scenario_ = scenarioOfEnvironment();
-  } catch (const ScenarioError& error) {
-    refusal_ = error.what();
-  }
-}
+Sdk::Sdk(const ScenarioError& refusal, const char* trace)
+    : refusal_(refusal.what()), trace_(trace) {}
 
 // This does not log, because the log streams may already be closed at the end of a process.
 Sdk::~Sdk() {
@@ -114,6 +105,13 @@ std::string Sdk::report() const {
   for (std::size_t i = 0; i < kFunctionCount; ++i)
     if (const std::uint64_t calls = calls_[i]) add(kFunctionNames[i], calls);
   return text;
+}
+
+bool Sdk::released() const {
+  const std::scoped_lock lock(mutex_);
+  const auto unowned = [](const auto& entry) { return entry.second->unowned; };
+  return std::ranges::all_of(lists_, unowned) && std::ranges::all_of(devs_, unowned) &&
+         std::ranges::all_of(contexts_, unowned);
 }
 
 // A release never fails. When memory is short, the released handle is not kept.

@@ -31,10 +31,15 @@ struct Subject {
 // refused and counted as misuse.
 class Sdk {
  public:
-  // Created by the first call after the library was loaded, and destroyed when it is unloaded.
+  // The object that the SDK's functions use. The code that links them defines this function. In
+  // the exported library, the object is created by the first call after the library was loaded, and
+  // destroyed when it is unloaded.
   static Sdk& instance();
 
-  Sdk();
+  // `trace`: the file of the trace; null or empty: no trace.
+  Sdk(Scenario scenario, const char* trace);
+  // An SDK that lists no devices, because its scenario cannot be played.
+  Sdk(const ScenarioError& refusal, const char* trace);
   Sdk(const Sdk&) = delete;
   Sdk& operator=(const Sdk&) = delete;
   ~Sdk();
@@ -57,6 +62,8 @@ class Sdk {
       vuna_status status) const;  // static, or lives until the library is unloaded
   Log& log() { return log_; }
   std::string report() const;
+  // Whether everything that must be released has been released.
+  bool released() const;
 
   // The existing device of a description. Null when the description is invalid, which is counted
   // as misuse.

@@ -14,13 +14,6 @@
 #include "simulator/report.h"
 #include "simulator/sdk.h"
 
-// The prototypes. A definition below that differs from its row does not compile.
-extern "C" {
-#define F(name, result, parameters) __attribute__((visibility("default"))) result name parameters;
-VUNA_FUNCTIONS(F)
-#undef F
-}
-
 namespace simulator {
 namespace {
 
