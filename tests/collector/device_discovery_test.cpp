@@ -2,8 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
-#include <algorithm>
-#include <optional>
+#include <utility>
 
 #include "tests/support/captured_log.h"
 #include "tests/support/fake_machine.h"
@@ -12,6 +11,8 @@
 namespace tev::events::multipath {
 namespace {
 
+using test::failing;
+using test::Function;
 using Texts = std::vector<std::string>;
 
 // Two devices with interfaces, one without.
@@ -26,8 +27,9 @@ class DeviceDiscovery : public testing::Test, protected test::FakeMachine {
   }
 
   // The names of the devices; empty when initialize failed. The devices have been released.
-  Texts found(const char* devices = "") {
-    Collector collector(test::options({{"multipath-devices", devices}}).get(), surroundings());
+  Texts found(const char* selected = "") {
+    sdk.restart();
+    Collector collector(test::options({{"multipath-devices", selected}}).get(), surroundings());
     const bool initialized = collector.initialize();
     EXPECT_EQ(initialized, collector.numDevices() > 0);
     Texts names;
@@ -43,11 +45,13 @@ class DeviceDiscovery : public testing::Test, protected test::FakeMachine {
     EXPECT_EQ(log.count(level, "[multipath] " + text), 1u) << text;
   }
 
+  std::vector<simulator::Device>& devices = sdk.scenario.devices;
   std::vector<SlotInfo> slots;
   test::CapturedLog log;
 };
 
 TEST_F(DeviceDiscovery, NamesDevicesByTheirShortestInterface) {
+  sdk.trace_file = tree.path("trace");
   EXPECT_EQ(found(), (Texts{"eth3", "eth1", "rdma2"}));
   expectLogged(7, "RDMA device rdma0 mapped to network interface eth3");
   expectLogged(7, "RDMA device rdma1 mapped to one and only network interface eth1");
@@ -55,9 +59,13 @@ TEST_F(DeviceDiscovery, NamesDevicesByTheirShortestInterface) {
   expectLogged(4, "No network interface found for RDMA device rdma2, using ibdev name as fallback");
   expectLogged(6, "Device eth3: algo_id=100, algo_version=1.2");
   expectLogged(7, "Found active algo slot 0 for device eth3");
-  EXPECT_EQ(Texts(sdk.trace.end() - 10, sdk.trace.end()),
-            (Texts{"stop rdma0", "destroy rdma0", "close rdma0", "stop rdma1", "destroy rdma1",
-                   "close rdma1", "stop rdma2", "destroy rdma2", "close rdma2", "unlist"}));
+  std::string releases;
+  for (const std::string name : {"rdma0", "rdma1", "rdma2"})
+    for (const std::string call :
+         {"vuna_telemetry_mp_stop ", "vuna_telemetry_mp_destroy ", "vuna_dev_close "})
+      releases += call + name + " - 0\n";
+  EXPECT_THAT(test::readAll(tree.path("trace")),
+              testing::EndsWith(releases + "vuna_devinfo_destroy_list - - 0\n"));
 
   // Among interfaces with equally short names, the first one is used.
   for (const char* name : {"eth0", "eth7", "eth2"})
@@ -82,7 +90,7 @@ TEST_F(DeviceDiscovery, SelectsByTheResolvedNameOnly) {
     expectLogged(7, "Failed to set devices");
   }
   // A device without support is tried only when it is selected by name.
-  sdk.devices[0].supported = 9;
+  devices[0].multipath_support = 9;
   EXPECT_EQ(found(), (Texts{"eth1", "rdma2"}));
   expectLogged(6, "Skipping device eth3 as it does not support MP: STATUS_9");
   EXPECT_EQ(found("eth3"), Texts{"eth3"});
@@ -90,48 +98,49 @@ TEST_F(DeviceDiscovery, SelectsByTheResolvedNameOnly) {
 
 TEST_F(DeviceDiscovery, LeavesOutADeviceThatFails) {
   struct Row {
-    test::Fault fault;
+    simulator::Fault fault;
     const char* line;
   };
   const Row rows[] = {
-      {{"vuna_dev_open"}, "Could not open device #0: STATUS_5"},
-      {{"vuna_dev_open", 1, 0}, "Invalid device #0"},
-      {{"vuna_dev_as_devinfo"}, "Could not get device #0"},
-      {{"vuna_devinfo_get_ibdev_name"}, "Could not get device name of device #0 (STATUS_5)"},
-      {{"vuna_telemetry_mp_create"}, "Could not create vuna context for device eth3: STATUS_5"},
-      {{"vuna_telemetry_mp_create", 1, 0}, "Invalid MP for device eth3"},
-      {{"vuna_telemetry_mp_start"}, "Could not start MP for device eth3: STATUS_5"},
+      {failing(Function::vuna_dev_open), "Could not open device #0: STATUS_5"},
+      {failing(Function::vuna_dev_open, 1, 0), "Invalid device #0"},
+      {failing(Function::vuna_dev_as_devinfo), "Could not get device #0"},
+      {failing(Function::vuna_devinfo_get_ibdev_name),
+       "Could not get device name of device #0 (STATUS_5)"},
+      {failing(Function::vuna_telemetry_mp_create),
+       "Could not create vuna context for device eth3: STATUS_5"},
+      {failing(Function::vuna_telemetry_mp_create, 1, 0), "Invalid MP for device eth3"},
+      {failing(Function::vuna_telemetry_mp_start), "Could not start MP for device eth3: STATUS_5"},
       // The second description is read by the search for the slot.
-      {{"vuna_dev_as_devinfo", 2}, "Could not get device info for device eth3"},
-      {{"vuna_telemetry_mp_cap_get_max_algo_slots"},
+      {failing(Function::vuna_dev_as_devinfo, 2), "Could not get device info for device eth3"},
+      {failing(Function::vuna_telemetry_mp_cap_get_max_algo_slots),
        "Could not get max algo slots for device eth3: STATUS_5"},
-      {{"vuna_telemetry_mp_get_algo_major_version"},
+      {failing(Function::vuna_telemetry_mp_get_algo_major_version),
        "Could not get algo major version for slot 0 of device eth3: STATUS_5"},
-      {{"vuna_telemetry_mp_get_algo_minor_version"},
+      {failing(Function::vuna_telemetry_mp_get_algo_minor_version),
        "Could not get algo minor version for slot 0 of device eth3: STATUS_5"},
-      {{"vuna_telemetry_mp_cap_get_max_algo_info_len"},
+      {failing(Function::vuna_telemetry_mp_cap_get_max_algo_info_len),
        "Could not get max algo info len for device eth3: STATUS_5"},
-      {{"vuna_telemetry_mp_cap_get_max_algo_info_len", 1, 0},
+      {failing(Function::vuna_telemetry_mp_cap_get_max_algo_info_len, 1, 0),
        "Max algo info len for device eth3 is 0"},
-      {{"vuna_telemetry_mp_get_algo_info"},
+      {failing(Function::vuna_telemetry_mp_get_algo_info),
        "Could not get algo info for slot 0 of device eth3: STATUS_5"},
-      {{"vuna_telemetry_mp_get_num_counters"},
+      {failing(Function::vuna_telemetry_mp_get_num_counters),
        "Could not get num counters for slot 0 of device eth3: STATUS_5"},
-      {{"vuna_telemetry_mp_cap_get_max_counter_info_len"},
+      {failing(Function::vuna_telemetry_mp_cap_get_max_counter_info_len),
        "Could not get max counter info len for device eth3: STATUS_5"},
-      {{"vuna_telemetry_mp_get_counter_info", 2},
+      {failing(Function::vuna_telemetry_mp_get_counter_info, 2),
        "Could not get counter info for counter 1 of slot 0 of device eth3: STATUS_5"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.line);
-    sdk.faults = {row.fault};
-    sdk.calls.clear();
-    sdk.trace.clear();
+    sdk.scenario.faults = {};
+    sdk.scenario.faults.add(row.fault);
     log.clear();
     EXPECT_EQ(found(), (Texts{"eth1", "rdma2"}));
     expectLogged(4, row.line);
     EXPECT_EQ(log.contains(4, "[multipath] Could not set active algo slot info for device eth3"),
-              std::count(sdk.trace.begin(), sdk.trace.end(), "start rdma0") == 1);
+              sdk.reported("starts") == 3);
     EXPECT_TRUE(sdk.balanced());
   }
   EXPECT_TRUE(log.contains(4, "[multipath] Could not fill up slot info for device eth3"));
@@ -139,7 +148,7 @@ TEST_F(DeviceDiscovery, LeavesOutADeviceThatFails) {
 
 TEST_F(DeviceDiscovery, TheFirstSlotThatIsFullyOnWins) {
   struct Row {
-    test::FakeSlot slot;
+    simulator::Slot slot;
     std::uint32_t level;
     const char* line;
     bool ends_the_search = false;
@@ -147,8 +156,10 @@ TEST_F(DeviceDiscovery, TheFirstSlotThatIsFullyOnWins) {
   const Row rows[] = {
       {{.id_status = 18}, 7, "slot 0 of device eth3 is empty"},
       {{.enable_status = 21}, 7, "slot 0 of device eth3 is invalid"},
-      {{.algo_enabled = 0}, 7, "Found active algo slot 0 for device eth3 but algo is not enabled"},
-      {{.counters_enabled = 0},
+      {{.algo_enabled = false},
+       7,
+       "Found active algo slot 0 for device eth3 but algo is not enabled"},
+      {{.counters_enabled = false},
        4,
        "Found active algo slot 0 for device eth3 but counters are not enabled"},
       {{.id_status = 21}, 4, "Could not get algo ID for slot 0 of device eth3: STATUS_21", true},
@@ -157,52 +168,54 @@ TEST_F(DeviceDiscovery, TheFirstSlotThatIsFullyOnWins) {
        "Could not get algo enable status for slot 0 of device eth3: STATUS_18",
        true},
   };
+  const auto good = devices[0].slots[0];
+  devices[0].max_algo_slots = 3;
   for (const auto& row : rows) {
     SCOPED_TRACE(row.line);
     log.clear();
-    sdk.devices[0].slots = {row.slot, {}, {}};
+    devices[0].slots = {row.slot, good, good};
     const auto names = found();
     ASSERT_EQ(names[0], row.ends_the_search ? "eth1" : "eth3");
     EXPECT_EQ(slots[0].slot, row.ends_the_search ? 0 : 1);
     expectLogged(row.level, row.line);
   }
-  sdk.devices[0].slots.clear();
+  devices[0].slots.clear();
   EXPECT_EQ(found()[0], "eth1");
   expectLogged(4, "No active algo slot found for device eth3");
 }
 
 TEST_F(DeviceDiscovery, AHandleCountsWhateverTheStatusAndAListOnlyWithASuccess) {
-  sdk.faults = {{.function = "vuna_dev_open", .delivers = true}};
+  const auto deliver_with_failure = [this](Function function) {
+    auto fault = failing(function);
+    fault.deliver = simulator::Fault::Deliver::result;
+    sdk.scenario.faults.add(fault);
+  };
+  deliver_with_failure(Function::vuna_dev_open);
   EXPECT_EQ(found()[0], "eth3");
   expectLogged(4, "Could not open device #0: STATUS_5");
 
-  sdk.faults = {{.function = "vuna_devinfo_create_list", .call = 2, .delivers = true}};
+  deliver_with_failure(Function::vuna_devinfo_create_list);
   EXPECT_EQ(found(), Texts());
   expectLogged(7, "Failed to create device list: STATUS_5");
-  EXPECT_EQ(sdk.calls["vuna_devinfo_destroy_list"], 1u);
+  EXPECT_EQ(sdk.reported("vuna_devinfo_destroy_list"), 0u);
 
   // A count without a list, with any status.
-  const auto with_null_list = [](auto*** list, auto* count) {
+  sdk.functions.vuna_devinfo_create_list = [](auto*** list, auto* count) {
     *list = nullptr;
     *count = 3;
     return kVunaSuccess;
   };
-  auto functions = sdk.functions();
-  functions.vuna_devinfo_create_list = with_null_list;
-  auto nothing_listed = surroundings();
-  nothing_listed.sdk = &functions;
-  Collector collector(test::options({}).get(), nothing_listed);
-  EXPECT_FALSE(collector.initialize());
-  EXPECT_EQ(sdk.calls["vuna_devinfo_destroy_list"], 1u);
+  EXPECT_EQ(found(), Texts());
+  EXPECT_EQ(sdk.reported("vuna_devinfo_destroy_list"), 0u);
 }
 
 TEST_F(DeviceDiscovery, AnAnswerThatCannotBeUsedCostsItsDeviceAlone) {
-  sdk.devices[0].lines[1] = "tx, sent, plane 99999999999999999999";
+  devices[0].slots[0].counters[1].text = "tx, sent, plane 99999999999999999999";
   EXPECT_EQ(found(), (Texts{"eth1", "rdma2"}));
   expectLogged(4, "Skipping device eth3: the plane number of a counter is out of range");
   expectLogged(4, "Could not set active algo slot info for device eth3");
   EXPECT_TRUE(sdk.balanced());
-  for (auto& device : sdk.devices) device.lines = sdk.devices[0].lines;
+  for (auto& device : devices) device.slots = devices[0].slots;
   EXPECT_EQ(found(), Texts());
 }
 
@@ -226,50 +239,49 @@ class LimitedAddressSpace {
 
 TEST_F(DeviceDiscovery, SizesBeyondMemoryCostTheirDeviceAlone) {
   struct Row {
-    std::uint32_t test::FakeDevice::*length;
-    std::optional<std::uint32_t> max_counters;
+    std::uint32_t simulator::Device::*size;
     const char* line;
   };
   const Row rows[] = {
-      {&test::FakeDevice::algo_info_length, {}, "no memory for a text of 4294967295 bytes"},
-      {&test::FakeDevice::counter_info_length, {}, "no memory for a text of 4294967295 bytes"},
-      {nullptr, 4'294'967'295u, "no memory for the 4294967295 counters of a read"},
+      {&simulator::Device::max_algo_info_len, "no memory for a text of 4294967295 bytes"},
+      {&simulator::Device::max_counter_info_len, "no memory for a text of 4294967295 bytes"},
+      {&simulator::Device::max_num_counters, "no memory for the 4294967295 counters of a read"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.line);
-    const auto plain = sdk.devices;
-    if (row.length) sdk.devices[1].*row.length = UINT32_MAX;
-    sdk.devices[1].max_counters = row.max_counters;
+    const auto size = std::exchange(devices[1].*row.size, UINT32_MAX);
     const LimitedAddressSpace limited;
     EXPECT_EQ(found(), (Texts{"eth3", "rdma2"}));
     EXPECT_EQ(log.count(4, std::string("[multipath] Skipping device eth1: ") + row.line), 1u);
     EXPECT_TRUE(sdk.balanced());
-    sdk.devices = plain;
+    devices[1].*row.size = size;
     log.clear();
   }
 }
 
 TEST_F(DeviceDiscovery, TextsAreCutAtTheirReportedLength) {
-  auto& dev = sdk.devices[0];
-  dev.algo_info_length = 5;     // "fake " without terminator, the last byte cut
-  dev.counter_info_length = 4;  // "rx, " likewise
-  dev.name = std::string(80, 'n');
-  sdk.devices[1].counter_info_length = 0;
+  auto& dev = devices[0];
+  dev.max_algo_info_len = 5;     // "algor" without terminator, the last byte cut
+  dev.max_counter_info_len = 4;  // "rx, " likewise
+  dev.ibdev_name = std::string(80, 'n');
+  dev.unterminated_name = dev.slots[0].unterminated = true;
+  devices[1].max_counter_info_len = 0;
   // A text that is not filled in does not contain parts of the previous text.
-  sdk.faults = {{.function = "vuna_telemetry_mp_get_counter_info", .call = 8, .status = 0}};
+  sdk.scenario.faults.add(failing(Function::vuna_telemetry_mp_get_counter_info, 8, 0));
   EXPECT_EQ(found()[0], std::string(63, 'n'));
-  EXPECT_EQ(slots[0].algo_info, "fake");
+  EXPECT_EQ(slots[0].algo_info, "algo");
   EXPECT_EQ(slots[0].counter_infos[0], "rx,");
   EXPECT_EQ(slots[1].counter_infos, (Texts{"", "", ""}));
   EXPECT_EQ(slots[2].counter_infos, (Texts{"rx, received", "", "tx, sent, plane 1"}));
 }
 
 TEST_F(DeviceDiscovery, LooksAtNoMoreThan256SlotsAndCounters) {
-  sdk.devices[0].slots = {{.id_status = 18}};
-  sdk.devices[0].max_slots = 0xffffffff;
-  sdk.devices[1].num_counters = 100'000;
+  devices[0].slots = {{.id_status = 18}};
+  devices[0].max_algo_slots = 0xffffffff;
+  devices[1].slots[0].counters.resize(256);
+  devices[1].slots[0].declared_counters = 100'000;
   EXPECT_EQ(found(), (Texts{"eth1", "rdma2"}));
-  EXPECT_EQ(sdk.calls["vuna_telemetry_mp_get_algo_id"], 256u + 2);
+  EXPECT_EQ(sdk.reported("vuna_telemetry_mp_get_algo_id"), 256u + 2);
   EXPECT_EQ(slots[0].counter_infos.size(), 256u);
   expectLogged(4, "Device eth3 reports 4294967295 algo slots, looking at the first 256");
   expectLogged(4, "Slot 0 of device eth1 declares 100000 counters, looking at the first 256");
@@ -279,10 +291,10 @@ TEST_F(DeviceDiscovery, LooksAtNoMoreThan256SlotsAndCounters) {
 // process of a death test.
 TEST(SdkLogDeathTest, IsRoutedOncePerProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const char* const create = "vuna_log_backend_create_with_file_sdk";
+  constexpr auto kCreate = Function::vuna_log_backend_create_with_file_sdk;
   struct Row {
     std::vector<const char*> words;
-    std::vector<test::Fault> faults;
+    std::vector<simulator::Fault> faults;
     std::string outcome;
   };
   const Row rows[] = {
@@ -292,22 +304,25 @@ TEST(SdkLogDeathTest, IsRoutedOncePerProcess) {
        "sdk level 10;4Invalid SDK logs level: Warning;4Invalid SDK logs level: ;"
        "4Invalid SDK logs level: %s;"},
       {{"info", "info"},
-       {{create}},
+       {failing(kCreate)},
        "4Could not create SDK logs: STATUS_5;7SDK logger already set;"},
-      {{"info"}, {{create, 1, 0}}, "4Could not create SDK logs: STATUS_0;"},
+      {{"info"}, {failing(kCreate, 1, 0)}, "4Could not create SDK logs: STATUS_0;"},
       {{"info"},
-       {{"vuna_log_backend_set_sdk_level"}},
-       "4Could not set SDK logs level 'info': STATUS_5;"},
+       {failing(Function::vuna_log_backend_set_sdk_level)},
+       "sdk level 50;4Could not set SDK logs level 'info': STATUS_5;"},
   };
   for (const auto& row : rows) {
     const auto run = [&row] {
       test::FakeMachine machine;
-      machine.sdk.faults = row.faults;
+      for (const auto& fault : row.faults) machine.sdk.scenario.faults.add(fault);
+      machine.sdk.functions.vuna_log_backend_set_sdk_level = [](auto* backend, auto level) {
+        std::fprintf(stderr, "sdk level %u;", level);
+        return ::vuna_log_backend_set_sdk_level(backend, level);
+      };
       const test::CapturedLog log;
       for (const char* word : row.words)
         Collector(test::options({{"multipath-sdk-log-level", word}}).get(), machine.surroundings());
       const std::string prefix = "[multipath] [setSDKLogs] ";
-      for (const auto& entry : machine.sdk.trace) std::fprintf(stderr, "%s;", entry.c_str());
       for (const auto& line : log.lines())
         if (line.text.starts_with(prefix))
           std::fprintf(stderr, "%u%s;", line.level, line.text.c_str() + prefix.size());

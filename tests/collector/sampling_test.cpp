@@ -37,6 +37,8 @@ class Sampling : public testing::Test, protected test::FakeMachine {
   using Entries = std::initializer_list<std::pair<const char*, const char*>>;
 
   Collector& initialized(Entries entries = {}) {
+    collector_.reset();
+    sdk.restart();
     collector_ = std::make_unique<Collector>(test::options(entries).get(), surroundings());
     EXPECT_TRUE(collector_->initialize());
     return *collector_;
@@ -117,9 +119,10 @@ TEST_F(Sampling, PlanesUnlikeTheFirstAreFittedToItWithOneWarning) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.warning);
-    sdk.devices.clear();
-    sdk.add("d", row.lines, {1, 2, 3, 4, 5, 6}).filled = row.lines.size();
-    sdk.devices[0].values.resize(row.lines.size());
+    std::vector<std::uint32_t> values = {1, 2, 3, 4, 5, 6};
+    values.resize(row.lines.size());
+    sdk.scenario.devices.clear();
+    sdk.add("d", row.lines, values);
     unsigned long count = 0;
     const std::unique_ptr<tev_type_field_info_t[]> fields(
         initialized().getPlaneEventFields(0, count));
@@ -160,7 +163,7 @@ TEST_F(Sampling, AReadThatFailsSkipsTheDeviceWithAWarningInTenSeconds) {
   sdk.add("bad", {"rx, r"}, {1});
   sdk.add("good", {"rx, r"}, {2});
   for (unsigned call = 1; call <= 24; call += 2)
-    sdk.faults.push_back({.function = "vuna_telemetry_mp_get_counters", .call = call});
+    sdk.scenario.faults.add(test::failing(test::Function::vuna_telemetry_mp_get_counters, call));
   initialized({{"update", "20000"}});  // one sample in a second
   sample(12);
   const auto out = handOut();
@@ -174,10 +177,17 @@ TEST_F(Sampling, AReadThatFailsSkipsTheDeviceWithAWarningInTenSeconds) {
 TEST_F(Sampling, WhatAReadDoesNotFillIsZeroAndNeverAnotherDevices) {
   const std::vector<std::string> lines = {"x, r", "y, r", "z, r"};
   sdk.add("a", lines, {1, 2, 3});
-  sdk.add("b", lines, {4});                   // fills one of three
-  sdk.add("c", lines, {5, 6, 7}).filled = 2;  // says two, writes three
-  sdk.add("d", lines, {8, 9, 10}).filled = 0;
-  sdk.add("e", lines, {11}).filled = 3;  // says three, writes one
+  sdk.add("b", lines, {4});        // fills one of three
+  sdk.add("c", lines, {5, 6, 7});  // says two, writes three
+  sdk.add("d", lines, {8, 9, 10}).slots[0].filled_counters = 0;
+  sdk.add("e", lines, {11});  // says three, writes one
+  sdk.functions.vuna_telemetry_mp_get_counters = [](auto* mp, auto slot, auto* count,
+                                                    auto* values) {
+    const auto status = ::vuna_telemetry_mp_get_counters(mp, slot, count, values);
+    if (values[0] == 5) *count = 2;
+    if (values[0] == 11) *count = 3;
+    return status;
+  };
   initialized();
   log.clear();
   sample(2);
@@ -195,7 +205,7 @@ TEST_F(Sampling, ClearsCountersOnlyWhenAskedTo) {
   initialized({{"multipath-clear-sampled-counters", "1"}});
   sample(2);
   EXPECT_EQ(bytesOf(*handOut().device[0], 1), "a" + le32(0));
-  EXPECT_EQ(sdk.calls["vuna_telemetry_mp_get_counters"], 0u);
+  EXPECT_EQ(sdk.reported("vuna_telemetry_mp_get_counters"), 0u);
 }
 
 // The sanitizers check the accesses to the array.
@@ -204,9 +214,14 @@ TEST_F(Sampling, TheValuesHaveRoomForWhateverADeviceFillsIn) {
   sdk.add("large", {"x, r"}, all);
   sdk.add("untold", {"x, r"}, all);  // the question for its maximum fails
   sdk.add("small", {"x, r"}, {1});   // the last to answer
-  sdk.faults = {
-      {.function = "vuna_telemetry_mp_cap_get_max_num_counters", .call = 2, .delivers = true},
-      {.function = "vuna_dev_as_devinfo", .call = 9}};
+  sdk.scenario.faults.add(
+      test::failing(test::Function::vuna_telemetry_mp_cap_get_max_num_counters, 2));
+  sdk.scenario.faults.add(test::failing(test::Function::vuna_dev_as_devinfo, 9));
+  sdk.functions.vuna_telemetry_mp_get_counters = [](auto*, auto, auto* count, auto* values) {
+    *count = 256;
+    std::fill_n(values, *count, 5);
+    return kVunaSuccess;
+  };
   initialized();
   EXPECT_TRUE(
       log.contains(4, "[multipath] Could not get max num counters for device untold: STATUS_5"));
@@ -222,7 +237,7 @@ TEST_F(Sampling, PassesAreDueOneIntervalAfterThePreviousWasDue) {
   // A pass takes some time, sometimes more than an interval. The real-time clock is stepped.
   const std::int64_t costs[] = {300, 900, 2'500, 100, 1'000, 50};
   std::size_t pass = 0;
-  sdk.on_read = [&](test::FakeDevice&) {
+  sdk.on_read = [&](auto&, auto&) {
     clock.monotonic_usec += costs[pass % 6];
     const std::uint64_t hour_usec = 3'600'000'000;
     clock.realtime_usec += pass % 2 ? hour_usec : -hour_usec;
@@ -275,7 +290,7 @@ TEST_F(Sampling, ADeviceThatIsRefusedForLongAndOneThatComesBackGetALineEach) {
   sdk.add("bad", {"x, r"}, {1});  // the first in the list: the throttled line names it alone
   sdk.add("worse", {"x, r"}, {1});
   for (unsigned call = 1; call <= 60; ++call)
-    sdk.faults.push_back({.function = "vuna_telemetry_mp_get_counters", .call = call});
+    sdk.scenario.faults.add(test::failing(test::Function::vuna_telemetry_mp_get_counters, call));
   initialized({{"update", "60000"}});
   sample(33);
   EXPECT_EQ(log.count(4, "[multipath] Device worse delivers nothing: 11 reads failed in a row"),
@@ -313,7 +328,7 @@ TEST_F(Sampling, RefusesToInitializeTwice) {
   EXPECT_TRUE(collector.stop());
   EXPECT_TRUE(collector.stop());
   EXPECT_FALSE(collector.initialize());
-  EXPECT_TRUE(sdk.misuse.empty());
+  EXPECT_EQ(sdk.reported("misuses"), 0u);
 }
 
 TEST(EventBuffers, RefuseWhatMemoryCannotHold) {
@@ -327,7 +342,7 @@ TEST(EventBuffers, RefuseWhatMemoryCannotHold) {
 TEST_F(Sampling, TakesItsOwnFaultsAndNoneOfTheHostsSignals) {
   sdk.add("a", {"x, r"}, {1});
   sigset_t mask;
-  sdk.on_read = [&](test::FakeDevice&) { pthread_sigmask(SIG_SETMASK, nullptr, &mask); };
+  sdk.on_read = [&](auto&, auto&) { pthread_sigmask(SIG_SETMASK, nullptr, &mask); };
   initialized();
   sample(1);
   for (const int signal : {SIGINT, SIGTERM, SIGALRM, SIGUSR1, SIGCHLD})

@@ -4,17 +4,20 @@
 
 #include <algorithm>
 #include <iterator>
-#include <set>
+#include <vector>
 
+#include "simulator/value_law.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/support/fake_clock.h"
-#include "tests/support/fake_sdk.h"
 #include "tests/support/local_provider.h"
 #include "tests/support/options.h"
+#include "tests/support/simulated_sdk.h"
 
 namespace {
 
 using tev::test::check;
+using tev::test::Function;
+using tev::test::SimulatedSdk;
 
 class Input {
  public:
@@ -65,50 +68,62 @@ tev::test::Options optionsFrom(Input& input) {
   return options;
 }
 
-tev::test::FakeDevice deviceFrom(Input& input) {
-  tev::test::FakeDevice device;
-  device.name = input.text("rdma");
-  device.listed = input.byte(0) != 0xff;
-  device.supported = input.status();
+// For each device of the SDK's list, whether there is a null in its place.
+std::vector<bool> unlisted;
+
+simulator::Device deviceFrom(Input& input) {
+  simulator::Device device{.ibdev_name = input.text("rdma"), .unterminated_name = true, .slots{}};
+  unlisted.push_back(input.byte(0) == 0xff);
+  device.multipath_support = input.status();
   device.slots.resize(input.byte(1) % 4);
   for (auto& slot : device.slots)
     slot = {.id_status = input.status(),
             .enable_status = input.status(),
-            .algo_enabled = input.byte(1),
-            .counters_enabled = input.byte(1)};
-  device.max_slots = input.number(device.slots.size());
-  device.algo_info_length = input.number(32);
-  device.counter_info_length = input.number(64);
-  device.lines.resize(input.byte(3) % 40);
-  for (std::size_t i = 0; i < device.lines.size(); ++i)
-    device.lines[i] =
+            .algo_enabled = input.byte(1) != 0,
+            .counters_enabled = input.byte(1) != 0,
+            .info = "algorithm",
+            .unterminated = true};
+  device.max_algo_slots = input.number(device.slots.size());
+  device.max_algo_info_len = input.number(32);
+  device.max_counter_info_len = input.number(64);
+  std::vector<simulator::Counter> counters(input.byte(3) % 40);
+  for (std::size_t i = 0; i < counters.size(); ++i)
+    counters[i].text =
         input.text("c" + std::to_string(i / 2) + ", text, plane " + std::to_string(i % 2));
-  device.num_counters = input.number(device.lines.size());
-  device.max_counters = input.number(device.lines.size());
-  device.filled = input.number(device.lines.size());
-  // All values that may be filled in, limited to save time.
-  device.values.assign(std::min(std::max(*device.num_counters, *device.max_counters), 100'000u),
-                       0x5a5a5a5a);
+  const auto declared = input.number(counters.size());
+  device.max_num_counters = input.number(counters.size());
+  const auto filled = input.number(counters.size());
+  // All counters that may be filled in, limited to save time.
+  const std::size_t most = std::min(std::max(declared, device.max_num_counters), 2'000u);
+  counters.resize(std::max(counters.size(), most));
+  const std::vector<simulator::KeyedLaw> laws(counters.size(),
+                                              {simulator::Constant{0x5a5a5a5a}, 0});
+  for (auto& slot : device.slots) {
+    slot.counters = counters;
+    slot.declared_counters = declared;
+    slot.filled_counters = filled;
+    slot.make_source = [laws] { return simulator::makeLawSource(laws); };
+  }
   return device;
 }
 
-tev::test::Fault faultFrom(Input& input) {
-  static const std::string kFunctions[] = {
-#define TEV_NAME(name, result, parameters) #name,
-      VUNA_FUNCTIONS(TEV_NAME)
-#undef TEV_NAME
-  };
-  static const std::set<std::string> kReleases = {"vuna_devinfo_destroy_list", "vuna_dev_close",
-                                                  "vuna_telemetry_mp_stop",
-                                                  "vuna_telemetry_mp_destroy"};
-  tev::test::Fault fault{.function = kFunctions[input.byte(0) % std::size(kFunctions)],
-                         .call = 1u + input.byte(0) % 16,
-                         .status = input.status(),
-                         .delivers = input.byte(0) % 2 != 0};
-  if (kReleases.contains(fault.function)) fault.delivers = true;
+simulator::Fault faultFrom(Input& input) {
+  simulator::Fault fault;
+  fault.function = static_cast<Function>(input.byte(0) % simulator::kFunctionCount);
+  fault.call = 1u + input.byte(0) % 16;
+  fault.status = input.status();
   // A start must not report success without being done.
-  if (fault.function == "vuna_telemetry_mp_start" && fault.status == 0) fault.delivers = true;
+  if (input.byte(0) % 2 != 0 || releases(fault.function) ||
+      (fault.function == Function::vuna_telemetry_mp_start && fault.status == 0))
+    fault.deliver = simulator::Fault::Deliver::result;
   return fault;
+}
+
+vuna_status createList(vuna_devinfo*** list, std::uint32_t* count) {
+  const auto status = vuna_devinfo_create_list(list, count);
+  for (std::uint32_t i = 0; i < *count; ++i)
+    if (unlisted[i]) (*list)[i] = nullptr;
+  return status;
 }
 
 // Fetches all available events. False when an event has no bytes, because it then never fits.
@@ -127,7 +142,7 @@ bool fetch(tev::test::LocalProvider& provider, std::uint64_t& device_events) {
 }
 
 void live(tev::test::LocalProvider& provider, const tev_custom_options* options,
-          std::map<std::string, unsigned>& calls) {
+          SimulatedSdk& sdk) {
   try {
     provider.construct(options);
   } catch (const std::exception&) {
@@ -146,9 +161,10 @@ void live(tev::test::LocalProvider& provider, const tev_custom_options* options,
   provider.stop();
   complete = complete && fetch(provider, delivered) && fetch(provider, delivered);
   const auto counts = provider.counts();
-  check(counts.taken + counts.failed == counts.lost + calls["vuna_telemetry_mp_get_counters"] +
-                                            calls["vuna_telemetry_mp_get_and_clear_counters"],
-        "each sample was read, or lost");
+  check(
+      counts.taken + counts.failed == counts.lost + sdk.reported("vuna_telemetry_mp_get_counters") +
+                                          sdk.reported("vuna_telemetry_mp_get_and_clear_counters"),
+      "each sample was read, or lost");
   check(!complete || counts.taken == counts.lost + delivered, "and was delivered, or lost");
 }
 
@@ -159,17 +175,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // Large buffers come directly from the kernel, which is fast when they are not used.
   [[maybe_unused]] static const int set = mallopt(M_MMAP_THRESHOLD, 1 << 20);
   Input input(data, size);
-  tev::test::FakeSdk sdk;
+  SimulatedSdk sdk;
+  sdk.functions.vuna_devinfo_create_list = createList;
   tev::test::FakeClock clock;
   clock.passes = 4;
   const auto options = optionsFrom(input);
-  sdk.devices.resize(input.byte(2) % 5);
-  for (auto& device : sdk.devices) device = deviceFrom(input);
-  while (!input.ended()) sdk.faults.push_back(faultFrom(input));
+  unlisted.clear();
+  sdk.scenario.devices.resize(input.byte(2) % 5);
+  for (auto& device : sdk.scenario.devices) device = deviceFrom(input);
+  while (!input.ended()) sdk.scenario.faults.add(faultFrom(input));
   {
     tev::test::LocalProvider provider(
-        {.sdk = &sdk.functions(), .clock = &clock, .roots = {"/nonexistent", "/nonexistent"}});
-    live(provider, options.get(), sdk.calls);
+        {.sdk = &sdk.functions, .clock = &clock, .roots = {"/nonexistent", "/nonexistent"}});
+    live(provider, options.get(), sdk);
   }
   check(sdk.balanced(), "everything is released, once and in order");
   return 0;

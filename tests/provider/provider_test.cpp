@@ -141,7 +141,8 @@ TEST_F(ProviderTest, RefusalsAreLoggedAndLeaveNothingSampling) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.message);
-    sdk.devices.clear();
+    sdk.restart();
+    sdk.scenario.devices.clear();
     sdk.add("rdma0", row.lines, {1, 2, 3});
     EXPECT_FALSE(initialize());
     EXPECT_TRUE(log.contains(3, "[multipath] " + row.message));
@@ -150,6 +151,7 @@ TEST_F(ProviderTest, RefusalsAreLoggedAndLeaveNothingSampling) {
     EXPECT_TRUE(log.contains(7, "[multipath] Cleared event field storage for all devices"));
     EXPECT_TRUE(provider.drain().empty());
     EXPECT_TRUE(sdk.balanced());  // the devices have been released
+    EXPECT_EQ(sdk.reported("vuna_telemetry_mp_get_counters"), 0u);
   }
 
   for (int i = 0; i < TEV_MAX_SCHEMAS; ++i)
@@ -159,11 +161,13 @@ TEST_F(ProviderTest, RefusalsAreLoggedAndLeaveNothingSampling) {
     EXPECT_FALSE(provider.initialize());
     EXPECT_TRUE(log.contains(3, "[multipath] Failed to add schema"));
   }
-  EXPECT_EQ(sdk.calls["vuna_telemetry_mp_get_counters"], 0u);
+  EXPECT_EQ(sdk.reported("vuna_telemetry_mp_get_counters"), 0u);
 
   // The next attempt of the same provider is made from scratch.
   tev_type_system_remove_last_schema(&provider.types());
-  sdk.devices[0].lines = {"x, d"};
+  sdk.restart();
+  sdk.scenario.devices.clear();
+  sdk.add("rdma0", {"x, d"}, {1});
   EXPECT_TRUE(provider.initialize());
   EXPECT_FALSE(provider.initialize());
   EXPECT_TRUE(log.contains(3, "[multipath] The collector has been initialized already"));
@@ -172,8 +176,8 @@ TEST_F(ProviderTest, RefusalsAreLoggedAndLeaveNothingSampling) {
 TEST_F(ProviderTest, ABatchIsResumedEventByEventWithoutLossOrRepetition) {
   sdk.add("rdma0", {"rx, r", "tx, t, plane 0", "tx, t, plane 1"}, {1, 2, 3});
   sdk.add("r1", {"rx, r", "err, e"}, {4, 5});
-  sdk.on_read = [](test::FakeDevice& dev) {
-    for (auto& value : dev.values) value += 10;
+  sdk.on_read = [](auto&, auto& values) {
+    for (auto& value : values) value += 10;
   };
   clock.passes = 3;
   const auto began = clock.realtime_usec;
@@ -210,9 +214,11 @@ TEST_F(ProviderTest, ABatchIsResumedEventByEventWithoutLossOrRepetition) {
 
 TEST_F(ProviderTest, TheEndOfASamplingThreadIsVisible) {
   sdk.add("rdma0", {"rx, r"}, {1});
-  int reads = 0;
-  sdk.on_read = [&](test::FakeDevice&) {
+  sdk.functions.vuna_telemetry_mp_get_counters = [](auto* mp, auto slot, auto* count,
+                                                    auto* values) {
+    static int reads = 0;
     if (++reads == 3) throw std::runtime_error("the SDK threw");
+    return ::vuna_telemetry_mp_get_counters(mp, slot, count, values);
   };
   clock.passes = 10;
   ASSERT_TRUE(initialize());
@@ -268,7 +274,7 @@ TEST_F(ProviderTest, AChildOfForkLeavesTheProviderToItsParent) {
   sdk.add("rdma0", {"rx, r"}, {1});
   std::promise<void> reading;
   std::promise<void> forked;
-  sdk.on_read = [&, reads = 0](test::FakeDevice&) mutable {
+  sdk.on_read = [&, reads = 0](auto&, auto&) mutable {
     if (reads++ != 0) return;
     reading.set_value();
     forked.get_future().wait();

@@ -86,9 +86,9 @@ TEST(Concurrency, AReadThatHangsDelaysOnlyWhatMustWaitForIt) {
   machine.sdk.add("lively", {"x, r"}, {1});
   std::promise<void> answer;
   std::promise<void> asked;
-  machine.sdk.on_read = [&, answered = answer.get_future().share(),
-                         reads = 0](FakeDevice& dev) mutable {
-    if (dev.name != "hanging" || ++reads != 3) return;
+  machine.sdk.on_read = [&, answered = answer.get_future().share(), reads = 0](
+                            const std::string& device, auto&) mutable {
+    if (device != "hanging" || ++reads != 3) return;
     asked.set_value();
     answered.wait();
   };
@@ -101,7 +101,6 @@ TEST(Concurrency, AReadThatHangsDelaysOnlyWhatMustWaitForIt) {
                                  {"update", "100"}})
                             .get());
     ASSERT_TRUE(provider->initialize());
-    machine.sdk.devices[0].listed = false;  // the fake's devices can be opened but once
   }
   asked.get_future().wait();
 

@@ -44,9 +44,8 @@ class FastMotion : public testing::Test, protected FakeMachine {
       for (const std::string name : {"out", "rtt"})
         lines.push_back(name + ", d, plane " + std::to_string(plane));
     sdk.add("rdma0", lines, std::vector<std::uint32_t>(lines.size()));
-    sdk.on_read = [this](FakeDevice& device) {
-      for (std::uint32_t i = 0; i < device.values.size(); ++i)
-        device.values[i] = lawfulValue(reads_, i);
+    sdk.on_read = [this](auto&, auto& values) {
+      for (std::uint32_t i = 0; i < values.size(); ++i) values[i] = lawfulValue(reads_, i);
       clock.realtime_usec = began_ + ++reads_;
     };
     provider_.construct(

@@ -1,4 +1,4 @@
-// A complete run of the provider with the SDK in memory: construct, initialize, sample, deliver,
+// A complete run of the provider with the simulated SDK: construct, initialize, sample, deliver,
 // stop, deliver the rest, destroy. This file checks the properties that hold in every run, whatever
 // failed in it.
 #pragma once
@@ -42,13 +42,10 @@ class Rig : public FakeMachine {
   std::function<void()> before_set_up = [] {};
   std::function<void()> after_set_up = [] {};
 
-  Life live() { return live(surroundings()); }
-
-  // With replacements between the provider and its surroundings.
-  Life live(const Surroundings& surroundings) {
+  Life live() {
     constexpr std::uint64_t kRoom = 64;  // of an event or two
     Life life;
-    LocalProvider provider(surroundings);
+    LocalProvider provider(surroundings());
     const auto take = [&life](const auto* block, const auto& type) {
       const auto event = Host::event(block, type);
       if (!event.type.starts_with("multipath_event_device")) return;

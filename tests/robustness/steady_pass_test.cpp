@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/robustness/sparing_sdk.h"
+#include "tests/robustness/failing_allocator.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/fake_machine.h"
 #include "tests/support/local_provider.h"
@@ -20,15 +20,12 @@ TEST(SteadyPass, AllocatesNothing) {
   int passes = 0;
   long at_first = 0;
   std::atomic<long> since{-1};  // allocations of the sampling thread, first read to last
-  machine.sdk.on_read = [&](FakeDevice& device) {
-    if (device.name != "a") return;
+  machine.sdk.on_read = [&](const std::string& device, auto&) {
+    if (device != "a") return;
     if (passes == 0) at_first = allocations();
     if (++passes == kPasses) since = allocations() - at_first;
   };
-  const SdkFunctions functions = sparingFunctions(machine.sdk.functions());
-  auto surroundings = machine.liveSurroundings();
-  surroundings.sdk = &functions;
-  LocalProvider provider(surroundings);
+  LocalProvider provider(machine.liveSurroundings());
   provider.construct(
       options({{"multipath-sample-interval-usec", "1"}, {"multipath-max-buffer-size", "4096"}})
           .get());

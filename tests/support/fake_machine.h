@@ -1,12 +1,12 @@
-// The parts of a machine that a collector needs: an SDK and a clock in memory, and trees for /sys
-// and /dev.
+// The parts of a machine that a collector needs: a simulated SDK, a clock in memory, and trees for
+// /sys and /dev.
 #pragma once
 
 #include <thread>
 
 #include "collector/collector.h"
 #include "tests/support/fake_clock.h"
-#include "tests/support/fake_sdk.h"
+#include "tests/support/simulated_sdk.h"
 #include "tests/support/temp_tree.h"
 
 namespace tev::test {
@@ -15,8 +15,7 @@ using events::multipath::Surroundings;
 
 struct FakeMachine {
   Surroundings surroundings() {
-    return {
-        .sdk = &sdk.functions(), .clock = &clock, .roots = {tree.path("sys"), tree.path("dev")}};
+    return {.sdk = &sdk.functions, .clock = &clock, .roots = {tree.path("sys"), tree.path("dev")}};
   }
   // With the real clocks.
   Surroundings liveSurroundings() {
@@ -39,7 +38,7 @@ struct FakeMachine {
   }
 
   TempTree tree;
-  FakeSdk sdk;
+  SimulatedSdk sdk;
   FakeClock clock;
 };
 
