@@ -28,16 +28,17 @@ Collector::Collector(const tev_custom_options* options, const Surroundings& surr
     : api_(surroundings.sdk ? Api(*surroundings.sdk) : Api(options)),
       configuration_(readConfiguration(options)),
       roots_(surroundings.roots),
-      sampler_(api_, *surroundings.clock,
-               {.interval_usec = configuration_.sample_interval_usec,
-                .clear_counters = configuration_.clear_sampled_counters}) {
+      samplers_(api_, *surroundings.clock,
+                {.interval_usec = configuration_.sample_interval_usec,
+                 .clear_counters = configuration_.clear_sampled_counters},
+                configuration_.sampling_threads) {
   setSDKLogs(configuration_.sdk_log_level);
   logConfiguration(configuration_);
 }
 
 Collector::~Collector() {
   // The thread may be reading the devices that are about to be closed.
-  if (sampler_.isRunning()) {
+  if (samplers_.isRunning()) {
     TEV_LOG_ERROR("[multipath] finalize without stop: the process ends");
     std::terminate();
   }
@@ -77,7 +78,7 @@ void Collector::giveBack(const DevCtx& dev) noexcept {
 }
 
 void Collector::giveBackDevices() noexcept {
-  sampler_.setDevices({});
+  samplers_.forgetDevices();
   for (const auto& dev : devices_) giveBack(dev);
   devices_.clear();
   device_name_length_ = 0;
@@ -158,7 +159,8 @@ void Collector::setSDKLogs(const std::string& level) {
 // A device is released when its values do not fit into memory.
 void Collector::makeRoomForValues() {
   // Counters have 8-bit indexes. A device that does not report its maximum stays below this one.
-  if (!sampler_.makeRoomFor(kMaxCounters)) throw std::bad_alloc();
+  samplers_.makeFor(devices_.size());
+  if (!samplers_.makeRoomFor(kMaxCounters)) throw std::bad_alloc();
   std::erase_if(devices_, [this](const DevCtx& dev) {
     std::uint32_t max_num = 0;
     if (const vuna_devinfo* const devinfo = api_.vuna_dev_as_devinfo(dev.device); !devinfo)
@@ -168,7 +170,7 @@ void Collector::makeRoomForValues() {
                       dev.name.c_str(), api_.errorName(status));
 
     const std::uint32_t needed = std::max(max_num, dev.slot_info.num_counters);
-    if (sampler_.makeRoomFor(needed)) return false;
+    if (samplers_.makeRoomFor(needed)) return false;
     TEV_LOG_WARNING("[multipath] Skipping device %s: no memory for the %u counters of a read",
                     dev.name.c_str(), needed);
     giveBack(dev);
@@ -221,31 +223,31 @@ void Collector::setDataBuffers() {
           "counters beyond the fields are cut",
           dev.name.c_str(), planes.size(), slot.num_planes, planes.front());
   }
-  sampler_.setDevices(std::move(sampled_devices));
+  samplers_.setDevices(std::move(sampled_devices));
 }
 
 bool Collector::start() {
-  sampler_.start();
+  samplers_.start();
   return true;
 }
 
 bool Collector::stop() {
-  sampler_.stop();
+  samplers_.stop();
   return true;
 }
 
 void Collector::getData(std::vector<EventBuffer*>& device_buffers,
                         std::vector<EventBuffer*>& plane_buffers) {
-  sampler_.swap(device_buffers, plane_buffers);
+  samplers_.swap(device_buffers, plane_buffers);
 }
 
 void Collector::collectData() {
-  sampler_.run();
+  samplers_.run();
 }
 
 tev_multipath_ledger_t Collector::ledger(std::size_t index) const {
   const auto& sampled = devices_.at(index).sampled;
-  return record(sampled.ledger, sampler_.passes(), sampled.buffers.capacityBytes());
+  return record(sampled.ledger, samplers_.passes(index), sampled.buffers.capacityBytes());
 }
 
 namespace {

@@ -11,7 +11,7 @@
 #include "collector/configuration.h"
 #include "collector/event_buffer.h"
 #include "collector/sampled_device.h"
-#include "collector/sampler.h"
+#include "collector/samplers.h"
 #include "collector/slot_info.h"
 #include "src/device_utils/host_roots.h"
 #include "tev/dict.h"
@@ -28,7 +28,7 @@ struct Surroundings {
 };
 
 // Samples the multipath counters of the machine's adapters: finds the devices, lays out their
-// events, and runs a sampler that fills the buffers.
+// events, and runs the samplers that fill the buffers.
 //
 // Order of calls: construct, initialize, start, getData repeatedly, stop, destroy. One thread of
 // the host makes all calls.
@@ -65,15 +65,16 @@ class Collector {
   // Releases every device, so that `initialize` can be called again. Sampling must not run.
   void giveBackDevices() noexcept;
 
-  // Start and end sampling. Always return true. `start` throws std::system_error when the thread
-  // cannot be created.
+  // Start and end sampling. Always return true. `start` throws std::system_error when a thread
+  // cannot be created; none of them runs then.
   TEV_API bool start();
   TEV_API bool stop();
 
   // Appends, for each device in order, the buffers that were filled since the last call. Sampling
   // continues in the other buffers, which are emptied: events in them that the host has not read
   // are dropped. The collector still owns the returned buffers and does not change them until the
-  // next call. Waits for at most one pass.
+  // next call. Waits for at most one pass. With several sampling threads, a device whose thread
+  // does not answer in time has empty buffers, and its samples come with a later call.
   TEV_API void getData(std::vector<EventBuffer*>& device_buffers,
                        std::vector<EventBuffer*>& plane_buffers);
 
@@ -83,8 +84,8 @@ class Collector {
   // The ledger of the device at `index`. May be called from any thread; does not block.
   tev_multipath_ledger_t ledger(std::size_t index) const;
 
-  // Whether the sampling thread has ended by an exception. May be called from any thread.
-  bool samplingFailed() const { return sampler_.hasFailed(); }
+  // Whether a sampling thread has ended by an exception. May be called from any thread.
+  bool samplingFailed() const { return samplers_.hasFailed(); }
 
   // The fields of a device's events, in a new array that the caller releases with delete[]. The
   // texts are valid until clearEventFieldStorage().
@@ -105,11 +106,11 @@ class Collector {
   TEV_API void setFieldsLengths();
   TEV_API void setDataBuffers();
 
-  // The body of the sampling thread: passes, until `stop`.
+  // The body of the first sampling thread: passes, until `stop`.
   TEV_API void collectData();
 
   // Makes one pass over all devices, on the caller's thread.
-  void samplePass() { sampler_.samplePass(); }
+  void samplePass() { samplers_.samplePass(); }
 
   // Routes the SDK's own log to standard error, at the level named by the option. Done once per
   // process.
@@ -125,7 +126,7 @@ class Collector {
   Configuration configuration_;
   common::HostRoots roots_;
   std::size_t device_name_length_ = 0;  // bytes of the name field of every event
-  Sampler sampler_;
+  Samplers samplers_;
 };
 
 }  // namespace tev::events::multipath

@@ -24,6 +24,7 @@ Configuration readConfiguration(const tev_custom_options* options) {
   configuration.update_msec = numberOf(options, kUpdate);
   configuration.clear_sampled_counters =
       tev_string_to_boolean(valueOf(options, kClearSampledCounters));
+  configuration.sampling_threads = numberOf(options, kSamplingThreads);
   configuration.sdk_log_level = valueOf(options, kSdkLogLevel);
   configuration.devices = valueOf(options, kDevices);
   return configuration;
@@ -35,6 +36,8 @@ void logConfiguration(const Configuration& configuration) {
   TEV_LOG_INFO("[multipath] \tmax buffer size: %lu", configuration.max_buffer_size);
   TEV_LOG_INFO("[multipath] \tclear sampled counters: %s",
                boolean_to_string(configuration.clear_sampled_counters));
+  if (configuration.sampling_threads != 1)
+    TEV_LOG_INFO("[multipath] \tsampling threads: %lu", configuration.sampling_threads);
   TEV_LOG_INFO("[multipath] \tmultipath devices: %s",
                configuration.devices.empty() ? "all" : configuration.devices.c_str());
 }

@@ -13,6 +13,7 @@ struct Configuration {
   std::uint64_t max_buffer_size = 0;  // bytes per buffer of a device; 0: from interval and update
   std::uint64_t update_msec = 0;      // only determines the size of the buffers
   bool clear_sampled_counters = false;
+  std::uint64_t sampling_threads = 1;  // 0: one for each device
   std::string sdk_log_level;
   std::string devices;  // unparsed; empty: every device
 };

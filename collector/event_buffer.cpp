@@ -10,12 +10,14 @@ namespace tev::events::multipath {
 
 EventBuffer::EventBuffer(unsigned long event_size_, unsigned long max_events_)
     : event_size(event_size_), max_events(max_events_), capacity_bytes(0) {
-  timestamps.reserve(max_events);
+  // A rest that is never used separates each array from the block behind it.
+  timestamps.reserve(support::checkedAdd(max_events, support::kCacheLine / sizeof(std::uint64_t)));
   capacity_bytes = support::checkedMultiply(event_size, max_events);
   if (capacity_bytes == 0) return;
   // calloc uses the kernel's zero pages for large blocks: pages that are never written do not use
   // memory.
-  data.reset(static_cast<std::byte*>(std::calloc(support::checkedAdd(capacity_bytes, kSlack), 1)));
+  data.reset(static_cast<std::byte*>(
+      std::calloc(support::checkedAdd(capacity_bytes, kSlack + support::kCacheLine), 1)));
   if (!data) throw std::bad_alloc();
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "src/support/cache_line.h"
 #include "src/support/malloc_ptr.h"
 #include "tev/export.h"
 
@@ -13,8 +14,9 @@ namespace tev::events::multipath {
 // A fixed-capacity store of contiguous events of one size, each with a time stamp.
 //
 // While it is being filled, every byte from `write_offset` on is zero, so that an appended event is
-// initially zero. It does not allocate after construction.
-class EventBuffer {
+// initially zero. It does not allocate after construction. What a pass writes shares no cache line
+// with another buffer.
+class alignas(support::kCacheLine) EventBuffer {
  public:
   // Bytes after the last event that may also be written, but only with zeros.
   static constexpr std::size_t kSlack = 16;

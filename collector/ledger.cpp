@@ -33,6 +33,7 @@ tev_multipath_ledger_t record(const DeviceLedger& device, const PassLedger& pass
   record.last_good_usec = device.last_good_usec.get();
   record.buffer_bytes = buffer_bytes;
   record.most_used_bytes = device.most_used_bytes.get();
+  record.left_out = device.left_out.get();
 
   const Failure failure = device.lastFailure();
   record.last_failure_usec = failure.at_usec;
@@ -45,7 +46,7 @@ void add(tev_multipath_ledger_t& total, const tev_multipath_ledger_t& device) {
   for (const auto sum : {&Ledger::due, &Ledger::taken, &Ledger::delivered, &Ledger::buffer_full,
                          &Ledger::read_refused, &Ledger::nothing_filled, &Ledger::missed_by_overrun,
                          &Ledger::missed_by_late_wakeup, &Ledger::discarded, &Ledger::short_reads,
-                         &Ledger::buffer_bytes, &Ledger::most_used_bytes})
+                         &Ledger::buffer_bytes, &Ledger::most_used_bytes, &Ledger::left_out})
     total.*sum += device.*sum;
   // The devices of one sampling thread share their passes.
   for (const auto most : {&Ledger::overrun_passes, &Ledger::late_wakeups, &Ledger::last_good_usec})

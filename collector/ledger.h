@@ -38,7 +38,8 @@ struct Failure {
   char text[TEV_MULTIPATH_FAILURE_SIZE] = "";
 };
 
-// The samples of one device. The sampler's mutex is held for each change, by a pass or by a swap.
+// The samples of one device. The sampler's mutex is held for each change, by a pass or by a swap,
+// but for `left_out`.
 struct DeviceLedger {
   // Written by each pass.
   SharedNumber delivered;
@@ -50,6 +51,8 @@ struct DeviceLedger {
   SharedNumber last_good_usec;
   SharedNumber discarded;
   SharedNumber most_used_bytes;
+  // Written by a swap that did not get the mutex.
+  SharedNumber left_out;
 
   // Allocates nothing. `what` stands before the text.
   void noteFailure(std::uint64_t at_usec, std::string_view text, std::string_view what = {});

@@ -8,8 +8,8 @@ namespace tev::events::multipath {
 namespace {
 
 constexpr Option kOptions[] = {
-    kLibraryPath,   kFallbackLibraryPath,  kDevices,     kSampleInterval, kUpdate,
-    kMaxBufferSize, kClearSampledCounters, kSdkLogLevel,
+    kLibraryPath,   kFallbackLibraryPath,  kDevices,         kSampleInterval, kUpdate,
+    kMaxBufferSize, kClearSampledCounters, kSamplingThreads, kSdkLogLevel,
 };
 
 // Whether a text lists the words of the SDK's log levels, separated by ", ".

@@ -79,6 +79,17 @@ inline constexpr Option kClearSampledCounters{
         "each read also clears the counters, so a value is the increase since the previous read",
 };
 
+inline constexpr Option kSamplingThreads{
+    .key = "multipath-sampling-threads",
+    .kind = TEV_OPTION_NUMBER,
+    .unit = "threads",
+    .default_value = "1",
+    .range = "0: one per device; never more than devices",
+    .meaning =
+        "number of sampling threads, which share the devices; more than one requires an SDK "
+        "that allows calls for different devices at the same time",
+};
+
 inline constexpr Option kSdkLogLevel{
     .key = "multipath-sdk-log-level",
     .kind = TEV_OPTION_WORD,

@@ -1,6 +1,5 @@
 #include "collector/pacing.h"
 
-#include <algorithm>
 #include <chrono>
 
 namespace tev::events::multipath {
@@ -8,30 +7,42 @@ namespace tev::events::multipath {
 Clock::TimePoint Pacing::next(Clock::TimePoint began, Clock::TimePoint ended) {
   if (interval_usec_ == 0) return due_ = ended;
 
-  const auto half_usec = interval_usec_ / 2;
-  if (began > after(due_, half_usec)) ledger_.late_wakeups.add(1);
+  const auto earliest = after(began, interval_usec_ / 2);
+  if (began > after(due_, interval_usec_ / 2)) ledger_.late_wakeups.add(1);
 
+  const Clock::TimePoint regular = after(due_, interval_usec_);
   if (ended >= after(began, interval_usec_)) {
     ledger_.overrun_passes.add(1);
-    ledger_.missed_by_late_wakeup.add(asleep_.missed(began - due_, interval_usec_));
-    const auto interval = after(began, interval_usec_) - began;
-    ledger_.missed_by_overrun.add(overrun_.missed(ended - began - interval, interval_usec_));
+    asleep_.add(began - due_, interval_);
+    overrun_.add(ended - after(began, interval_usec_), interval_);
+    cause_ = &overrun_;
     return due_ = ended;
   }
 
-  const Clock::TimePoint next = after(due_, interval_usec_);
-  if (next >= after(began, half_usec)) return due_ = next;
-  ledger_.missed_by_late_wakeup.add(asleep_.missed(began - due_, interval_usec_));
-  return due_ = after(began, interval_usec_);
+  due_ = regular;
+  if (origin_)
+    due_ = firstOfGrid(earliest);
+  else if (regular < earliest)
+    due_ = after(began, interval_usec_);
+  if (cause_ && due_ != regular) cause_->add(due_ - regular, interval_);
+  cause_ = &asleep_;
+  return due_;
 }
 
-std::uint64_t Pacing::LostTime::missed(Clock::Duration shift, std::uint64_t interval_usec) {
-  using std::chrono::microseconds;
-  usec_ += static_cast<std::uint64_t>(
-      std::max<std::int64_t>(std::chrono::duration_cast<microseconds>(shift).count(), 0));
-  const std::uint64_t intervals = usec_ / interval_usec;
-  usec_ %= interval_usec;
-  return intervals;
+// The first point of the grid that is not before `from`, which is not before the origin.
+Clock::TimePoint Pacing::firstOfGrid(Clock::TimePoint from) const {
+  const auto since = std::chrono::ceil<std::chrono::microseconds>(from - *origin_).count();
+  const auto usec = static_cast<std::uint64_t>(since);
+  const std::uint64_t intervals = usec / interval_usec_ + (usec % interval_usec_ != 0);
+  if (intervals > UINT64_MAX / interval_usec_) return Clock::kNever;
+  return after(*origin_, intervals * interval_usec_);
+}
+
+void Pacing::LostTime::add(Clock::Duration shift, Clock::Duration interval) {
+  rest += shift;
+  if (rest < interval) return;
+  missed.add(static_cast<std::uint64_t>(rest / interval));
+  rest %= interval;
 }
 
 }  // namespace tev::events::multipath

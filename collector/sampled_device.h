@@ -9,11 +9,13 @@
 #include "collector/event_layout.h"
 #include "collector/ledger.h"
 #include "sdk/vuna_abi.h"
+#include "src/support/cache_line.h"
 
 namespace tev::events::multipath {
 
-// What a pass needs for one device: how to read it, and where to store its samples.
-struct SampledDevice {
+// What a pass needs for one device: how to read it, and where to store its samples. Devices of
+// different sampling threads share no cache line.
+struct alignas(support::kCacheLine) SampledDevice {
   // Refused reads since the last successful one.
   struct Refusals {
     std::uint64_t in_a_row = 0;

@@ -10,12 +10,14 @@
 #include <utility>
 
 #include "collector/pacing.h"
+#include "src/support/checked.h"
 #include "src/support/guard.h"
-#include "src/support/log_throttle.h"
 #include "tev/logger.h"
 
 namespace tev::events::multipath {
 namespace {
+
+constexpr std::uint64_t kPatienceOfStopUsec = 1'000'000;
 
 // Shared by all devices and collectors of the process: one warning of each kind in ten seconds.
 support::LogThrottle failed_read_throttle;
@@ -78,27 +80,27 @@ void Sampler::setDevices(std::vector<SampledDevice*> devices) {
 bool Sampler::makeRoomFor(std::size_t values) {
   if (values <= num_values_) return true;
   // The kernel provides zeroed memory of this size page by page: pages that are not used do not
-  // use memory.
-  support::MallocPtr<std::uint32_t> grown(
-      static_cast<std::uint32_t*>(std::calloc(values, sizeof(std::uint32_t))));
+  // use memory. A rest that is never used separates the array from the block behind it.
+  support::MallocPtr<std::uint32_t> grown(static_cast<std::uint32_t*>(
+      std::calloc(support::checkedAdd(values * sizeof(std::uint32_t), support::kCacheLine), 1)));
   if (!grown) return false;
   values_ = std::move(grown);
   num_values_ = values;
   return true;
 }
 
-void Sampler::start() {
+void Sampler::start(const std::string& thread_name, std::optional<Clock::TimePoint> origin) {
   if (running_.exchange(true)) return;
   failed_ = false;
   try {
     const AsynchronousSignalsBlocked blocked;
-    thread_ = std::thread([this] {
+    thread_ = std::thread([this, thread_name, origin] {
       support::guarded(
           "sampling thread", 0,
-          [this] {
-            pthread_setname_np(pthread_self(), "tev-multipath");
+          [&] {
+            pthread_setname_np(pthread_self(), thread_name.c_str());
             prctl(PR_SET_TIMERSLACK, 1);  // nanoseconds
-            runUntilStopped();
+            runUntilStopped(origin);
             return 0;
           },
           "[multipath] ");
@@ -110,19 +112,26 @@ void Sampler::start() {
 }
 
 void Sampler::stop() {
-  if (!running_.exchange(false)) return;
+  requestStop();
+  if (!thread_.joinable()) return;
   // The thread checks the flag with the mutex held and then waits. After this function has taken
   // the mutex, the thread either has seen the flag, or waits and will be woken.
-  { const support::MutexLock lock(mutex_); }
+  if (!mutex_.lockUntil(after(std::chrono::steady_clock::now(), kPatienceOfStopUsec))) {
+    if (const auto* const device = current_read_.device.load())
+      TEV_LOG_WARNING("[multipath] stop waits for device %s, which has been in a read for %lu ms",
+                      device->name.c_str(), msecSince(current_read_.since_usec));
+    mutex_.lock();
+  }
+  mutex_.unlock();
   wake_.notify_all();
-  swapped_.notify_all();
-  if (thread_.joinable()) thread_.join();
+  thread_.join();
+  noteReturn();
 }
 
 // The ledger of every device records the reason when the thread ends early.
-void Sampler::runUntilStopped() {
+void Sampler::runUntilStopped(std::optional<Clock::TimePoint> origin) {
   try {
-    run();
+    run(origin);
   } catch (const std::exception& error) {
     noteEnd(error.what());
     throw;
@@ -138,14 +147,14 @@ void Sampler::noteEnd(std::string_view reason) {
     device->ledger.noteFailure(clock_.realtimeUsec(), reason, "sampling ended: ");
 }
 
-void Sampler::run() {
+void Sampler::run(std::optional<Clock::TimePoint> origin) {
   if (devices_.empty()) {
     TEV_LOG_DEBUG("[multipath] collectData called with no devices");
     return;
   }
   // The mutex is held during whole passes and released during the wait between them.
   support::MutexLock lock(mutex_);
-  Pacing pacing(clock_.now(), settings_.interval_usec, passes_);
+  Pacing pacing(clock_.now(), settings_.interval_usec, passes_, origin);
   while (running_) {
     const auto began = clock_.now();
     pass();
@@ -181,6 +190,8 @@ void Sampler::sample(SampledDevice& device) {
   const auto wanted = device.num_counters;
   std::fill_n(values, wanted, 0);
   std::uint32_t filled = 0;
+  current_read_.since_usec.store(timestamp, std::memory_order_relaxed);
+  current_read_.device.store(&device, std::memory_order_relaxed);
   if (const auto status = read(device.context, device.slot, &filled, values)) {
     noteRefusedRead(device, status, timestamp);
     return;
@@ -241,35 +252,75 @@ void Sampler::waitUntil(Clock::TimePoint due, support::MutexLock& lock) {
   }
   // Without this, passes that follow each other immediately could prevent a waiting swap from
   // taking the mutex.
-  if (swaps_waiting_ > 0) {
-    const auto seen = swaps_done_;
-    swapped_.wait(lock.forWait(),
-                  [&]() TEV_REQUIRES(mutex_) { return swaps_done_ != seen || !running_; });
+  if (swap_is_waiting_) {
+    lock.forWait().unlock();
+    { const support::MutexLock turn(turn_); }
+    lock.forWait().lock();
   }
 }
 
-void Sampler::swap(std::vector<EventBuffer*>& device_buffers,
-                   std::vector<EventBuffer*>& plane_buffers) {
-  // The code between the first swap and the last must not throw.
-  device_buffers.reserve(device_buffers.size() + devices_.size());
-  plane_buffers.reserve(plane_buffers.size() + devices_.size());
-  ++swaps_waiting_;
-  {
-    const support::MutexLock lock(mutex_);
-    --swaps_waiting_;
-    ++swaps_done_;
-    for (auto* const device : devices_) {
-      const auto& filling = device->buffers.filling();
-      device->ledger.most_used_bytes.raiseTo(filling.usedBytes());
-      if (filling.device->num_events > 0)
-        device->ledger.last_good_usec.set(filling.device->timestamps.back());
-      device->ledger.discarded.add(unreadSamples(*device));
-      const auto& filled = device->buffers.swap();
-      device_buffers.push_back(filled.device.get());
-      plane_buffers.push_back(filled.plane.get());
-    }
+void Sampler::swap() {
+  const support::MutexLock turn(turn_);
+  swap_is_waiting_ = true;
+  const support::MutexLock lock(mutex_);
+  swap_is_waiting_ = false;
+  swapHalves();
+}
+
+bool Sampler::trySwap(Clock::Duration patience) {
+  const bool is_known = hung_read_ && hung_read_->since_usec == current_read_.since_usec;
+  const auto deadline =
+      std::chrono::steady_clock::now() + (is_known ? Clock::Duration::zero() : patience);
+  const support::MutexLock turn(turn_);
+  swap_is_waiting_ = true;
+  const bool is_let_in = mutex_.lockUntil(deadline);
+  swap_is_waiting_ = false;
+  if (!is_let_in) {
+    noteHungRead();
+    return false;
   }
-  swapped_.notify_all();
+  const support::MutexLock lock(mutex_, std::adopt_lock);
+  swapHalves();
+  noteReturn();
+  return true;
+}
+
+void Sampler::swapHalves() {
+  for (auto* const device : devices_) {
+    const auto& filling = device->buffers.filling();
+    device->ledger.most_used_bytes.raiseTo(filling.usedBytes());
+    if (filling.device->num_events > 0)
+      device->ledger.last_good_usec.set(filling.device->timestamps.back());
+    device->ledger.discarded.add(unreadSamples(*device));
+    device->buffers.swap();
+  }
+}
+
+std::uint64_t Sampler::msecSince(std::uint64_t realtime_usec) const {
+  const auto now = clock_.realtimeUsec();
+  return now > realtime_usec ? (now - realtime_usec) / 1'000 : 0;
+}
+
+void Sampler::noteHungRead() {
+  for (auto* const device : devices_) device->ledger.left_out.add(1);
+  const auto* const device = current_read_.device.load();
+  const auto since = current_read_.since_usec.load();
+  bool logged = hung_read_ && hung_read_->device == device && hung_read_->logged;
+  if (!logged && device && tev_log_enabled(TEV_LEVEL_WARNING) &&
+      hung_read_throttle_.admit(clock_.realtimeUsec())) {
+    logged = true;
+    TEV_LOG_WARNING(
+        "[multipath] Device %s has been in a read for %lu ms: the devices of its sampling thread "
+        "are left out of the batches until it ends",
+        device->name.c_str(), msecSince(since));
+  }
+  hung_read_ = {.device = device, .since_usec = since, .logged = logged};
+}
+
+void Sampler::noteReturn() {
+  if (hung_read_ && hung_read_->logged)
+    TEV_LOG_WARNING("[multipath] Device %s answers again", hung_read_->device->name.c_str());
+  hung_read_.reset();
 }
 
 }  // namespace tev::events::multipath

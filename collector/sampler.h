@@ -3,6 +3,8 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
@@ -11,6 +13,8 @@
 #include "collector/clock.h"
 #include "collector/ledger.h"
 #include "collector/sampled_device.h"
+#include "src/support/cache_line.h"
+#include "src/support/log_throttle.h"
 #include "src/support/malloc_ptr.h"
 #include "src/support/mutex.h"
 
@@ -20,7 +24,7 @@ namespace tev::events::multipath {
 //
 // The host's thread makes all calls: set-up, start, swap and stop. Between start and stop the
 // devices may be used only through this class.
-class Sampler {
+class alignas(support::kCacheLine) Sampler {
  public:
   struct Settings {
     std::uint64_t interval_usec = 0;
@@ -40,38 +44,62 @@ class Sampler {
   // memory is short.
   bool makeRoomFor(std::size_t values);
 
-  // Starts the thread, unless it runs. Throws std::system_error when the thread cannot be
-  // created.
-  void start();
-  // Ends the thread. Waits for the current read, but not for the interval.
-  void stop();
+  // Starts the thread, unless it runs. The due times of samplers that are given the same origin
+  // stand on the same grid. Throws std::system_error when the thread cannot be created.
+  void start(const std::string& thread_name, std::optional<Clock::TimePoint> origin = {});
+  // Asks the thread to end after the current pass. Does not wait.
+  void requestStop() { running_ = false; }
+  // Ends the thread. Waits for the current pass, but not for the interval. Logs the device that it
+  // waits for when a second has passed.
+  void stop() TEV_EXCLUDES(mutex_);
   // Whether the thread has been started and not yet stopped.
   bool isRunning() const { return thread_.joinable(); }
   // Whether the thread has ended by an exception. May be called from any thread.
   bool hasFailed() const { return failed_; }
 
   // The body of the thread: passes, until `stop`.
-  void run() TEV_EXCLUDES(mutex_);
+  void run(std::optional<Clock::TimePoint> origin = {}) TEV_EXCLUDES(mutex_);
 
   // One pass over all devices.
   void samplePass() TEV_EXCLUDES(mutex_);
 
-  // Appends, for each device in order, the buffers that were filled since the last call. The
-  // other half of each device is emptied and filled from now on. Waits for at most one pass.
-  void swap(std::vector<EventBuffer*>& device_buffers, std::vector<EventBuffer*>& plane_buffers)
-      TEV_EXCLUDES(mutex_);
+  // Hands out the half of each device that was filled since the last call. The other half is
+  // emptied and filled from now on. Waits for at most one pass.
+  void swap() TEV_EXCLUDES(mutex_);
+
+  // The same, but does not wait longer than `patience`, nor a second time for the same read.
+  // Returns false, and leaves all halves as they are, when the pass has not ended by then. Logs
+  // when a read begins to hold up the swaps, and when it has ended.
+  bool trySwap(Clock::Duration patience) TEV_EXCLUDES(mutex_);
 
   // Any thread.
   const PassLedger& passes() const { return passes_; }
 
  private:
-  void runUntilStopped();
+  // The read that was begun last. Written by the thread.
+  struct CurrentRead {
+    std::atomic<const SampledDevice*> device{nullptr};
+    std::atomic<std::uint64_t> since_usec{0};  // real time
+  };
+
+  // The read that held up the last swap.
+  struct HungRead {
+    const SampledDevice* device;
+    std::uint64_t since_usec;
+    bool logged;
+  };
+
+  void runUntilStopped(std::optional<Clock::TimePoint> origin);
   void noteEnd(std::string_view reason);
   void pass() TEV_REQUIRES(mutex_);
   void sample(SampledDevice& device) TEV_REQUIRES(mutex_);
   void noteRefusedRead(SampledDevice& device, vuna_status status, std::uint64_t timestamp);
   static void noteReadAgain(SampledDevice& device);
   void waitUntil(Clock::TimePoint due, support::MutexLock& lock) TEV_REQUIRES(mutex_);
+  void swapHalves() TEV_REQUIRES(mutex_);
+  void noteHungRead();
+  void noteReturn();
+  std::uint64_t msecSince(std::uint64_t realtime_usec) const;
 
   const Api& api_;
   Clock& clock_;
@@ -81,14 +109,18 @@ class Sampler {
   std::size_t num_values_ = 0;
   PassLedger passes_;
 
+  CurrentRead current_read_;
+
   support::Mutex mutex_;  // held for a whole pass, and for a whole swap
-  // Two conditions, so that a swap does not wake the thread from its interval.
-  std::condition_variable wake_;     // between passes: stop
-  std::condition_variable swapped_;  // while a swap is let in: it is done, or stop
+  // Held by a swap that waits for `mutex_`. Between passes that follow each other immediately, the
+  // thread takes it to let such a swap in.
+  support::Mutex turn_;
+  std::atomic<bool> swap_is_waiting_{false};
+  std::condition_variable wake_;  // between passes: stop
   std::atomic<bool> running_{false};
   std::atomic<bool> failed_{false};
-  std::atomic<std::uint32_t> swaps_waiting_{0};
-  std::uint64_t swaps_done_ TEV_GUARDED_BY(mutex_) = 0;
+  std::optional<HungRead> hung_read_;  // used by the host's thread
+  support::LogThrottle hung_read_throttle_;
   std::thread thread_;
 };
 

@@ -2,7 +2,9 @@
 // compilers it is a normal mutex.
 #pragma once
 
+#include <chrono>
 #include <mutex>
+#include <thread>
 
 #ifdef __clang__
 #define TEV_THREAD_ANNOTATION(annotation) __attribute__((annotation))
@@ -25,6 +27,21 @@ class TEV_THREAD_ANNOTATION(capability("mutex")) Mutex {
   Mutex(const Mutex&) = delete;
   Mutex& operator=(const Mutex&) = delete;
 
+  void lock() TEV_THREAD_ANNOTATION(acquire_capability()) { mutex_.lock(); }
+  void unlock() TEV_THREAD_ANNOTATION(release_capability()) { mutex_.unlock(); }
+
+  // False when the mutex is still taken at `deadline`. Looks ten times in a millisecond: the timed
+  // functions of POSIX threads use the real-time clock, which may be stepped, or are not known to
+  // the thread sanitizer.
+  bool lockUntil(std::chrono::steady_clock::time_point deadline)
+      TEV_THREAD_ANNOTATION(try_acquire_capability(true)) {
+    while (!mutex_.try_lock()) {
+      if (std::chrono::steady_clock::now() >= deadline) return false;
+      std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+    return true;
+  }
+
  private:
   friend class MutexLock;
   std::mutex mutex_;
@@ -35,6 +52,10 @@ class TEV_THREAD_ANNOTATION(scoped_lockable) MutexLock {
  public:
   explicit MutexLock(Mutex& mutex) TEV_THREAD_ANNOTATION(acquire_capability(mutex))
       : lock_(mutex.mutex_) {}
+  // Takes over a mutex that the caller holds.
+  MutexLock(Mutex& mutex, std::adopt_lock_t adopt)
+      TEV_THREAD_ANNOTATION(requires_capability(mutex))
+      : lock_(mutex.mutex_, adopt) {}
   ~MutexLock() TEV_THREAD_ANNOTATION(release_capability()) = default;
   MutexLock(const MutexLock&) = delete;
   MutexLock& operator=(const MutexLock&) = delete;

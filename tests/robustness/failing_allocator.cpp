@@ -40,6 +40,13 @@ extern "C" {
 void* ORIGINAL(malloc)(std::size_t size);
 void* ORIGINAL(calloc)(std::size_t count, std::size_t size);
 void* ORIGINAL(realloc)(void* block, std::size_t size);
+#if !SANITIZED
+void* __libc_memalign(std::size_t alignment, std::size_t size);
+
+void* aligned_alloc(std::size_t alignment, std::size_t size) {
+  return mustFail() ? nullptr : counted(__libc_memalign(alignment, size));
+}
+#endif
 void ORIGINAL(free)(void* block);
 
 void* REPLACED(malloc)(std::size_t size) {
