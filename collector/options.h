@@ -82,7 +82,7 @@ inline constexpr Option kClearSampledCounters{
 inline constexpr Option kSamplingThreads{
     .key = "multipath-sampling-threads",
     .kind = TEV_OPTION_NUMBER,
-    .unit = "threads",
+    .unit = "",
     .default_value = "1",
     .range = "0: one per device; never more than devices",
     .meaning =

@@ -1,6 +1,7 @@
 #include "tests/robustness/failing_allocator.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cstddef>
 
 #if SANITIZED  // linked with --wrap
@@ -25,6 +26,7 @@ bool mustFail() {
   allocations_so_far += !spared;
   if (!all_fail && (allocations_until_failure < 0 || allocations_until_failure-- > 0)) return false;
   has_failed = true;
+  errno = ENOMEM;
   return true;
 }
 
