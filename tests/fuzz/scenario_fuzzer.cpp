@@ -14,27 +14,13 @@ namespace {
 
 using tev::test::check;
 
-// A file in memory, with a path.
-class File {
- public:
-  File() : descriptor_(memfd_create("scenario", MFD_CLOEXEC)) {
-    check(descriptor_ >= 0, "there are files in memory");
-    path_ = "/proc/self/fd/" + std::to_string(descriptor_);
-  }
-  ~File() { close(descriptor_); }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-
-  const std::string& write(const std::uint8_t* data, std::size_t size) {
-    check(ftruncate(descriptor_, 0) == 0, "a file can be emptied");
-    check(pwrite(descriptor_, data, size, 0) == static_cast<ssize_t>(size), "and filled");
-    return path_;
-  }
-
- private:
-  int descriptor_;
-  std::string path_;
-};
+// The path of a file in memory with these bytes.
+std::string fileOf(const std::uint8_t* data, std::size_t size) {
+  static const int file = memfd_create("scenario", MFD_CLOEXEC);
+  check(ftruncate(file, 0) == 0, "a file can be emptied");
+  check(pwrite(file, data, size, 0) == static_cast<ssize_t>(size), "and filled");
+  return "/proc/self/fd/" + std::to_string(file);
+}
 
 void readSlot(vuna_telemetry_mp& mp, std::size_t slot) {
   const auto& described = mp.device().slots[slot];
@@ -69,9 +55,8 @@ void play(const simulator::Scenario& scenario) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   // The machine's own interfaces would make every run different.
   [[maybe_unused]] static const int set = setenv("VUNA_SIMULATOR_SYSFS", "/nonexistent", 1);
-  static File file;
   try {
-    play(simulator::readScenarioFile(file.write(data, size), std::nullopt));
+    play(simulator::readScenarioFile(fileOf(data, size), std::nullopt));
   } catch (const simulator::ScenarioError& error) {
     check(std::string(error.what()).starts_with("scenario /proc/self/fd/"), "the file is named");
   }

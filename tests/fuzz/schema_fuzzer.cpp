@@ -1,7 +1,6 @@
 // Input: a line per type, and in it, between commas, its name and its fields: a name, a type, an
 // array length and a description. The texts go into the canonical text that the identity is made
 // of.
-#include <cstring>
 #include <memory>
 
 #include "tests/fuzz/fuzz.h"
@@ -49,15 +48,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   tev::test::formatMessages();
   const auto lines = tev::test::linesOf(data, size);
   const TypeSystem types(tev_create_type_system(), tev_destroy_type_system);
-  const TypeSystem again(tev_create_type_system(), tev_destroy_type_system);
-  for (auto* system : {types.get(), again.get()}) {
-    tev_schema_t* const schema = tev_type_system_add_schema(
-        system, lines[0].c_str(), static_cast<std::uint32_t>(size), nullptr);
-    for (const auto& line : lines) addType(*schema, line);
-    tev_type_system_update_md5_hashes(system);
-  }
-  check(std::strcmp(types->schemas[0]->id_string, again->schemas[0]->id_string) == 0,
-        "equal schemas have one identity");
+  tev_schema_t* const schema = tev_type_system_add_schema(
+      types.get(), lines[0].c_str(), static_cast<std::uint32_t>(size), nullptr);
+  for (const auto& line : lines) addType(*schema, line);
+  tev_type_system_update_md5_hashes(types.get());
   serialize(*types, size);
   return 0;
 }

@@ -1,55 +1,25 @@
-// Input: keys and values of a dictionary, a line each; every line is also taken as a list of
-// sources.
+// Input: lines. Every reader of texts gets them: the dictionary, the lists of sources, the filters,
+// and the sets.
 #include <algorithm>
-#include <cctype>
+#include <array>
 #include <cstring>
+#include <memory>
+#include <utility>
 
 #include "tests/fuzz/fuzz.h"
+#include "tev/counter_set.h"
 #include "tev/dict.h"
+#include "tev/field_set.h"
+#include "tev/filters.h"
 #include "tev/sources.h"
 
 namespace {
 
 using tev::test::check;
-constexpr std::uint64_t kLongestRange = 1'000;  // what is longer takes too long
+using Lines = std::vector<std::string>;
 
-// The distance between the numbers of a text, or from 1 in a text that is not a range. This is the
-// largest number of sources that the text requests.
-std::uint64_t spanOf(const char* text) {
-  std::uint64_t least = std::strchr(text, '-') ? UINT64_MAX : 1;
-  std::uint64_t most = 1;
-  while (*text) {
-    if (!std::isdigit(static_cast<unsigned char>(*text))) {
-      ++text;
-      continue;
-    }
-    char* end = nullptr;
-    const std::uint64_t number = std::strtoull(text, &end, 10);
-    least = std::min(least, number);
-    most = std::max(most, number);
-    text = end;
-  }
-  return most > least ? most - least : 0;
-}
-
-void readSources(const char* text) {
-  if (spanOf(text) > kLongestRange) return;
-  tev_source_array_t* const array = tev_create_source_array_from_string(text);
-  if (!array) return;
-  check(array->count <= TEV_MAX_SOURCES, "no more than there are numbers for");
-  for (std::uint32_t i = 0; i < array->count; ++i) {
-    const tev_source_t& source = *array->sources[i];
-    check(std::memchr(source.id, '\0', sizeof source.id), "identities end");
-    check(std::memchr(source.tag, '\0', sizeof source.tag), "tags end");
-  }
-  tev_destroy_source_array(array);
-}
-
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  tev::test::formatMessages();
-  const auto lines = tev::test::linesOf(data, size);
+// Keys and values, in turn.
+void fillDictionary(const Lines& lines) {
   tev_custom_options* const dict = tev_dict_create();
   for (std::size_t i = 0; i < lines.size(); i += 2) {
     const char* const key = lines[i].c_str();
@@ -57,12 +27,63 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check(tev_dict_add(dict, key, value), "memory suffices");
     const char* const found = tev_dict_get(dict, key);
     check(found ? value && std::strcmp(found, value) == 0 : !value, "what was added last is found");
-    readSources(key);
   }
-  tev_custom_options* const copy = tev_dict_dup(dict);
+  tev_dict_delete(tev_dict_dup(dict));
   tev_dict_dump(dict, "fuzz");
   tev_dict_delete(dict);
-  for (const auto& line : lines) tev_dict_get(copy, line.c_str());
-  tev_dict_delete(copy);
+}
+
+void readSources(const char* text) {
+  tev_source_array_t* const array = tev_create_source_array_from_string(text);
+  for (std::uint32_t i = 0; array && i < array->count; ++i)
+    check(std::memchr(array->sources[i]->id, '\0', sizeof array->sources[i]->id), "identities end");
+  tev_destroy_source_array(array);
+}
+
+void filter(const char* expression, const char* name) {
+  std::array<tev_filter_token_t, TEV_FILTER_MAX_TOKENS> incl, excl;
+  std::size_t num_incl = 0;
+  std::size_t num_excl = 0;
+  tev_filter_get_incl_excl_tokens(expression, incl.data(), &num_incl, excl.data(), &num_excl);
+  for (const auto& [tokens, count] : {std::pair(&incl, num_incl), {&excl, num_excl}})
+    for (std::size_t i = 0; i < count; ++i)
+      check(std::memchr((*tokens)[i], '\0', TEV_FILTER_TOKEN_SIZE), "tokens end");
+  tev_filter_have_match(incl.data(), num_incl, excl.data(), num_excl, name);
+}
+
+// A token that fills its slot, at the end of its own block, without a NUL.
+void matchSlot(const std::uint8_t* data, std::size_t size, const char* name) {
+  const auto slot = std::make_unique<tev_filter_token_t[]>(1);
+  std::memset(slot[0], '$', sizeof slot[0]);
+  std::copy_n(data, std::min(size, sizeof slot[0]), slot[0]);
+  tev_filter_have_match(slot.get(), 1, slot.get(), 1, name);
+}
+
+void loadSets(const Lines& lines) {
+  tev::ProviderCounterSet counters;
+  counters.loadFromLines(lines, {"unit", "group"});
+  counters.getCounterAlias(lines[0]);
+  for (const auto& pattern : counters.getCounterPatterns())
+    counters.shouldIncludeCounter(lines[0], pattern);
+  counters.printConfiguration();
+
+  tev::ProviderFieldSet fields;
+  fields.loadFromLines(lines);
+  fields.shouldIncludeField(lines[0], lines.back());
+  for (const auto& pattern : fields.getTypePatterns())
+    check(fields.isTypeOfInterest(pattern), "a pattern matches itself");
+  fields.printConfiguration();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  tev::test::formatMessages();
+  const Lines lines = tev::test::linesOf(data, size);
+  fillDictionary(lines);
+  loadSets(lines);
+  readSources(lines[0].c_str());
+  filter(lines.back().c_str(), lines[0].c_str());
+  matchSlot(data, size, lines[0].c_str());
   return 0;
 }
