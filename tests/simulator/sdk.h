@@ -28,8 +28,6 @@ struct Sdk {
 #define F(name, result, parameters) name = reinterpret_cast<decltype(name)>(dlsym(library, #name));
     VUNA_FUNCTIONS(F)
 #undef F
-    writeReport = reinterpret_cast<std::uint32_t (*)(char*, std::uint32_t)>(
-        dlsym(library, "vuna_simulator_report"));
   }
   Sdk(const Sdk&) = delete;
   Sdk& operator=(const Sdk&) = delete;
@@ -37,19 +35,16 @@ struct Sdk {
     dlclose(library);
   }
 
-  // The number behind a name of the report; 0 when it does not stand there.
-  std::uint64_t reported(const std::string& wanted) const {
-    std::string text(writeReport(nullptr, 0), '\0');
-    writeReport(text.data(), static_cast<std::uint32_t>(text.size() + 1));
-    std::istringstream lines(text);
-    std::string name;
-    for (std::uint64_t value = 0; lines >> name >> value;)
-      if (name == wanted) return value;
-    return 0;
+  // What the simulator counted: lines of a name and a number.
+  std::string report() const {
+    auto* const write = reinterpret_cast<std::uint32_t (*)(char*, std::uint32_t)>(
+        dlsym(library, "vuna_simulator_report"));
+    std::string text(write(nullptr, 0), '\0');
+    write(text.data(), static_cast<std::uint32_t>(text.size() + 1));
+    return text;
   }
 
   void* library;
-  std::uint32_t (*writeReport)(char*, std::uint32_t) = nullptr;
 #define F(name, result, parameters) std::add_pointer_t<result parameters> name = nullptr;
   VUNA_FUNCTIONS(F)
 #undef F
