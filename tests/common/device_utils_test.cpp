@@ -68,14 +68,8 @@ TEST_F(DeviceUtilsTest, EverythingThatBelongsToAnAdapter) {
   const CapturedLog log;
   EXPECT_EQ(identifiers(), (Texts{"rdma0 0000:3b:00.0 qz7 eth0 eth1", "rdma1 0000:3b:00.1 ",
                                   "rdma2 0000:3b:00.2 "}));
-  for (const std::string& text :
-       Texts{"Found rdma0 PCI address - 0000:3b:00.0", "Found rdma0 ZRD device - qz7",
-             "Found rdma0 network interface - eth1",
-             "Network interfaces directory does not exist: " + tree.path(device("rdma1") + "/net") +
-                 ". This is expected for IB devices",
-             "Found 3 devices with identifiers",
-             "  HCA=rdma1, PCI address=0000:3b:00.1, ZRD device=, network interface="})
-    EXPECT_EQ(log.count(7, "[device_utils] " + text), 1u) << text;
+  EXPECT_TRUE(log.contains(
+      7, "[device_utils]   HCA=rdma1, PCI address=0000:3b:00.1, ZRD device=, network interface="));
   EXPECT_THAT(
       log.texts(4),
       ElementsAre(StartsWith("[device_utils] Could not get network interfaces for HCA rdma2: ")));
@@ -138,12 +132,9 @@ TEST_F(DeviceUtilsTest, WhichEntriesAndLinesCount) {
   zrdDevice("qz3", "0000:03:00.0");
   tree.link("dev/zrd/qz4", "qz4");
   tree.link("dev/zrd/qz7", "/dev/zero");  // no end
-  const CapturedLog log;
   EXPECT_THAT(identifiers(),
               ElementsAre("rdma0 0000:00:00.0 ", "rdma1 0000:01:00.0 qzx", "rdma2 0000:02:00.0 qz2",
                           "rdma3 0000:03:00.0 ", "rdma4 0000:03:00.0 qz3"));
-  EXPECT_TRUE(log.contains(
-      7, "[device_utils] Found 0000:09:00.0 ZRD device - but no HCA with such PCI address"));
 }
 
 TEST_F(DeviceUtilsTest, AdapterListIsSortedAndCutAndEndsWithAnEmptyName) {
@@ -159,14 +150,6 @@ TEST_F(DeviceUtilsTest, AdapterListIsSortedAndCutAndEndsWithAnEmptyName) {
   EXPECT_TRUE(detail::fillHcaInfoArray(roots, infos, 2));  // as many as there is room for
   EXPECT_EQ(log.lines(), linesAt(4, {"HCA info: name one_more_than_twenty_ does not fit 20 buffer",
                                      "HCA info: only the first 2 of 4 adapters are looked at"}));
-  EXPECT_FALSE(detail::fillHcaInfoArray(roots, nullptr, 5));
-}
-
-TEST_F(DeviceUtilsTest, AtMost128AdaptersAreLookedAt) {
-  for (int i = 100; i < 229; ++i) adapter("rdma" + std::to_string(i), "0000:01:00.0");
-  const auto found = identifiers();
-  ASSERT_EQ(found.size(), 128u);
-  EXPECT_EQ(found.back(), "rdma227 0000:01:00.0 ");
 }
 
 }  // namespace

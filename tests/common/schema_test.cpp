@@ -1,7 +1,6 @@
 #include "tev/schema.h"
 
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
 
 #include <algorithm>
 #include <cstring>
@@ -153,43 +152,25 @@ TEST_F(SchemaTest, FieldIndexes) {
   const tev::support::MallocPtr<const char*> indexed(
       tev_schema_get_indexed_fields(schema, 0, &count));
   EXPECT_EQ(Texts(indexed.get(), indexed.get() + count), (Texts{"b", "c"}));
-  EXPECT_EQ(tev_schema_get_indexed_fields(schema, 0, nullptr), nullptr);
-  EXPECT_EQ(tev_schema_get_indexed_fields(nullptr, 0, &count), nullptr);
   EXPECT_EQ(tev_schema_get_indexed_fields(schema, 1, &count), nullptr);
   EXPECT_EQ(count, 0u);
 
-  EXPECT_EQ(tev_schema_set_field_indexes(nullptr, 0, names, 1), TEV_SCHEMA_INVALID);
-  EXPECT_EQ(tev_schema_set_field_indexes(schema, 0, nullptr, 1), TEV_SCHEMA_INVALID);
   EXPECT_EQ(tev_schema_set_field_indexes(schema, 1, names, 1), TEV_SCHEMA_INVALID);
-  const std::string function = "[tev_schema_set_field_indexes] ";
+  EXPECT_EQ(log.texts(3).back(),
+            "[tev_schema_set_field_indexes] Invalid type_index: 1 (out of range, max: 0)");
   EXPECT_TRUE(log.contains(7, "Mismatch in assigned indices: expected 4, but assigned 2 (t)."));
-  EXPECT_TRUE(log.contains(3, function + "Schema pointer is NULL!"));
-  EXPECT_TRUE(log.contains(3, function + "Index names array is NULL!"));
-  EXPECT_TRUE(log.contains(3, function + "Invalid type_index: 1 (out of range, max: 0)"));
-}
-
-TEST_F(SchemaTest, HoldsAtMost255Schemas) {
-  std::uint8_t index = 0;
-  for (int i = 1; i < 255; ++i) {
-    ASSERT_NE(tev_type_system_add_schema(types.get(), nullptr, 1, &index), nullptr) << i;
-    ASSERT_EQ(index, i);
-  }
-  EXPECT_EQ(tev_type_system_add_schema(types.get(), "more", 1, &index), nullptr);
-  for (const int last : {254, 253})
-    EXPECT_EQ(tev_type_system_remove_last_schema(types.get()), last);
 }
 
 TEST_F(SchemaTest, FindsTheFirstSchemaOfAnId) {
   ASSERT_EQ(add("t", kTwoInts), TEV_SCHEMA_OK);
   for (int i = 0; i < 2; ++i) tev_type_system_add_schema(types.get(), "empty", 1, nullptr);
   tev_type_system_update_md5_hashes(types.get());
-  const CapturedLog log;
   const std::string unset(32, '0');  // without types, the id stays so
   std::uint8_t index = 9;
   EXPECT_EQ(tev_type_system_find_schema(types.get(), unset.c_str(), &index), 1);
   EXPECT_EQ(index, 1);
-  EXPECT_EQ(log.lines(), linesAt(7, {"Schema already exists " + unset}));
   EXPECT_EQ(tev_type_system_find_schema(types.get(), "ff", nullptr), 0);
+  EXPECT_EQ(tev_type_system_remove_last_schema(types.get()), 2);
 }
 
 TEST_F(SchemaTest, GoldenId) {
@@ -206,11 +187,7 @@ TEST_F(SchemaTest, GoldenId) {
   const tev::support::MallocPtr<char> text(tev_schema_json_string(mixed));
   ASSERT_NE(text, nullptr);
   EXPECT_EQ(text.get(), readAll(TEST_DATA "/mixed.json"));
-  tev_schema_id_t digest;
-  EVP_Digest(text.get(), std::strlen(text.get()), digest.bytes, nullptr, EVP_md5(), nullptr);
-  EXPECT_EQ(tev_compare_schema_id(&digest, &mixed->id), 0);
   EXPECT_EQ(tev_schema_json_string(schema), nullptr);  // without types
-  EXPECT_EQ(tev_schema_json_string(nullptr), nullptr);
 }
 
 TEST_F(SchemaTest, TextsWithoutAFormLeaveTheirKeyOut) {

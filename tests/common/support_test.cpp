@@ -1,8 +1,11 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <optional>
 #include <stdexcept>
+#include <thread>
 
 #include "src/support/c_handle.h"
 #include "src/support/guard.h"
@@ -45,12 +48,23 @@ TEST(TextFile, ReadingIsBounded) {
   EXPECT_EQ(readWholeText("tag", file, {.bytes = 8}), "abc\n\ndef");
   EXPECT_EQ(readWholeText("tag", tree.write("f", several_chunks)), several_chunks);
   EXPECT_EQ(readWholeText("tag", pipe, {.until_first = 20ms}), std::nullopt);
+  std::thread late([&] {
+    std::this_thread::sleep_for(50ms);
+    std::ofstream(pipe) << "late\n";
+  });
+  EXPECT_EQ(readWholeText("tag", pipe), "late\n");
+  late.join();
+  const int pausing = open(pipe.c_str(), O_RDWR | O_CLOEXEC);
+  ASSERT_EQ(write(pausing, "a\n", 2), 2);
+  EXPECT_EQ(readWholeText("tag", pipe, {.until_next = 30ms}), std::nullopt);
+  close(pausing);
   for (const std::string& unreadable : {tree.path("missing"), tree.root().string()})
     EXPECT_EQ(readWholeText("tag", unreadable), std::nullopt) << unreadable;
   EXPECT_EQ(log.lines(), linesAt(4, {"[tag] " + file + ": only the first 5 bytes are read",
                                      "[tag] /dev/zero: only the first 0 bytes are read",
                                      "[tag] " + file + " is not read: it has more than 7 bytes",
-                                     "[tag] " + pipe + " is not read: nothing came for 20 ms"}));
+                                     "[tag] " + pipe + " is not read: nothing came for 20 ms",
+                                     "[tag] " + pipe + " is not read: nothing came for 30 ms"}));
 }
 
 TEST(LogThrottle, OneInTenSeconds) {
