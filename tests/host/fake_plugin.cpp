@@ -3,11 +3,11 @@
 //
 //   trace=FILE        the calls are appended to it, one per line
 //   say=LEVELS        what construct logs: any of "error", "warning", "debug"
-//   refuse=STEP       construct, initialize or start; "entry" leaves an entry point out
+//   refuse=STEP       construct or initialize; "entry" leaves an entry point out
 //   burst=N           samples taken from one progress to the next, default 1
 //   after_stop=N      samples that are there after stop
 //   failures=N        calls of progress that fail before the first that does not
-//   wrong=WHAT        progress misbehaves: "stuck", "overrun", "endless", "result" or "magic"
+//   wrong=WHAT        progress misbehaves: "stuck", "overrun", "endless" or "magic"
 //   lost=N            samples that are said to have been lost
 #include <dlfcn.h>
 
@@ -61,7 +61,7 @@ bool initialize(tev_event_provider_t* provider, tev_type_system_t* types) {
 bool start(tev_event_provider_t*) {
   trace("start");
   TEV_LOG_DEBUG("[fake] starting");
-  return !is("refuse", "start");
+  return true;
 }
 
 // Sample s of a device: time stamp s + 1 seconds, counter 100 s + 10 plane.
@@ -85,7 +85,6 @@ void takeSamples() {
 int progress(tev_event_provider_t*, std::uint16_t, tev_data_serializer_t* serializer) {
   trace("progress");
   if (is("wrong", "stuck")) return TEV_PROGRESS_FULL;
-  if (is("wrong", "result")) return 7;
   if (failures > 0) {
     --failures;
     return TEV_PROGRESS_FAILED;

@@ -51,20 +51,17 @@ TEST(SchemaView, TakesNestedFieldsApartWithUniqueNames) {
 }
 
 TEST(SchemaView, RefusesTypesThatDoNotHoldTogether) {
-  SampleTypes far, small, wide;
-  for (SampleTypes* const types : {&far, &small})
-    types->add("t", {{"a", nullptr, "uint32_t", 0, 2}});
+  SampleTypes far, wide;
+  far.add("t", {{"a", nullptr, "uint32_t", 0, 2}});
   far.first().fields[0]->offset = ~std::uint64_t{0} - 3;
-  small.first().size = 7;
   // Each type has two hundred elements of the previous type: more columns than fit into memory.
   wide.add("t0", {{"a", nullptr, "uint8_t", 0, 1}});
   for (const char* const name : {"t0", "t1", "t2", "t3"})
     wide.add(std::string("t") + static_cast<char>(name[1] + 1), {{"a", nullptr, name, 0, 200}});
-  const std::pair<SampleTypes*, const char*> rows[] = {
-      {&far, "beyond"}, {&small, "beyond"}, {&wide, "too many"}};
-  for (const auto& row : rows)
-    EXPECT_THAT([&] { SchemaView::fromTypeSystem(**row.first); },
-                ThrowsMessage<RunError>(HasSubstr(row.second)));
+  EXPECT_THAT([&] { SchemaView::fromTypeSystem(*far); },
+              ThrowsMessage<RunError>(HasSubstr("beyond")));
+  EXPECT_THAT([&] { SchemaView::fromTypeSystem(*wide); },
+              ThrowsMessage<RunError>(HasSubstr("too many")));
 }
 
 // Everything that a view tells.
@@ -93,10 +90,8 @@ TEST(SchemaView, IsTheSameFromTypesAndFromTheirJsonText) {
              {"real", nullptr, "double", 0, UINT16_MAX},
              {"last", nullptr, "uint16_t", 0, 0}},
             {"sum", "text"});
-  types.add("no fields", {});
   types.add("pair", {{"a", nullptr, "uint8_t", 0, 1}, {"b", nullptr, "uint16_t", 0, 2}}, {"b"});
   types.add("outer", {{"in", nullptr, "pair", 0, 2}, {"k", nullptr, "pair", 0, 1}}, {"k"});
-  types.add("outermost", {{"x", nullptr, "outer", 0, 3}, {"type", nullptr, "uint8_t", 0, 1}});
   types.nextSchema("an empty one");
   types.nextSchema("second");
   types.add("pair", {{"c", nullptr, "int8_t", 0, 1}, {"c", nullptr, "float", 0, 1}});
@@ -111,7 +106,7 @@ TEST(SchemaView, IsTheSameFromTypesAndFromTheirJsonText) {
   std::string expected = described(from_types);
   expected.erase(expected.find("an empty one"), sizeof "an empty one" - 1);  // has no text
   EXPECT_EQ(described(from_texts), expected);
-  EXPECT_EQ(from_texts.types().size(), 7u);
+  EXPECT_EQ(from_texts.types().size(), 5u);
   EXPECT_EQ(from_texts.find(2, 1)->columns.at(1).name, "in.c_2");
   EXPECT_EQ(from_texts.find(1, 0), nullptr);
 }
@@ -128,11 +123,9 @@ TEST(SchemaView, RefusesBrokenTexts) {
   } rows[] = {{"\"types\"", "\"typos\"", "there is no \"types\""},
               {"{", "[", "parse error"},
               {"80", "-80", "\"size\" is not a whole number from 0"},
-              {": 64", ": 65536", "\"array_length\" is not a whole number from 0 to 65535"},
               {": 64", ": 73", "field 'name' of type 'sample' reaches beyond the type's end"},
               {"uint64_t", "uint128_t", "field 'a' has the type 'uint128_t' of 8 bytes"},
               {"uint64_t", "uint32_t", "field 'a' of type 'sample' is of an unknown type"},
-              {"\"name\"", "7", "parse error"},
               {"\"a name\"", "7", "\"description\" is not a text"},
               {"\"type_index\": 0", "\"type_index\": 1", "\"type_index\""},
               {"\"fields\": [", "\"fields\": 3, \"x\": [", "\"fields\" is not a list"}};
@@ -211,9 +204,7 @@ TEST(Decoder, RefusesMalformedBlocks) {
   const std::pair<Bytes, const char*> rows[] = {
       {Bytes().text("TEVe", 20), "it begins with 54 45 56 65"},
       {Bytes().text("TEVE", 15), "15 bytes are left, less than a header"},
-      {Bytes().block(1, 1, 0, 0), "there is no type 0 in schema 1"},
       {Bytes().block(1, 0, 1, 0), "there is no type 1 in schema 0"},
-      {Bytes().block(1, 0, 256, 0), "there is no type 256 in schema 0"},
       {Bytes().block(1, 255, 65535, 0), "there is no type 65535 in schema 255"},
       {Bytes().block(1, 0, 0, 1).u8({1, 2, 3}), "1 events of 4 bytes do not fit into the 3 bytes"},
       {Bytes().block(1, 0, 0, 255).u8({1, 2, 3, 4}), "255 events of 4 bytes do not fit"}};
