@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstdlib>
 
 #include "src/support/malloc_ptr.h"
 #include "tests/support/captured_log.h"
@@ -20,39 +19,29 @@ using CounterSetPtr = Owned<tev_provider_counter_set_t, tev_provider_counter_set
 using FieldSetPtr = Owned<tev_provider_field_set_t, tev_provider_field_set_destroy>;
 using OwnText = tev::support::MallocPtr<char>;
 
-template <class Set>
-class SetFiles : public testing::Test {
- protected:
-  static constexpr bool kCounters = std::is_same_v<Set, ProviderCounterSet>;
+TEST(SetFiles, AreReadLineByLine) {
   TempTree files;
-};
-using BothSets = testing::Types<ProviderCounterSet, ProviderFieldSet>;
-TYPED_TEST_SUITE(SetFiles, BothSets);
-
-TYPED_TEST(SetFiles, AreReadLineByLine) {
-  const auto path = this->files.write("sets/my.parts.set", "\xEF\xBB\xBF[a]\r\n\n# %s\ntx");
+  const auto path = files.write("sets/my.parts.set", "\xEF\xBB\xBF[a]\r\n\n# %s\ntx");
+  ProviderFieldSet fields;
+  ASSERT_TRUE(fields.initializeFromFile(path.c_str()));
+  EXPECT_EQ(fields.getFieldPatterns("a"), Texts{"tx"});
   const CapturedLog log;
-  TypeParam set;
+  ProviderCounterSet set;
   ASSERT_TRUE(set.initializeFromFile(path.c_str()));
   EXPECT_EQ(set.getName(), "my.parts");
-  if constexpr (TestFixture::kCounters)
-    EXPECT_EQ(set.getCounterPatterns(), (Texts{"[a]", "tx"}));
-  else
-    EXPECT_EQ(set.getFieldPatterns("a"), Texts{"tx"});
+  EXPECT_EQ(set.getCounterPatterns(), (Texts{"[a]", "tx"}));
   Texts lines = log.texts(7);
   lines.resize(6);
-  const std::string kind = this->kCounters ? "cset" : "fset";
-  EXPECT_EQ(lines, (Texts{"[loadFromFile] loading " + kind + " file " + path,
-                          "[loadFromFile] [a]\r", "[loadFromFile] ", "[loadFromFile] # %s",
-                          "[loadFromFile] tx", "[loadFromFile] -----------------------"}));
+  EXPECT_EQ(lines, (Texts{"[loadFromFile] loading cset file " + path, "[loadFromFile] [a]\r",
+                          "[loadFromFile] ", "[loadFromFile] # %s", "[loadFromFile] tx",
+                          "[loadFromFile] -----------------------"}));
 }
 
-TYPED_TEST(SetFiles, ThatCannotBeUsedAreNamed) {
-  TempTree& tree = this->files;
-  const std::string kind = this->kCounters ? "counter set" : "field set";
+TEST(SetFiles, ThatCannotBeUsedAreNamed) {
+  TempTree tree;
   const auto folder = tree.folder("folder");
   const auto empty = tree.write("empty.set", "");
-  const auto missing = tree.write("file", "") + "/x";
+  const auto missing = tree.path("missing");
   const struct {
     std::string path;
     LogLine line;
@@ -60,23 +49,21 @@ TYPED_TEST(SetFiles, ThatCannotBeUsedAreNamed) {
   } rows[] = {
       {"", {3, "[loadFromFile] empty filename"}, "before"},
       {missing, {3, "[loadFromFile] file " + missing + " does not exist"}, "before"},
-      {folder, {4, "[loadFromFile] cannot open " + kind + " file " + folder}, "before"},
+      {folder, {4, "[loadFromFile] cannot open counter set file " + folder}, "before"},
       {empty, {4, "[loadFromFile] no patterns found in " + empty}, "empty"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.path);
-    TypeParam set;
-    ASSERT_TRUE(set.loadFromFile(tree.write("before.set", "[a]")));
+    ProviderCounterSet set;
+    ASSERT_TRUE(set.loadFromFile(tree.write("before.set", "[a]"), {}));
     const CapturedLog log(TEV_LEVEL_INFO);
-    EXPECT_FALSE(set.loadFromFile(row.path));
+    EXPECT_FALSE(set.loadFromFile(row.path, {}));
     EXPECT_EQ(log.lines().back(), row.line);
     EXPECT_EQ(set.getName(), row.name);
     EXPECT_EQ(set.isInitialized(), row.name == "before");
   }
-  const CapturedLog log;
-  EXPECT_FALSE(TypeParam().initializeFromFile(nullptr));
-  const std::string name = this->kCounters ? "ProviderCounterSet" : "ProviderFieldSet";
-  EXPECT_EQ(log.lines(), linesAt(3, {name + ": missing filename parameter"}));
+  EXPECT_FALSE(ProviderFieldSet().loadFromFile(folder));
+  EXPECT_FALSE(ProviderFieldSet().initializeFromFile(nullptr));
 }
 
 class SetHandles : public testing::Test {

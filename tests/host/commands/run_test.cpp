@@ -245,6 +245,17 @@ TEST(OptionsOfThePlugin, AreTheTableInTheReadme) {
   EXPECT_THAT(none.err, HasSubstr("describes no options"));
 }
 
+TEST(SummaryOfARun, SaysWhySamplesAreMissing) {
+  test::TempTree files;
+  const std::string scenario = files.write("scenario.json", R"({"base": "default",
+      "status_names": {"42": "LINK_ON_FIRE"},
+      "faults": [{"function": "vuna_telemetry_mp_get_counters", "device": "rdma1",
+                  "call": 2, "status": 42}]})");
+  const std::string summary = runSimulated("--simulate=" + scenario).err;
+  EXPECT_THAT(summary, testing::ContainsRegex(
+                           "\n  rdma1: 1 refused by the device;.* last failure: LINK_ON_FIRE\n"));
+}
+
 // The examples, with the simulated adapters that they are for.
 TEST(SelectionOfARun, WritesTheExamplesColumnsUnderTheirAliases) {
   const std::string sets =
