@@ -30,6 +30,15 @@ std::string keysOf(const tev_custom_options* dict) {
   return keys;
 }
 
+TEST(Dict, EntryInAnothersPlaceGivesWayWhenTheTableGrows) {
+  // b, j and c want the buckets 2, 2 and 3 of 4 and of 8. In 4 they stand at 2, 3 and 0. The fourth
+  // key makes 8 buckets: c from bucket 0 takes 3 from j, j takes 2 from b, and b goes by 3 to 5.
+  const Options dict = options({{"b", "1"}, {"j", "2"}, {"c", "3"}});
+  EXPECT_EQ(keysOf(dict.get()), "c b j");
+  ASSERT_TRUE(tev_dict_add(dict.get(), "d", "4"));
+  EXPECT_EQ(entriesOf(dict.get()), (Entries{{"j", "2"}, {"c", "3"}, {"d", "4"}, {"b", "1"}}));
+}
+
 TEST(Dict, OrderIsThatOfTheBucketsAtEverySize) {
   const auto keys = tev::support::split(
       "update \xc3\xa4rger \xff rx tx ecn a b c d e f g h aa bb cc dd ee ff gg hh ii jj kk ll",
@@ -43,10 +52,8 @@ TEST(Dict, OrderIsThatOfTheBucketsAtEverySize) {
   for (const auto& [count, order] : rows) {
     const Options dict(tev_dict_create());
     for (std::size_t i = 0; i < count; ++i)
-      ASSERT_TRUE(
-          tev_dict_add(dict.get(), std::string(keys[i]).c_str(), std::string(keys[i]).c_str()));
+      ASSERT_TRUE(tev_dict_add(dict.get(), std::string(keys[i]).c_str(), ""));
     EXPECT_EQ(keysOf(dict.get()), order);
-    for (const auto& [key, value] : entriesOf(dict.get())) EXPECT_EQ(value, key);
   }
 
   // Characters count with their sign, which is seen in tables of more than 256 buckets.

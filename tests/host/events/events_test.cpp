@@ -11,6 +11,7 @@
 
 #include "host/events/decoder.h"
 #include "host/events/schema_view.h"
+#include "host/events/series.h"
 #include "host/events/values.h"
 #include "host/support/errors.h"
 #include "src/data/schema/schema_json.h"
@@ -195,6 +196,22 @@ TEST(Decoder, ReadsArraysAndSeveralBlocks) {
   EXPECT_THAT(decoded(types, bytes),
               ElementsAre("18446744073709551615 b 7", "18446744073709551615 b 8", "1 a full 1 2 3",
                           "3 a no 4 5 6"));
+}
+
+TEST(SeriesTable, TellsTypesAndWholeKeysApart) {
+  SampleTypes types;
+  for (const char* const name : {"a", "b"})
+    types.add(name, {{"port", nullptr, "char", 0, 4}}, {"port"});
+  const SchemaView view = SchemaView::fromTypeSystem(*types);
+  SeriesTable table;
+  const auto number = [&](std::size_t type, const char* port) {
+    return table.of({1, &view.types().at(type), reinterpret_cast<const std::uint8_t*>(port)})
+        .number;
+  };
+  EXPECT_EQ(number(0, "eth0"), 0u);
+  EXPECT_EQ(number(0, "eth1"), 1u);
+  EXPECT_EQ(number(1, "eth0"), 2u);
+  EXPECT_EQ(number(0, "eth0"), 0u);
 }
 
 TEST(Decoder, RefusesMalformedBlocks) {
