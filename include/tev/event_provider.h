@@ -171,9 +171,9 @@ typedef struct tev_multipath_ledger_t {
 /* Fills the first `size` bytes of `ledger`; pass sizeof(tev_multipath_ledger_t). Bytes for which
  * this version has no fields are set to zero. `device_index` and `device_name` are those of
  * multipath_event_provider_get_sample_counts(). For all devices together, the counts and the bytes
- * are sums, overrun_passes and late_wakeups are those of the sampling thread that has most, and the times and the
- * failure are the latest. False when there is no such device, and in a child of fork(). May be
- * called from any thread between initialize and finalize; does not block. */
+ * are sums, overrun_passes and late_wakeups are those of the sampling thread that has most, and the
+ * times and the failure are the latest. False when there is no such device, and in a child of
+ * fork(). May be called from any thread between initialize and finalize; does not block. */
 typedef bool (*tev_multipath_get_ledger_t)(tev_event_provider_t* provider, uint32_t device_index,
                                            const char** device_name, tev_multipath_ledger_t* ledger,
                                            size_t size);

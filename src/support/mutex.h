@@ -53,8 +53,7 @@ class TEV_THREAD_ANNOTATION(scoped_lockable) MutexLock {
   explicit MutexLock(Mutex& mutex) TEV_THREAD_ANNOTATION(acquire_capability(mutex))
       : lock_(mutex.mutex_) {}
   // Takes over a mutex that the caller holds.
-  MutexLock(Mutex& mutex, std::adopt_lock_t adopt)
-      TEV_THREAD_ANNOTATION(requires_capability(mutex))
+  MutexLock(Mutex& mutex, std::adopt_lock_t adopt) TEV_THREAD_ANNOTATION(requires_capability(mutex))
       : lock_(mutex.mutex_, adopt) {}
   ~MutexLock() TEV_THREAD_ANNOTATION(release_capability()) = default;
   MutexLock(const MutexLock&) = delete;
