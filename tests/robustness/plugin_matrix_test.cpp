@@ -1,5 +1,6 @@
-// The built library with the simulator: the first two calls of every function fail, and each time
-// everything is released, including libraries and descriptors.
+// The built library with the simulator: the first two calls of every function fail, with one and
+// with several sampling threads. Each time everything is released, including libraries and
+// descriptors.
 
 #include <gtest/gtest.h>
 
@@ -21,7 +22,8 @@ namespace {
 constexpr char kDevices[] = R"({"clock": "samples", "devices": [
   {"ibdev_name": "rdma0", "slots": [{"status": 18}, {"enable_status": 21}, {"counters": [
     {"text": "rx, received"}, {"text": "tx, sent", "planes": 2}]}]},
-  {"ibdev_name": "rdma1", "slots": [{"counters": [
+  {"ibdev_name": "rdma1", "slots": [{"counters": [{"text": "rx, received"}]}]},
+  {"ibdev_name": "rdma2", "slots": [{"counters": [
     {"text": "rx, received"}, {"text": "err, errors"}]}]}], "faults": [)";
 
 // How a call goes wrong.
@@ -44,11 +46,12 @@ std::ptrdiff_t openDescriptors() {
 }
 
 // One life of plug-in and provider. Returns the number of events.
-std::size_t live() {
+std::size_t live(const char* threads) {
   const CapturedLog log(TEV_LEVEL_DEBUG);
   const Plugin plugin;
   plugin.shareLogger();
   HostedProvider provider(plugin, options({{"multipath-vuna-lib-path", SIMULATOR},
+                                           {"multipath-sampling-threads", threads},
                                            {"multipath-sample-interval-usec", "100"},
                                            {"update", "100"}})
                                       .get());
@@ -78,7 +81,7 @@ TEST(PluginMatrix, EveryCallThatGoesWrongLeavesNothingBehind) {
                         tree.write("scenario.json", kDevices + fault + "}]}"));
         tree.write("trace", "");
         const auto descriptors = openDescriptors();
-        events += live();
+        for (const char* const threads : {"1", "3"}) events += live(threads);
         EXPECT_EQ(openDescriptors(), descriptors);
         for (const char* const library : {PLUGIN, SIMULATOR})
           EXPECT_EQ(dlopen(library, RTLD_NOW | RTLD_NOLOAD), nullptr);
