@@ -15,7 +15,7 @@ Clock::TimePoint Pacing::next(Clock::TimePoint began, Clock::TimePoint ended) {
     ledger_.overrun_passes.add(1);
     asleep_.add(began - due_, interval_);
     overrun_.add(ended - after(began, interval_usec_), interval_);
-    cause_ = &overrun_;
+    if (origin_) cause_ = &overrun_;
     return due_ = ended;
   }
 

@@ -75,6 +75,9 @@ std::uint64_t unreadSamples(const SampledDevice& device) {
 
 void Sampler::setDevices(std::vector<SampledDevice*> devices) {
   devices_ = std::move(devices);
+  hung_read_.reset();
+  last_hung_ = nullptr;
+  hand_over_ = HandOver::none;
 }
 
 bool Sampler::makeRoomFor(std::size_t values) {
@@ -117,13 +120,14 @@ void Sampler::stop() {
   // The thread checks the flag with the mutex held and then waits. After this function has taken
   // the mutex, the thread either has seen the flag, or waits and will be woken.
   if (!mutex_.lockUntil(after(std::chrono::steady_clock::now(), kPatienceOfStopUsec))) {
-    if (const auto* const device = current_read_.device.load())
-      TEV_LOG_WARNING("[multipath] stop waits for device %s, which has been in a read for %lu ms",
-                      device->name.c_str(), msecSince(current_read_.since_usec));
+    if (const auto read = readInProgress())
+      TEV_LOG_WARNING("[multipath] stop waits for the read of device %s",
+                      read->device->name.c_str());
     mutex_.lock();
   }
   mutex_.unlock();
   wake_.notify_all();
+  swapped_.notify_all();
   thread_.join();
   noteReturn();
 }
@@ -158,6 +162,7 @@ void Sampler::run(std::optional<Clock::TimePoint> origin) {
   while (running_) {
     const auto began = clock_.now();
     pass();
+    if (hand_over_ == HandOver::requested) handOver();
     waitUntil(pacing.next(began, clock_.now()), lock);
   }
 }
@@ -190,9 +195,10 @@ void Sampler::sample(SampledDevice& device) {
   const auto wanted = device.num_counters;
   std::fill_n(values, wanted, 0);
   std::uint32_t filled = 0;
-  current_read_.since_usec.store(timestamp, std::memory_order_relaxed);
-  current_read_.device.store(&device, std::memory_order_relaxed);
-  if (const auto status = read(device.context, device.slot, &filled, values)) {
+  current_read_.begin(device);
+  const auto status = read(device.context, device.slot, &filled, values);
+  current_read_.end();
+  if (status) {
     noteRefusedRead(device, status, timestamp);
     return;
   }
@@ -252,37 +258,60 @@ void Sampler::waitUntil(Clock::TimePoint due, support::MutexLock& lock) {
   }
   // Without this, passes that follow each other immediately could prevent a waiting swap from
   // taking the mutex.
-  if (swap_is_waiting_) {
-    lock.forWait().unlock();
-    { const support::MutexLock turn(turn_); }
-    lock.forWait().lock();
+  if (swaps_waiting_ > 0) {
+    const auto seen = swaps_done_;
+    swapped_.wait(lock.forWait(),
+                  [&]() TEV_REQUIRES(mutex_) { return swaps_done_ != seen || !running_; });
   }
 }
 
 void Sampler::swap() {
-  const support::MutexLock turn(turn_);
-  swap_is_waiting_ = true;
-  const support::MutexLock lock(mutex_);
-  swap_is_waiting_ = false;
-  swapHalves();
+  ++swaps_waiting_;
+  {
+    const support::MutexLock lock(mutex_);
+    --swaps_waiting_;
+    ++swaps_done_;
+    swapHalves();
+  }
+  swapped_.notify_all();
 }
 
-bool Sampler::trySwap(Clock::Duration patience) {
-  const bool is_known = hung_read_ && hung_read_->since_usec == current_read_.since_usec;
-  const auto deadline =
-      std::chrono::steady_clock::now() + (is_known ? Clock::Duration::zero() : patience);
-  const support::MutexLock turn(turn_);
-  swap_is_waiting_ = true;
-  const bool is_let_in = mutex_.lockUntil(deadline);
-  swap_is_waiting_ = false;
-  if (!is_let_in) {
-    noteHungRead();
-    return false;
+void Sampler::requestSwap() {
+  read_at_request_ = readInProgress();
+  auto expected = HandOver::none;
+  hand_over_.compare_exchange_strong(expected, HandOver::requested);
+}
+
+bool Sampler::trySwap(std::chrono::steady_clock::time_point deadline) {
+  const bool is_known =
+      read_at_request_ && hung_read_ && read_at_request_->step == hung_read_->step;
+  while (!takeSwap()) {
+    if (is_known || std::chrono::steady_clock::now() >= deadline) {
+      noteLeftOut();
+      return false;
+    }
+    std::this_thread::sleep_for(support::Mutex::kPause);
   }
-  const support::MutexLock lock(mutex_, std::adopt_lock);
-  swapHalves();
   noteReturn();
   return true;
+}
+
+// Takes the swap that the thread has made, or makes it between two passes.
+bool Sampler::takeSwap() {
+  if (hand_over_ != HandOver::done) {
+    if (!mutex_.tryLock()) return false;
+    if (hand_over_ != HandOver::done) swapHalves();
+    hand_over_ = HandOver::none;
+    mutex_.unlock();
+  }
+  hand_over_ = HandOver::none;
+  return true;
+}
+
+// Makes the swap that waits for the end of the pass.
+void Sampler::handOver() {
+  swapHalves();
+  hand_over_ = HandOver::done;
 }
 
 void Sampler::swapHalves() {
@@ -296,25 +325,33 @@ void Sampler::swapHalves() {
   }
 }
 
-std::uint64_t Sampler::msecSince(std::uint64_t realtime_usec) const {
-  const auto now = clock_.realtimeUsec();
-  return now > realtime_usec ? (now - realtime_usec) / 1'000 : 0;
+std::optional<Sampler::HungRead> Sampler::readInProgress() const {
+  const auto step = current_read_.step.load(std::memory_order_acquire);
+  const auto* const device = current_read_.device.load(std::memory_order_acquire);
+  // The device belongs to this step if the step has not changed.
+  if (step % 2 == 0 || step != current_read_.step.load(std::memory_order_relaxed)) return {};
+  return HungRead{device, step, std::chrono::steady_clock::now(), false};
 }
 
-void Sampler::noteHungRead() {
+void Sampler::noteLeftOut() {
   for (auto* const device : devices_) device->ledger.left_out.add(1);
-  const auto* const device = current_read_.device.load();
-  const auto since = current_read_.since_usec.load();
-  bool logged = hung_read_ && hung_read_->device == device && hung_read_->logged;
-  if (!logged && device && tev_log_enabled(TEV_LEVEL_WARNING) &&
-      hung_read_throttle_.admit(clock_.realtimeUsec())) {
-    logged = true;
-    TEV_LOG_WARNING(
-        "[multipath] Device %s has been in a read for %lu ms: the devices of its sampling thread "
-        "are left out of the batches until it ends",
-        device->name.c_str(), msecSince(since));
-  }
-  hung_read_ = {.device = device, .since_usec = since, .logged = logged};
+
+  const auto current = readInProgress();
+  if (!current || (hung_read_ && hung_read_->step != current->step)) noteReturn();
+  // Otherwise the pass consists of several reads, none of which has lasted for the whole wait.
+  if (!current || !read_at_request_ || current->step != read_at_request_->step) return;
+
+  if (!hung_read_) hung_read_ = read_at_request_;
+  if (hung_read_->logged || !tev_log_enabled(TEV_LEVEL_WARNING)) return;
+  const bool is_another = std::exchange(last_hung_, hung_read_->device) != hung_read_->device;
+  if (!hung_read_throttle_.admit(clock_.realtimeUsec()) && !is_another) return;
+  hung_read_->logged = true;
+  const auto lasted = std::chrono::duration_cast<std::chrono::milliseconds>(
+      std::chrono::steady_clock::now() - hung_read_->since);
+  TEV_LOG_WARNING(
+      "[multipath] Device %s has been in a read for %ld ms: the devices of its sampling thread are "
+      "left out of the batches until it ends",
+      hung_read_->device->name.c_str(), static_cast<long>(lasted.count()));
 }
 
 void Sampler::noteReturn() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <optional>
@@ -67,25 +68,43 @@ class alignas(support::kCacheLine) Sampler {
   // emptied and filled from now on. Waits for at most one pass.
   void swap() TEV_EXCLUDES(mutex_);
 
-  // The same, but does not wait longer than `patience`, nor a second time for the same read.
-  // Returns false, and leaves all halves as they are, when the pass has not ended by then. Logs
-  // when a read begins to hold up the swaps, and when it has ended.
-  bool trySwap(Clock::Duration patience) TEV_EXCLUDES(mutex_);
+  // The same for one of several samplers, which must not delay the others: `requestSwap`, and then
+  // `trySwap`, which waits until `deadline`, but not a second time for the same read. When trySwap
+  // returns false, the pass has not ended: the thread then makes the swap at the end of the pass,
+  // and the next call returns its result. Logs when a read holds up the swap, and when that read
+  // has ended.
+  void requestSwap();
+  bool trySwap(std::chrono::steady_clock::time_point deadline) TEV_EXCLUDES(mutex_);
 
   // Any thread.
   const PassLedger& passes() const { return passes_; }
 
  private:
+  // What a swap that was asked for has become.
+  enum class HandOver { none, requested, done };
+
   // The read that was begun last. Written by the thread.
   struct CurrentRead {
     std::atomic<const SampledDevice*> device{nullptr};
-    std::atomic<std::uint64_t> since_usec{0};  // real time
+    std::atomic<std::uint64_t> step{0};  // raised before and after each read: odd while it lasts
+
+    void begin(const SampledDevice& of) {
+      device.store(&of, std::memory_order_relaxed);
+      raise();
+    }
+    void end() { raise(); }
+
+   private:
+    void raise() {
+      step.store(step.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    }
   };
 
-  // The read that held up the last swap.
+  // A read that had not ended when a swap was requested.
   struct HungRead {
     const SampledDevice* device;
-    std::uint64_t since_usec;
+    std::uint64_t step;
+    std::chrono::steady_clock::time_point since;  // when the first such swap was requested
     bool logged;
   };
 
@@ -97,9 +116,11 @@ class alignas(support::kCacheLine) Sampler {
   static void noteReadAgain(SampledDevice& device);
   void waitUntil(Clock::TimePoint due, support::MutexLock& lock) TEV_REQUIRES(mutex_);
   void swapHalves() TEV_REQUIRES(mutex_);
-  void noteHungRead();
+  bool takeSwap() TEV_EXCLUDES(mutex_);
+  void handOver() TEV_REQUIRES(mutex_);
+  std::optional<HungRead> readInProgress() const;
+  void noteLeftOut();
   void noteReturn();
-  std::uint64_t msecSince(std::uint64_t realtime_usec) const;
 
   const Api& api_;
   Clock& clock_;
@@ -112,15 +133,20 @@ class alignas(support::kCacheLine) Sampler {
   CurrentRead current_read_;
 
   support::Mutex mutex_;  // held for a whole pass, and for a whole swap
-  // Held by a swap that waits for `mutex_`. Between passes that follow each other immediately, the
-  // thread takes it to let such a swap in.
-  support::Mutex turn_;
-  std::atomic<bool> swap_is_waiting_{false};
-  std::condition_variable wake_;  // between passes: stop
+  // Two conditions, so that a swap does not wake the thread from its interval.
+  std::condition_variable wake_;     // between passes: stop
+  std::condition_variable swapped_;  // while a swap is let in: it is done, or stop
   std::atomic<bool> running_{false};
   std::atomic<bool> failed_{false};
-  std::optional<HungRead> hung_read_;  // used by the host's thread
-  support::LogThrottle hung_read_throttle_;
+  std::atomic<std::uint32_t> swaps_waiting_{0};
+  std::uint64_t swaps_done_ TEV_GUARDED_BY(mutex_) = 0;
+  std::atomic<HandOver> hand_over_{HandOver::none};
+  // Used by the host's thread.
+  std::optional<HungRead> read_at_request_;
+  std::optional<HungRead> hung_read_;         // it has held up the last swap
+  const SampledDevice* last_hung_ = nullptr;  // the device that a line has named last
+  support::LogThrottle hung_read_throttle_;   // of further lines about the same device
+
   std::thread thread_;
 };
 

@@ -10,13 +10,13 @@
 namespace tev::events::multipath {
 namespace {
 
-// How long a swap waits for one of several samplers: an interval and 10 ms, at least 20 ms.
+// How long a swap waits for several samplers: an interval and 10 ms, from 20 ms to a second.
 Clock::Duration patience(std::uint64_t interval_usec) {
   using std::chrono::milliseconds;
   constexpr Clock::TimePoint kStart{};
   const auto interval = after(kStart, interval_usec) - kStart;
-  constexpr Clock::Duration kLongest = std::chrono::hours(1);
-  return std::clamp<Clock::Duration>(interval, milliseconds(10), kLongest) + milliseconds(10);
+  return std::clamp<Clock::Duration>(interval, milliseconds(10), milliseconds(990)) +
+         milliseconds(10);
 }
 
 std::string threadName(std::size_t sampler, std::size_t samplers) {
@@ -96,21 +96,27 @@ void Samplers::samplePass() {
   for (const auto& sampler : samplers_) sampler->samplePass();
 }
 
-bool Samplers::swapOne(Sampler& sampler) const {
-  if (samplers_.size() > 1) return sampler.trySwap(patience(settings_.interval_usec));
+bool Samplers::swapOne(Sampler& sampler, Clock::TimePoint deadline) const {
+  if (samplers_.size() > 1) return sampler.trySwap(deadline);
   sampler.swap();
   return true;
 }
 
 void Samplers::swap(std::vector<EventBuffer*>& device_buffers,
                     std::vector<EventBuffer*>& plane_buffers) {
-  // The code between the first swap and the last must not throw.
   const std::size_t first_device = device_buffers.size();
   const std::size_t first_plane = plane_buffers.size();
+  device_buffers.reserve(first_device + devices_.size());
+  plane_buffers.reserve(first_plane + devices_.size());
+  // The code after this line must not throw.
   device_buffers.resize(first_device + devices_.size(), &nothing_);
   plane_buffers.resize(first_plane + devices_.size(), &nothing_);
+
+  const auto deadline = std::chrono::steady_clock::now() + patience(settings_.interval_usec);
+  if (samplers_.size() > 1)
+    for (const auto& sampler : samplers_) sampler->requestSwap();
   for (std::size_t sampler = 0; sampler < samplers_.size(); ++sampler) {
-    if (!swapOne(*samplers_[sampler])) continue;
+    if (!swapOne(*samplers_[sampler], deadline)) continue;
     for (std::size_t i = sampler; i < devices_.size(); i += samplers_.size()) {
       const auto& half = devices_[i]->buffers.handedOut();
       device_buffers[first_device + i] = half.device.get();

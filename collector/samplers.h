@@ -56,7 +56,7 @@ class Samplers {
 
  private:
   Sampler& samplerOf(std::size_t device) const { return *samplers_[device % samplers_.size()]; }
-  bool swapOne(Sampler& sampler) const;
+  bool swapOne(Sampler& sampler, Clock::TimePoint deadline) const;
 
   const Api& api_;
   Clock& clock_;

@@ -163,8 +163,8 @@ typedef struct tev_multipath_ledger_t {
   char last_failure[TEV_MULTIPATH_FAILURE_SIZE];
   uint64_t buffer_bytes;    /* capacity for events, in both halves of the double buffer */
   uint64_t most_used_bytes; /* largest content of one half so far; updated at each swap and loss */
-  /* Batches without this device, because its sampling thread was in a read that did not return.
-   * The samples come with a later batch. */
+  /* Batches without this device, because its sampling thread did not end its pass in time. The
+   * samples come with a later batch. */
   uint64_t left_out;
 } tev_multipath_ledger_t;
 

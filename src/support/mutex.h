@@ -30,17 +30,21 @@ class TEV_THREAD_ANNOTATION(capability("mutex")) Mutex {
   void lock() TEV_THREAD_ANNOTATION(acquire_capability()) { mutex_.lock(); }
   void unlock() TEV_THREAD_ANNOTATION(release_capability()) { mutex_.unlock(); }
 
-  // False when the mutex is still taken at `deadline`. Looks ten times in a millisecond: the timed
+  bool tryLock() TEV_THREAD_ANNOTATION(try_acquire_capability(true)) { return mutex_.try_lock(); }
+
+  // False when the mutex is still taken at `deadline`. Tries again after each pause: the timed
   // functions of POSIX threads use the real-time clock, which may be stepped, or are not known to
   // the thread sanitizer.
   bool lockUntil(std::chrono::steady_clock::time_point deadline)
       TEV_THREAD_ANNOTATION(try_acquire_capability(true)) {
     while (!mutex_.try_lock()) {
       if (std::chrono::steady_clock::now() >= deadline) return false;
-      std::this_thread::sleep_for(std::chrono::microseconds(100));
+      std::this_thread::sleep_for(kPause);
     }
     return true;
   }
+
+  static constexpr std::chrono::microseconds kPause{100};  // between two tries
 
  private:
   friend class MutexLock;
@@ -52,9 +56,6 @@ class TEV_THREAD_ANNOTATION(scoped_lockable) MutexLock {
  public:
   explicit MutexLock(Mutex& mutex) TEV_THREAD_ANNOTATION(acquire_capability(mutex))
       : lock_(mutex.mutex_) {}
-  // Takes over a mutex that the caller holds.
-  MutexLock(Mutex& mutex, std::adopt_lock_t adopt) TEV_THREAD_ANNOTATION(requires_capability(mutex))
-      : lock_(mutex.mutex_, adopt) {}
   ~MutexLock() TEV_THREAD_ANNOTATION(release_capability()) = default;
   MutexLock(const MutexLock&) = delete;
   MutexLock& operator=(const MutexLock&) = delete;

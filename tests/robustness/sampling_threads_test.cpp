@@ -66,6 +66,14 @@ class Rack : public FakeMachine {
     }
   }
 
+  // The number of warnings with this text in them.
+  std::ptrdiff_t lines(const std::string& wanted) {
+    const auto texts = log.texts(TEV_LEVEL_WARNING);
+    return std::count_if(texts.begin(), texts.end(), [&](const std::string& text) {
+      return text.find(wanted) != std::string::npos;
+    });
+  }
+
   CapturedLog log{TEV_LEVEL_WARNING};
   LocalProvider provider{liveSurroundings()};
   std::array<std::uint32_t, kDevices> delivered{};  // by device
@@ -82,6 +90,21 @@ TEST(SamplingThreads, DeliverEachSampleOnceAndInOrder) {
     while (*std::min_element(rack.delivered.begin(), rack.delivered.end()) < 20) rack.take();
     rack.stopAndExpectExact(Rack::kDevices);
   }
+}
+
+// A pass lasts longer than a swap waits for it, but no read hangs.
+TEST(SamplingThreads, SlowPassesDeliverEveryBatchAndAreNotCalledHung) {
+  Rack rack;
+  rack.sdk.on_read = [](auto&, auto&) { std::this_thread::sleep_for(5ms); };
+  rack.construct(16, "2", "1000");
+  ASSERT_TRUE(rack.provider.initialize());
+  for (int fetch = 0; fetch < 10; ++fetch) {
+    rack.take();
+    std::this_thread::sleep_for(50ms);
+  }
+  EXPECT_GE(*std::min_element(rack.delivered.begin(), rack.delivered.end()), 5u);
+  rack.stopAndExpectExact(16);
+  EXPECT_EQ(rack.lines("in a read"), 0);
 }
 
 TEST(SamplingThreads, AReadThatHangsCostsItsOwnThreadOnly) {
@@ -105,20 +128,14 @@ TEST(SamplingThreads, AReadThatHangsCostsItsOwnThreadOnly) {
             rack.provider.collector().ledger(2).left_out);
 
   std::thread host([&] { rack.provider.stop(); });
-  const auto lineOf = [&](const std::string& wanted) {
-    const auto lines = rack.log.texts(TEV_LEVEL_WARNING);
-    return std::count_if(lines.begin(), lines.end(), [&](const std::string& line) {
-      return line.find(wanted) != std::string::npos;
-    });
-  };
-  while (lineOf("stop waits for device d12, which has been in a read for ") == 0)
+  while (rack.lines("stop waits for the read of device d12") == 0)
     std::this_thread::sleep_for(10ms);
   answer.set_value();
   host.join();
   rack.stopAndExpectExact(4);
   EXPECT_EQ(rack.delivered[2], 4u);
-  EXPECT_EQ(lineOf("Device d12 has been in a read for "), 1);
-  EXPECT_EQ(lineOf("Device d12 answers again"), 1);
+  EXPECT_EQ(rack.lines("Device d12 has been in a read for "), 1);
+  EXPECT_EQ(rack.lines("Device d12 answers again"), 1);
 }
 
 // Each allocation of the start fails once, those of the C library for a thread included.
