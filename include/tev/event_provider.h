@@ -51,7 +51,7 @@ enum {
    * (tev_type_system_get_max_event_type_size). With a smaller capacity, every call returns this
    * value and nothing is written. A warning, logged at most once in 10 s, names the size needed. */
   TEV_PROGRESS_FULL = 1,
-  /* Also returned by every call after the sampling thread has ended by an exception. Samples taken
+  /* Also returned by every call after a sampling thread has ended by an exception. Samples taken
    * before are still delivered. The ledger gives the reason. */
   TEV_PROGRESS_FAILED = -1,
 };
