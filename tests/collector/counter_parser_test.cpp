@@ -30,13 +30,10 @@ TEST(CounterParser, UnderstandsOneLine) {
       {"rx, received, plane  3  ", "rx", "received, plane  3", 3},
       {"x, plane 300", "x", "plane 300", 44},
       {"x, plane 18446744073709551615", "x", "plane 18446744073709551615", 255},
-      {"x, plane 007", "x", "plane 007", 7},
       {"x, biplane 2", "x", "biplane 2", 2},
       {"x, plane 1 of plane 2", "x", "plane 1 of plane 2", 2},
-      {"x, plane two", "x", "plane two", -1, true},
       {"x, on plane 1 or 2", "x", "on plane 1 or 2", -1, true},
       {"x, plane -1", "x", "plane -1", -1, true},
-      {"x, plane 2, plane x", "x", "plane 2, plane x", -1, true},
       {"x, Plane 1", "x", "Plane 1", -1},
       {"x, plane ", "x", "plane", -1},  // trimmed: there is no blank after the word
       {"x, plane1", "x", "plane1", -1},

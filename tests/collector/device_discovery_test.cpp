@@ -45,6 +45,13 @@ class DeviceDiscovery : public testing::Test, protected test::FakeMachine {
     EXPECT_EQ(log.count(level, "[multipath] " + text), 1u) << text;
   }
 
+  void expectFirstLeftOut(const std::string& warning) {
+    log.clear();
+    EXPECT_EQ(found(), (Texts{"eth1", "rdma2"}));
+    expectLogged(4, warning);
+    EXPECT_TRUE(sdk.balanced()) << warning;
+  }
+
   std::vector<simulator::Device>& devices = sdk.scenario.devices;
   std::vector<SlotInfo> slots;
   test::CapturedLog log;
@@ -98,70 +105,66 @@ TEST_F(DeviceDiscovery, SelectsByTheResolvedNameOnly) {
 
 TEST_F(DeviceDiscovery, LeavesOutADeviceThatFails) {
   struct Row {
-    simulator::Fault fault;
-    const char* line;
+    Function function;
+    std::string what;
+    std::uint64_t call = 1;
   };
-  const Row rows[] = {
-      {failing(Function::vuna_dev_open), "Could not open device #0: STATUS_5"},
-      {failing(Function::vuna_dev_open, 1, 0), "Invalid device #0"},
-      {failing(Function::vuna_dev_as_devinfo), "Could not get device #0"},
-      {failing(Function::vuna_devinfo_get_ibdev_name),
-       "Could not get device name of device #0 (STATUS_5)"},
-      {failing(Function::vuna_telemetry_mp_create),
-       "Could not create vuna context for device eth3: STATUS_5"},
-      {failing(Function::vuna_telemetry_mp_create, 1, 0), "Invalid MP for device eth3"},
-      {failing(Function::vuna_telemetry_mp_start), "Could not start MP for device eth3: STATUS_5"},
+  const std::string of_device = " for device eth3: STATUS_5";
+  const std::string of_slot = " for slot 0 of device eth3: STATUS_5";
+  const Row refused[] = {
+      {Function::vuna_dev_open, "open device #0: STATUS_5"},
+      {Function::vuna_dev_as_devinfo, "get device #0"},
+      {Function::vuna_devinfo_get_ibdev_name, "get device name of device #0 (STATUS_5)"},
+      {Function::vuna_telemetry_mp_create, "create vuna context" + of_device},
+      {Function::vuna_telemetry_mp_start, "start MP" + of_device},
       // The second description is read by the search for the slot.
-      {failing(Function::vuna_dev_as_devinfo, 2), "Could not get device info for device eth3"},
-      {failing(Function::vuna_telemetry_mp_cap_get_max_algo_slots),
-       "Could not get max algo slots for device eth3: STATUS_5"},
-      {failing(Function::vuna_telemetry_mp_get_algo_major_version),
-       "Could not get algo major version for slot 0 of device eth3: STATUS_5"},
-      {failing(Function::vuna_telemetry_mp_get_algo_minor_version),
-       "Could not get algo minor version for slot 0 of device eth3: STATUS_5"},
-      {failing(Function::vuna_telemetry_mp_cap_get_max_algo_info_len),
-       "Could not get max algo info len for device eth3: STATUS_5"},
-      {failing(Function::vuna_telemetry_mp_cap_get_max_algo_info_len, 1, 0),
-       "Max algo info len for device eth3 is 0"},
-      {failing(Function::vuna_telemetry_mp_get_algo_info),
-       "Could not get algo info for slot 0 of device eth3: STATUS_5"},
-      {failing(Function::vuna_telemetry_mp_get_num_counters),
-       "Could not get num counters for slot 0 of device eth3: STATUS_5"},
-      {failing(Function::vuna_telemetry_mp_cap_get_max_counter_info_len),
-       "Could not get max counter info len for device eth3: STATUS_5"},
-      {failing(Function::vuna_telemetry_mp_get_counter_info, 2),
-       "Could not get counter info for counter 1 of slot 0 of device eth3: STATUS_5"},
+      {Function::vuna_dev_as_devinfo, "get device info for device eth3", 2},
+      {Function::vuna_telemetry_mp_cap_get_max_algo_slots, "get max algo slots" + of_device},
+      {Function::vuna_telemetry_mp_get_algo_major_version, "get algo major version" + of_slot},
+      {Function::vuna_telemetry_mp_get_algo_minor_version, "get algo minor version" + of_slot},
+      {Function::vuna_telemetry_mp_cap_get_max_algo_info_len, "get max algo info len" + of_device},
+      {Function::vuna_telemetry_mp_get_algo_info, "get algo info" + of_slot},
+      {Function::vuna_telemetry_mp_get_num_counters, "get num counters" + of_slot},
+      {Function::vuna_telemetry_mp_cap_get_max_counter_info_len,
+       "get max counter info len" + of_device},
+      {Function::vuna_telemetry_mp_get_counter_info,
+       "get counter info for counter 1 of" + of_slot.substr(4), 2},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.line);
+  for (const auto& row : refused) {
     sdk.scenario.faults = {};
-    sdk.scenario.faults.add(row.fault);
-    log.clear();
-    EXPECT_EQ(found(), (Texts{"eth1", "rdma2"}));
-    expectLogged(4, row.line);
+    sdk.scenario.faults.add(failing(row.function, row.call));
+    expectFirstLeftOut("Could not " + row.what);
     EXPECT_EQ(log.contains(4, "[multipath] Could not set active algo slot info for device eth3"),
               sdk.reported("starts") == 3);
-    EXPECT_TRUE(sdk.balanced());
   }
   EXPECT_TRUE(log.contains(4, "[multipath] Could not fill up slot info for device eth3"));
+
+  const Row without_output[] = {
+      {Function::vuna_dev_open, "Invalid device #0"},
+      {Function::vuna_telemetry_mp_create, "Invalid MP for device eth3"},
+      {Function::vuna_telemetry_mp_cap_get_max_algo_info_len,
+       "Max algo info len for device eth3 is 0"},
+  };
+  for (const auto& row : without_output) {
+    sdk.scenario.faults = {};
+    sdk.scenario.faults.add(failing(row.function, row.call, 0));
+    expectFirstLeftOut(row.what);
+  }
 }
 
 TEST_F(DeviceDiscovery, TheFirstSlotThatIsFullyOnWins) {
   struct Row {
     simulator::Slot slot;
     std::uint32_t level;
-    const char* line;
+    std::string line;
     bool ends_the_search = false;
   };
+  const std::string active = "Found active algo slot 0 for device eth3";
   const Row rows[] = {
       {{.id_status = 18}, 7, "slot 0 of device eth3 is empty"},
       {{.enable_status = 21}, 7, "slot 0 of device eth3 is invalid"},
-      {{.algo_enabled = false},
-       7,
-       "Found active algo slot 0 for device eth3 but algo is not enabled"},
-      {{.counters_enabled = false},
-       4,
-       "Found active algo slot 0 for device eth3 but counters are not enabled"},
+      {{.algo_enabled = false}, 7, active + " but algo is not enabled"},
+      {{.counters_enabled = false}, 4, active + " but counters are not enabled"},
       {{.id_status = 21}, 4, "Could not get algo ID for slot 0 of device eth3: STATUS_21", true},
       {{.enable_status = 18},
        4,
@@ -179,27 +182,34 @@ TEST_F(DeviceDiscovery, TheFirstSlotThatIsFullyOnWins) {
     EXPECT_EQ(slots[0].slot, row.ends_the_search ? 0 : 1);
     expectLogged(row.level, row.line);
   }
+}
+
+TEST_F(DeviceDiscovery, LooksAtNoMoreThan256SlotsAndCounters) {
   devices[0].slots.clear();
-  EXPECT_EQ(found()[0], "eth1");
-  expectLogged(4, "No active algo slot found for device eth3");
+  devices[0].max_algo_slots = 0xffffffff;
+  devices[1].slots[0].counters.resize(256);
+  devices[1].slots[0].declared_counters = 100'000;
+  expectFirstLeftOut("No active algo slot found for device eth3");
+  EXPECT_EQ(sdk.reported("vuna_telemetry_mp_get_algo_id"), 256u + 2);
+  EXPECT_EQ(slots[0].counter_infos.size(), 256u);
+  expectLogged(4, "Device eth3 reports 4294967295 algo slots, looking at the first 256");
+  expectLogged(4, "Slot 0 of device eth1 declares 100000 counters, looking at the first 256");
 }
 
 TEST_F(DeviceDiscovery, AHandleCountsWhateverTheStatusAndAListOnlyWithASuccess) {
-  const auto deliver_with_failure = [this](Function function) {
-    auto fault = failing(function);
-    fault.deliver = simulator::Fault::Deliver::result;
-    sdk.scenario.faults.add(fault);
-  };
-  deliver_with_failure(Function::vuna_dev_open);
+  auto fault = failing(Function::vuna_dev_open);
+  fault.deliver = simulator::Fault::Deliver::result;
+  sdk.scenario.faults.add(fault);
   EXPECT_EQ(found()[0], "eth3");
   expectLogged(4, "Could not open device #0: STATUS_5");
 
-  deliver_with_failure(Function::vuna_devinfo_create_list);
+  fault.function = Function::vuna_devinfo_create_list;
+  sdk.scenario.faults.add(fault);
   EXPECT_EQ(found(), Texts());
   expectLogged(7, "Failed to create device list: STATUS_5");
   EXPECT_EQ(sdk.reported("vuna_devinfo_destroy_list"), 0u);
 
-  // A count without a list, with any status.
+  // A count without a list.
   sdk.functions.vuna_devinfo_create_list = [](auto*** list, auto* count) {
     *list = nullptr;
     *count = 3;
@@ -210,53 +220,31 @@ TEST_F(DeviceDiscovery, AHandleCountsWhateverTheStatusAndAListOnlyWithASuccess) 
 }
 
 TEST_F(DeviceDiscovery, AnAnswerThatCannotBeUsedCostsItsDeviceAlone) {
-  devices[0].slots[0].counters[1].text = "tx, sent, plane 99999999999999999999";
-  EXPECT_EQ(found(), (Texts{"eth1", "rdma2"}));
-  expectLogged(4, "Skipping device eth3: the plane number of a counter is out of range");
-  expectLogged(4, "Could not set active algo slot info for device eth3");
-  EXPECT_TRUE(sdk.balanced());
-  for (auto& device : devices) device.slots = devices[0].slots;
-  EXPECT_EQ(found(), Texts());
-}
-
-// A sanitizer refuses allocations of these sizes. Without a sanitizer, the address space is
-// limited.
-class LimitedAddressSpace {
- public:
-  LimitedAddressSpace() {
-    getrlimit(RLIMIT_AS, &before_);
-    rlimit limited = before_;
-    limited.rlim_cur = rlim_t{2} << 30;
-    if (!SANITIZED) setrlimit(RLIMIT_AS, &limited);
-  }
-  ~LimitedAddressSpace() { setrlimit(RLIMIT_AS, &before_); }
-  LimitedAddressSpace(const LimitedAddressSpace&) = delete;
-  LimitedAddressSpace& operator=(const LimitedAddressSpace&) = delete;
-
- private:
-  rlimit before_{};
-};
-
-TEST_F(DeviceDiscovery, SizesBeyondMemoryCostTheirDeviceAlone) {
   struct Row {
     std::uint32_t simulator::Device::*size;
-    const char* line;
+    const char* reason;
   };
   const Row rows[] = {
       {&simulator::Device::max_algo_info_len, "no memory for a text of 4294967295 bytes"},
       {&simulator::Device::max_counter_info_len, "no memory for a text of 4294967295 bytes"},
       {&simulator::Device::max_num_counters, "no memory for the 4294967295 counters of a read"},
   };
+  // A sanitizer refuses allocations of these sizes. Without one, the address space is limited.
+  rlimit before{};
+  getrlimit(RLIMIT_AS, &before);
+  const rlimit limited{.rlim_cur = rlim_t{2} << 30, .rlim_max = before.rlim_max};
+  if (!SANITIZED) setrlimit(RLIMIT_AS, &limited);
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.line);
-    const auto size = std::exchange(devices[1].*row.size, UINT32_MAX);
-    const LimitedAddressSpace limited;
-    EXPECT_EQ(found(), (Texts{"eth3", "rdma2"}));
-    EXPECT_EQ(log.count(4, std::string("[multipath] Skipping device eth1: ") + row.line), 1u);
-    EXPECT_TRUE(sdk.balanced());
-    devices[1].*row.size = size;
-    log.clear();
+    const auto size = std::exchange(devices[0].*row.size, UINT32_MAX);
+    expectFirstLeftOut(std::string("Skipping device eth3: ") + row.reason);
+    devices[0].*row.size = size;
   }
+  setrlimit(RLIMIT_AS, &before);
+
+  devices[0].slots[0].counters[1].text = "tx, sent, plane 99999999999999999999";
+  expectFirstLeftOut("Skipping device eth3: the plane number of a counter is out of range");
+  for (auto& device : devices) device.slots = devices[0].slots;
+  EXPECT_EQ(found(), Texts());
 }
 
 TEST_F(DeviceDiscovery, TextsAreCutAtTheirReportedLength) {
@@ -275,18 +263,6 @@ TEST_F(DeviceDiscovery, TextsAreCutAtTheirReportedLength) {
   EXPECT_EQ(slots[2].counter_infos, (Texts{"rx, received", "", "tx, sent, plane 1"}));
 }
 
-TEST_F(DeviceDiscovery, LooksAtNoMoreThan256SlotsAndCounters) {
-  devices[0].slots = {{.id_status = 18}};
-  devices[0].max_algo_slots = 0xffffffff;
-  devices[1].slots[0].counters.resize(256);
-  devices[1].slots[0].declared_counters = 100'000;
-  EXPECT_EQ(found(), (Texts{"eth1", "rdma2"}));
-  EXPECT_EQ(sdk.reported("vuna_telemetry_mp_get_algo_id"), 256u + 2);
-  EXPECT_EQ(slots[0].counter_infos.size(), 256u);
-  expectLogged(4, "Device eth3 reports 4294967295 algo slots, looking at the first 256");
-  expectLogged(4, "Slot 0 of device eth1 declares 100000 counters, looking at the first 256");
-}
-
 // The flag that allows one backend per process is never reset. Each row therefore runs in the new
 // process of a death test.
 TEST(SdkLogDeathTest, IsRoutedOncePerProcess) {
@@ -298,7 +274,6 @@ TEST(SdkLogDeathTest, IsRoutedOncePerProcess) {
     std::string outcome;
   };
   const Row rows[] = {
-      {{"debug", "trace"}, {}, "sdk level 60;7SDK logger already set;"},
       {{"Warning", "", "%s", "disable"},
        {},
        "sdk level 10;4Invalid SDK logs level: Warning;4Invalid SDK logs level: ;"

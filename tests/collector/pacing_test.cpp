@@ -45,6 +45,7 @@ TEST(Pacing, ReturnsToTheCommonGridWithinHalfAnInterval) {
 
   Pacing endless(at(5'400), std::numeric_limits<std::uint64_t>::max(), ledger, at(5'000));
   EXPECT_EQ(endless.next(at(5'400), at(5'500)), Clock::kNever);
+  EXPECT_EQ(after(at(5'000'000), 9'223'372'036'854'775), Clock::kNever);
 }
 
 }  // namespace
