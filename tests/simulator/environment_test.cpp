@@ -1,15 +1,42 @@
-// The programs whose environment the simulator uses.
+// The simulator as its users have it: a library, opened by path, with the environment's scenario.
+#include "tests/support/environment.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 
-#include "tests/simulator/sdk.h"
+#include "simulator/functions.h"
+#include "simulator/report.h"
+#include "tests/support/plugin.h"
+#include "tests/support/temp_tree.h"
 
 namespace simulator_test {
 namespace {
 
 namespace fs = std::filesystem;
+
+TEST(SimulatorLibrary, TellsWhyItHasNoDevicesAndLeavesTheProcess) {
+  const tev::test::TempTree tree;
+  tev::test::Environment environment;
+  environment.set("VUNA_SIMULATOR_SCENARIO", tree.path("none"));
+  {
+    const tev::test::Plugin library(SIMULATOR);
+    auto* const create =
+        library.symbol<decltype(vuna_devinfo_create_list)>("vuna_devinfo_create_list");
+    auto* const name = library.symbol<decltype(vuna_error_get_name)>("vuna_error_get_name");
+    auto* const report = library.symbol<decltype(vuna_simulator_report)>("vuna_simulator_report");
+    vuna_devinfo** list = nullptr;
+    std::uint32_t count = 0;
+    EXPECT_THAT(name(create(&list, &count)), testing::StartsWith("scenario " + tree.path("none")));
+    char text[16];
+    EXPECT_GT(report(text, sizeof text), sizeof text);
+    EXPECT_STREQ(text, "lists_created 0");
+  }
+  EXPECT_EQ(dlopen(SIMULATOR, RTLD_NOW | RTLD_NOLOAD), nullptr);
+}
 
 std::string outputOf(const std::string& program) {
   const std::string common = fs::path(SIMULATOR).replace_filename("libvuna_common.so");

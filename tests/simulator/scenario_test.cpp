@@ -8,9 +8,11 @@
 namespace simulator_test {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
+using ::testing::ThrowsMessage;
 
 std::string slot(const std::string& text) {
   return "{'devices':[\n{'ibdev_name':'a','slots':[\n{" + text + "}\n]}\n]}";
@@ -57,26 +59,26 @@ TEST_F(Scenario, BrokenFilesAreRefusedWithFileLineAndReason) {
       {fault("'function':'vuna_dev_open','call':1,'deliver':3"), 2, "no number to deliver"},
   };
   for (const auto& row : rows) {
-    load(row.text);
-    const std::string start = "scenario " + tree.path("scenario.json") + ":";
-    const std::string text = refusal();
-    EXPECT_THAT(text, StartsWith(start + std::to_string(row.line) + ": ")) << row.reason;
-    EXPECT_THAT(text, HasSubstr(row.reason));
+    const std::string place =
+        "scenario " + tree.path("scenario.json") + ":" + std::to_string(row.line) + ": ";
+    EXPECT_THAT([&] { load(row.text); }, ThrowsMessage<simulator::ScenarioError>(
+                                             AllOf(StartsWith(place), HasSubstr(row.reason))));
   }
 }
 
 TEST_F(Scenario, WhatIsNoFileOrSeedIsRefused) {
   ASSERT_EQ(mkfifo(tree.path("pipe").c_str(), 0600), 0);
   tree.write("huge", std::string((16 << 20) + 1, ' '));
-  for (const auto& [path, reason] : {std::pair{tree.path("pipe"), "is not a regular file"},
-                                     {tree.path("huge"), "is larger than 16 MiB"}}) {
-    loadNamed(path);
-    EXPECT_EQ(refusal(), "scenario " + path + ": " + reason);
-  }
+  const auto expect_refusal = [&](const std::string& scenario, const std::string& reason) {
+    EXPECT_THAT([&] { loadNamed(scenario); },
+                ThrowsMessage<simulator::ScenarioError>(StartsWith(reason)));
+  };
+  for (const auto& [path, reason] : {std::pair{tree.path("pipe"), ": is not a regular file"},
+                                     {tree.path("huge"), ": is larger than 16 MiB"}})
+    expect_refusal(path, "scenario " + path + reason);
   for (const std::string seed : {"x", "-1", "1 ", "18446744073709551616"}) {
     environment.set("VUNA_SIMULATOR_SEED", seed);
-    loadNamed("default");
-    EXPECT_THAT(refusal(), StartsWith("VUNA_SIMULATOR_SEED: \"" + seed + "\" is not"));
+    expect_refusal("default", "VUNA_SIMULATOR_SEED: \"" + seed + "\" is not");
   }
 }
 
@@ -86,7 +88,7 @@ TEST_F(Scenario, TheDocumentedExampleIsPlayed) {
   load(text.substr(begin, text.find("```", begin) - begin));
   EXPECT_EQ(read(start(), 2).size(), 10U);
   EXPECT_EQ(count, 2U);
-  EXPECT_STREQ(sdk->vuna_error_get_name(42), "LINK_ON_FIRE");
+  EXPECT_STREQ(vuna_error_get_name(42), "LINK_ON_FIRE");
 }
 
 TEST_F(Scenario, DevicesAnswerAsWritten) {
@@ -98,51 +100,47 @@ TEST_F(Scenario, DevicesAnswerAsWritten) {
        'declared_counters':300,'counters':[{'text':', odd,, line','planes':2},{'text':'z'}]}]}]})");
   vuna_telemetry_mp* const mp = start();
   const vuna_devinfo* const info = list[0];
-  EXPECT_STREQ(sdk->vuna_error_get_name(77), "SEVENTY_SEVEN %s");
-  EXPECT_STREQ(sdk->vuna_error_get_name(21), "VUNA_SLOT_INVALID");
+  EXPECT_STREQ(vuna_error_get_name(77), "SEVENTY_SEVEN %s");
+  EXPECT_STREQ(vuna_error_get_name(21), "VUNA_SLOT_INVALID");
 
   char name[8] = "xxxxxxx";
-  EXPECT_EQ(sdk->vuna_devinfo_get_ibdev_name(info, name, 5), kVunaSuccess);
+  EXPECT_EQ(vuna_devinfo_get_ibdev_name(info, name, 5), kVunaSuccess);
   EXPECT_EQ(std::memcmp(name, "R\xff\0001\0xx", 8), 0);
-  EXPECT_EQ(sdk->vuna_telemetry_mp_cap_is_supported(info), 6U);
-  EXPECT_EQ(number(sdk->vuna_telemetry_mp_cap_get_max_algo_slots, info), UINT32_MAX);
-  EXPECT_EQ(number(sdk->vuna_telemetry_mp_cap_get_max_num_counters, info), 257U);
-  EXPECT_EQ(number(sdk->vuna_telemetry_mp_cap_get_max_algo_info_len, info), 5U);
-  EXPECT_EQ(number(sdk->vuna_telemetry_mp_cap_get_max_counter_info_len, info),
+  EXPECT_EQ(vuna_telemetry_mp_cap_is_supported(info), 6U);
+  EXPECT_EQ(number(vuna_telemetry_mp_cap_get_max_algo_slots, info), UINT32_MAX);
+  EXPECT_EQ(number(vuna_telemetry_mp_cap_get_max_num_counters, info), 257U);
+  EXPECT_EQ(number(vuna_telemetry_mp_cap_get_max_algo_info_len, info), 5U);
+  EXPECT_EQ(number(vuna_telemetry_mp_cap_get_max_counter_info_len, info),
             std::strlen(", odd,, line, plane 1") + 1);
 
   std::vector<Values> answers;
   for (const std::uint32_t slot : {0U, 1U, 2U, 3U, 5U, UINT32_MAX, 4U}) {
     std::uint32_t id = 0;
     std::uint8_t algo_on = 0, counters_on = 0;
-    const vuna_status id_status = sdk->vuna_telemetry_mp_get_algo_id(mp, slot, &id);
+    const vuna_status id_status = vuna_telemetry_mp_get_algo_id(mp, slot, &id);
     const vuna_status enable_status =
-        sdk->vuna_telemetry_mp_get_algo_enable_status(mp, slot, &algo_on, &counters_on);
+        vuna_telemetry_mp_get_algo_enable_status(mp, slot, &algo_on, &counters_on);
     answers.push_back({id_status, id, enable_status, algo_on, counters_on});
   }
   EXPECT_THAT(answers,
               ElementsAre(Values{18, 0, 18, 0, 0}, Values{0, 1, 21, 0, 0}, Values{0, 1, 0, 0, 1},
                           Values{7, 0, 7, 0, 0}, Values{18, 0, 18, 0, 0}, Values{18, 0, 18, 0, 0},
                           Values{0, 9, 0, 1, 1}));
-  EXPECT_EQ(number(sdk->vuna_telemetry_mp_get_algo_major_version, mp, 4U), 8U);
-  EXPECT_EQ(number(sdk->vuna_telemetry_mp_get_algo_minor_version, mp, 4U), UINT32_MAX);
-  EXPECT_EQ(number(sdk->vuna_telemetry_mp_get_num_counters, mp, 4U), 300U);
+  EXPECT_EQ(number(vuna_telemetry_mp_get_algo_major_version, mp, 4U), 8U);
+  EXPECT_EQ(number(vuna_telemetry_mp_get_algo_minor_version, mp, 4U), UINT32_MAX);
+  EXPECT_EQ(number(vuna_telemetry_mp_get_num_counters, mp, 4U), 300U);
   char text[64] = "";
-  EXPECT_EQ(sdk->vuna_telemetry_mp_get_algo_info(mp, 4, text), kVunaSuccess);
+  EXPECT_EQ(vuna_telemetry_mp_get_algo_info(mp, 4, text), kVunaSuccess);
   EXPECT_STREQ(text, "four");
   EXPECT_EQ(counterText(mp, 4, 1), ", odd,, line, plane 1");
-  EXPECT_NE(sdk->vuna_telemetry_mp_get_counter_info(mp, 4, 3, text), kVunaSuccess);
+  EXPECT_NE(vuna_telemetry_mp_get_counter_info(mp, 4, 3, text), kVunaSuccess);
 }
 
-class Netdev : public SimulatorTest {
- protected:
-  Netdev() { environment.set("VUNA_SIMULATOR_SYSFS", tree.folder("net")); }
-  void statistic(const std::string& path, const std::string& text) {
+TEST_F(Scenario, InterfacesAreDevicesAndTheirStatisticsCounters) {
+  environment.set("VUNA_SIMULATOR_SYSFS", tree.folder("net"));
+  const auto statistic = [this](const std::string& path, const std::string& text) {
     tree.write("net/" + path, text);
-  }
-};
-
-TEST_F(Netdev, InterfacesAreDevicesAndTheirStatisticsCounters) {
+  };
   statistic("eth0/statistics/rx_bytes", "100\n");
   statistic("eth0/statistics/collisions", "7");
   statistic("eth0/statistics/tx_packets", "4294967301\n");  // 5 over 32 bits
@@ -161,7 +159,7 @@ TEST_F(Netdev, InterfacesAreDevicesAndTheirStatisticsCounters) {
   vuna_telemetry_mp* const mp = start(1);
   EXPECT_EQ(count, 2U);
   char name[64] = "";
-  sdk->vuna_devinfo_get_ibdev_name(list[1], name, 64);
+  vuna_devinfo_get_ibdev_name(list[1], name, 64);
   EXPECT_STREQ(name, "eth0");
   EXPECT_EQ(counterText(mp, 0, 1), "rx_bytes, received bytes");
   EXPECT_EQ(counterText(mp, 0, 2), "tx_packets, transmitted packets");
@@ -173,8 +171,8 @@ TEST_F(Netdev, InterfacesAreDevicesAndTheirStatisticsCounters) {
 
   statistic("eth0/statistics/rx_bytes", "");  // of an interface that is gone
   std::uint32_t filled = 0, values[3];
-  const vuna_status status = sdk->vuna_telemetry_mp_get_counters(mp, 0, &filled, values);
-  EXPECT_STREQ(sdk->vuna_error_get_name(status), "VUNA_DEVICE_GONE");
+  const vuna_status status = vuna_telemetry_mp_get_counters(mp, 0, &filled, values);
+  EXPECT_STREQ(vuna_error_get_name(status), "VUNA_DEVICE_GONE");
   EXPECT_EQ(filled, 0U);
 }
 

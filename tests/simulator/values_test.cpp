@@ -72,13 +72,13 @@ TEST_F(Laws, ReadsNeverWriteBeyondWhatWasTold) {
         ",'counters':[{'text':'x','planes':8,'law':{'type':'constant','value':1}}]}]}],'faults':[" +
         (*fault ? max_num + fault + "}" : "") + "]}");
     vuna_telemetry_mp* const mp = start();
-    EXPECT_EQ(number(sdk->vuna_telemetry_mp_get_num_counters, mp, 0U), declared);
+    EXPECT_EQ(number(vuna_telemetry_mp_get_num_counters, mp, 0U), declared);
     std::uint32_t told = 0;
-    sdk->vuna_telemetry_mp_cap_get_max_num_counters(sdk->vuna_dev_as_devinfo(dev), &told);
+    vuna_telemetry_mp_cap_get_max_num_counters(vuna_dev_as_devinfo(dev), &told);
 
     Values values(10, 0);
     std::uint32_t claimed = 0;
-    EXPECT_EQ(sdk->vuna_telemetry_mp_get_counters(mp, 0, &claimed, values.data()), kVunaSuccess);
+    EXPECT_EQ(vuna_telemetry_mp_get_counters(mp, 0, &claimed, values.data()), kVunaSuccess);
     EXPECT_EQ(claimed, filled);
     Values expected(10, 0);
     std::fill_n(expected.begin(), written, 1U);
@@ -86,19 +86,17 @@ TEST_F(Laws, ReadsNeverWriteBeyondWhatWasTold) {
   }
 }
 
-// The default scenario's first device, read every 50 milliseconds for a minute.
-class DefaultScenario : public SimulatorTest {
- protected:
-  std::vector<Values> play() {
+class DefaultScenario : public SimulatorTest {};
+
+TEST_F(DefaultScenario, FollowsTheSeedAndAddsUpItsPlanes) {
+  // The first device, read every 50 milliseconds for a minute.
+  const auto play = [this] {
     load("{'base':'default','clock':'samples','sample_step_usec':50000}");
     vuna_telemetry_mp* const mp = start();
     std::vector<Values> reads;
     while (reads.size() < 1'200) reads.push_back(read(mp, 1));
     return reads;
-  }
-};
-
-TEST_F(DefaultScenario, FollowsTheSeedAndAddsUpItsPlanes) {
+  };
   const auto reads = play();
   constexpr std::size_t kTotals = 8, kOfPlane = 7;  // counters: the device's, then each plane's
   int wraps = 0;
