@@ -1,6 +1,4 @@
 // The simulator as its users have it: a library, opened by path, with the environment's scenario.
-#include "tests/support/environment.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -10,6 +8,7 @@
 
 #include "simulator/functions.h"
 #include "simulator/report.h"
+#include "tests/support/environment.h"
 #include "tests/support/plugin.h"
 #include "tests/support/temp_tree.h"
 
@@ -22,6 +21,7 @@ TEST(SimulatorLibrary, TellsWhyItHasNoDevicesAndLeavesTheProcess) {
   const tev::test::TempTree tree;
   tev::test::Environment environment;
   environment.set("VUNA_SIMULATOR_SCENARIO", tree.path("none"));
+  environment.set("VUNA_SIMULATOR_TRACE", tree.path("trace"));
   {
     const tev::test::Plugin library(SIMULATOR);
     auto* const create =
@@ -36,6 +36,7 @@ TEST(SimulatorLibrary, TellsWhyItHasNoDevicesAndLeavesTheProcess) {
     EXPECT_STREQ(text, "lists_created 0");
   }
   EXPECT_EQ(dlopen(SIMULATOR, RTLD_NOW | RTLD_NOLOAD), nullptr);
+  EXPECT_THAT(tev::test::readAll(tree.path("trace")), testing::EndsWith("\nUNLOAD - - 0\n"));
 }
 
 std::string outputOf(const std::string& program) {
@@ -46,7 +47,7 @@ std::string outputOf(const std::string& program) {
   return pclose(pipe) == 0 ? text : "failed";
 }
 
-TEST(SimulatorEnvironment, IsNotThatOfACallerWithFewerRights) {
+TEST(SimulatorLibrary, DoesNotUseTheEnvironmentOfACallerWithFewerRights) {
   tev::test::TempTree tree;
   tev::test::Environment environment;
   environment.set("VUNA_SIMULATOR_SCENARIO", tree.write("none.json", R"({"devices": []})"));
