@@ -6,12 +6,8 @@
 #include "host/support/errors.h"
 #include "tests/fuzz/fuzz.h"
 
-namespace {
-
 using namespace tev::host;
 using tev::test::check;
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::cout.rdbuf(nullptr);  // help and version

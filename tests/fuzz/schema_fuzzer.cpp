@@ -1,17 +1,14 @@
 // Input: a line per type, and in it, between commas, its name and its fields: a name, a type, an
 // array length and a description. The texts go into the canonical text that the identity is made
 // of.
-#include <memory>
-
 #include "tests/fuzz/fuzz.h"
+#include "tests/support/owned.h"
 #include "tev/schema.h"
 #include "tev/serializer.h"
 
 namespace {
 
 using tev::test::check;
-
-using TypeSystem = std::unique_ptr<tev_type_system_t, decltype(&tev_destroy_type_system)>;
 
 void addType(tev_schema_t& schema, const std::string& line) {
   const auto pieces = tev::support::split(line, ',');
@@ -47,7 +44,8 @@ void serialize(tev_type_system_t& types, std::size_t capacity) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   tev::test::formatMessages();
   const auto lines = tev::test::linesOf(data, size);
-  const TypeSystem types(tev_create_type_system(), tev_destroy_type_system);
+  const tev::test::Owned<tev_type_system_t, tev_destroy_type_system> types(
+      tev_create_type_system());
   tev_schema_t* const schema = tev_type_system_add_schema(
       types.get(), lines[0].c_str(), static_cast<std::uint32_t>(size), nullptr);
   for (const auto& line : lines) addType(*schema, line);
