@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
@@ -37,22 +36,17 @@ struct Result {
   std::string err;
 };
 
-// Runs from construction on. Standard output is kept, unless `output` is where it goes.
+// Runs from construction on. The shell reads the words. Standard output is kept, unless `output` is
+// where it goes.
 class HostProcess {
  public:
-  explicit HostProcess(std::vector<std::string> words, const std::string& output = {})
-      : out_(tree_.path("out")), err_(tree_.path("err")) {
-    words.insert(words.begin(), TEV_HOST);
-    std::vector<char*> argv;
-    for (std::string& word : words) argv.push_back(word.data());
-    argv.push_back(nullptr);
+  explicit HostProcess(const std::string& words, const std::string& output = {}) {
+    const std::string command = "exec " TEV_HOST " " + words + " </dev/null 2>" + err_ + " >" +
+                                (output.empty() ? out_ : output);
     pid_ = fork();
     if (pid_ < 0) throw std::runtime_error("cannot start " TEV_HOST);
     if (pid_ > 0) return;
-    if (std::freopen("/dev/null", "r", stdin) &&
-        std::freopen(output.empty() ? out_.c_str() : output.c_str(), "w", stdout) &&
-        std::freopen(err_.c_str(), "w", stderr))
-      execv(TEV_HOST, argv.data());
+    execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
     _exit(127);
   }
   ~HostProcess() {
@@ -84,8 +78,8 @@ class HostProcess {
 
  private:
   TempTree tree_;
-  std::string out_;
-  std::string err_;
+  const std::string out_ = tree_.path("out");
+  const std::string err_ = tree_.path("err");
   pid_t pid_ = -1;
 };
 

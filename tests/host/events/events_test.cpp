@@ -185,19 +185,6 @@ TEST(Decoder, ReadsEveryBuiltInType) {
   EXPECT_EQ(count, TEV_TYPE_TIMESTAMP);
 }
 
-TEST(Decoder, ReadsArraysAndSeveralBlocks) {
-  SampleTypes types;
-  types.add("a", {{"name", nullptr, "char", 0, 4}, {"n", nullptr, "uint8_t", 0, 3}});
-  types.add("b", {{"v", nullptr, "uint8_t", 0, 1}});
-  Bytes bytes;
-  bytes.block(UINT64_MAX, 0, 1, 2).u8({7, 8});
-  bytes.block(1, 0, 0, 1).text("full", 4).u8({1, 2, 3});
-  bytes.block(2, 0, 1, 0).block(3, 0, 0, 1).text("no", 4).u8({4, 5, 6});
-  EXPECT_THAT(decoded(types, bytes),
-              ElementsAre("18446744073709551615 b 7", "18446744073709551615 b 8", "1 a full 1 2 3",
-                          "3 a no 4 5 6"));
-}
-
 TEST(SeriesTable, TellsTypesAndWholeKeysApart) {
   SampleTypes types;
   for (const char* const name : {"a", "b"})

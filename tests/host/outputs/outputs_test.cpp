@@ -73,10 +73,11 @@ TEST(Csv, HasOneHeaderForAllTypesAndQuotesWhatNeedsIt) {
   types.add("a", {{"name", nullptr, "char", 0, 8}, {"x,y", nullptr, "uint8_t", 0, 1}});
   types.add("b", {{"extra", nullptr, "uint8_t", 0, 2}, {"name", nullptr, "char", 0, 8}});
   Bytes bytes;
-  bytes.block(1, 0, 0, 1).text("say \"hi\"", 8).u8({3});
-  bytes.block(2, 0, 1, 1).u8({4, 5}).text("", 8);
-  EXPECT_THAT(written("csv", types, bytes), ElementsAre("timestamp,type,name,\"x,y\",extra",
-                                                        "1,a,\"say \"\"hi\"\"\",3,", "2,b,,,4 5"));
+  bytes.block(1, 0, 0, 1).text("say \"hi\"", 8).u8({3}).block(2, 0, 1, 0);
+  bytes.block(UINT64_MAX, 0, 1, 2).u8({4, 5}).text("", 8).u8({6, 7}).text("no", 8);
+  EXPECT_THAT(written("csv", types, bytes),
+              ElementsAre("timestamp,type,name,\"x,y\",extra", "1,a,\"say \"\"hi\"\"\",3,",
+                          "18446744073709551615,b,,,4 5", "18446744073709551615,b,no,,6 7"));
 }
 
 TEST(Table, ShowsCountersAcrossTheirEndAndGaugesPlainly) {
