@@ -86,9 +86,9 @@ TEST(PluginMatrix, EveryCallThatGoesWrongLeavesNothingBehind) {
         for (const char* const library : {PLUGIN, SIMULATOR})
           EXPECT_EQ(dlopen(library, RTLD_NOW | RTLD_NOLOAD), nullptr);
         const std::string trace = readAll(tree.path("trace"));
-        EXPECT_EQ(trace.find("MISUSE"), trace.npos) << trace;
+        EXPECT_EQ(trace.find("MISUSE"), std::string::npos) << trace;
         EXPECT_TRUE(trace.ends_with("UNLOAD - - 0\n"));
-        met += trace.find(" fault\n") != trace.npos;
+        met += trace.find(" fault\n") != std::string::npos;
       }
   EXPECT_GT(met, 120u);
   EXPECT_GT(events, 0u);
