@@ -10,6 +10,7 @@
 #include <span>
 #include <string_view>
 #include <system_error>
+#include <vector>
 
 #include "host/support/errors.h"
 #include "host/support/option_text.h"
@@ -35,10 +36,13 @@ constexpr char kExamples[] = R"(Examples:
       ten seconds at 1 kHz, into a file
   tev-host run --simulate --fset types.fset --cset counters.cset --filter -rdma2
       selected types, fields and counters of all devices except rdma2
+  tev-host run --simulate --option multipath-sample-interval-usec=1000 --window 1000 --format jsonl
+      a record per series and second, with the highest rate of any millisecond
   tev-host run --option multipath-vuna-lib-path=/path/to/libvuna_telemetry.so
       a real device SDK
 
-Exit code: 0 success, 1 the plug-in refused or the run failed, 2 wrong usage.)";
+Exit code: 0 success, 1 the plug-in refused, the run failed or no sample was read, 2 wrong usage,
+3 samples are missing (with --strict).)";
 
 const OutputFormat* formatNamed(const char* option, const std::string& text) {
   const OutputFormat* const format = findOutputFormat(text);
@@ -88,6 +92,10 @@ void readScenario(const std::string& scenario, PluginOptions& plugin,
   plugin.simulator_scenario = scenario;
 }
 
+void expectPattern(const char* option, const std::string& pattern) {
+  if (pattern.empty()) refuse(option, pattern, "a name, ^PREFIX or SUFFIX$ is needed");
+}
+
 // Texts that can be interpreted only when all options are known.
 struct Given {
   std::optional<std::string> plugin;
@@ -102,6 +110,15 @@ CLI::Option* addParsed(CLI::App& command, const char* name, Value& value, Read r
   return command.add_option_function<std::string>(
       name, [&value, read, name](const std::string& text) { value = read(name, text); },
       description);
+}
+
+// Adds an option that may be given several times.
+CLI::Option* addRepeated(CLI::App& command, const char* name, std::vector<std::string>& values,
+                         const std::string& description) {
+  return command.add_option(name, values, description)
+      ->expected(1)
+      ->allow_extra_args(false)
+      ->take_all();
 }
 
 void addPluginPath(CLI::App& command, Given& given) {
@@ -151,10 +168,37 @@ void addRunOptions(CLI::App& command, RunOptions& options) {
       .add_option("--cset", options.selection.counter_set,
                   "Write only the counters that this counter-set file names, under their aliases")
       ->type_name("FILE");
-  command
-      .add_option("--filter", options.selection.filter,
-                  "Write only the devices whose names pass this filter, for example eth+np0 or -lo")
+  addRepeated(command, "--filter", options.selection.filters,
+              "Write only the devices whose names pass this filter, for example eth+np0 or -lo; if "
+              "repeated, a device needs to pass one of them. A part of a name is sufficient: rdma1 "
+              "also means rdma10")
       ->type_name("EXPRESSION");
+  addRepeated(command, "--counter", options.counting.counters,
+              "These fields are counters: NAME, ^PREFIX or SUFFIX$; may be repeated (default: the "
+              "samples decide)")
+      ->type_name("PATTERN");
+  addRepeated(command, "--gauge", options.counting.gauges,
+              "These fields are gauges, which have neither a rate nor a sum; takes precedence over "
+              "--counter; may be repeated")
+      ->type_name("PATTERN");
+  command
+      .add_flag(
+          "--rates", options.rates,
+          "With jsonl and csv: add to each event its kind and number, and to each counter its "
+          "64-bit total, its rate, and a mark when these are not certain")
+      ->disable_flag_override();
+  addParsed(
+      command, "--window", options.window,
+      [](const char* name, const std::string& text) {
+        return std::chrono::milliseconds(wholeNumber(name, text, kMaxUpdate));
+      },
+      "With jsonl and csv: instead of the events, write the figures of each series per window of "
+      "this length, among them the highest rate of a single sample")
+      ->type_name("MILLISECONDS");
+  command
+      .add_flag("--strict", options.strict,
+                "Exit with code 3 when a sample was lost, refused or missed")
+      ->disable_flag_override();
   addParsed(command, "--duration", options.duration, seconds,
             "Stop after this time; may be a fraction")
       ->type_name("SECONDS");
@@ -280,6 +324,10 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const Companions
 
   const CLI::App& command = *app.get_subcommands().front();
   line.command = commandNamed(command.get_name());
+  for (const std::string& pattern : line.run.counting.counters) expectPattern("--counter", pattern);
+  for (const std::string& pattern : line.run.counting.gauges) expectPattern("--gauge", pattern);
+  if (line.run.rates && line.run.window)
+    throw UsageError("--rates and --window exclude each other");
   PluginOptions& plugin = line.run.plugin;
   if (given.plugin && given.plugin->empty()) refuse("--plugin", *given.plugin, "a path is needed");
   plugin.path = given.plugin.value_or(companions.plugin.string());

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "host/events/projection.h"
+#include "host/figures/counting_options.h"
 #include "host/outputs/formats.h"
 #include "host/plugin/plugin_options.h"
 
@@ -20,7 +21,11 @@ struct RunOptions {
   std::string output;                    // path; empty: standard output
   std::optional<std::chrono::nanoseconds> duration;
   std::optional<std::uint64_t> samples;
-  bool jitter = false;  // measure it
+  bool jitter = false;                              // measure it
+  bool strict = false;                              // a missing sample is a failure
+  bool rates = false;                               // derived figures beside the events
+  std::optional<std::chrono::milliseconds> window;  // derived figures instead of the events
+  CountingOptions counting;
 };
 
 }  // namespace tev::host

@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <iterator>
-#include <utility>
+#include <map>
+#include <optional>
 
+#include "host/figures/fast_counters.h"
 #include "host/support/text.h"
 
 namespace tev::host {
@@ -18,7 +20,7 @@ struct DeviceRow {
   std::string device;
   std::uint64_t samples = 0;
   std::optional<double> per_second;
-  std::optional<DeviceCounts> counts;
+  const DeviceHealth* health = nullptr;
 };
 
 double toSeconds(const timeval& time) {
@@ -33,16 +35,14 @@ std::optional<double> perSecond(const Delivery::SeriesCount& series) {
 
 DeviceRow& rowOf(std::vector<DeviceRow>& rows, const std::string& device) {
   auto row = std::ranges::find(rows, device, &DeviceRow::device);
-  if (row == rows.end()) row = rows.insert(row, DeviceRow{device, 0, {}, {}});
+  if (row == rows.end()) row = rows.insert(row, DeviceRow{device, 0, {}, nullptr});
   return *row;
 }
 
-std::vector<DeviceRow> deviceRows(const Delivery& delivery, const Projection& projection,
-                                  const std::optional<std::vector<DeviceCounts>>& counts) {
+std::vector<DeviceRow> deviceRows(const Delivery& delivery) {
   std::vector<DeviceRow> rows;
-  if (counts)
-    for (const DeviceCounts& one : *counts)
-      if (projection.devices().passes(one.device)) rowOf(rows, one.device).counts = one;
+  for (const DeviceHealth& one : delivery.health().devices())
+    rowOf(rows, one.counts.device).health = &one;
   // A sample of a device is one event of each of its series.
   for (const Delivery::SeriesCount& one : delivery.series()) {
     if (!one.isTaken()) continue;
@@ -53,42 +53,49 @@ std::vector<DeviceRow> deviceRows(const Delivery& delivery, const Projection& pr
   return rows;
 }
 
-std::string countText(const std::optional<DeviceCounts>& counts,
-                      std::uint64_t DeviceCounts::*count) {
-  return counts ? fmt::format("{}", (*counts).*count) : "-";
-}
-
-void appendDevices(std::string& out, const std::vector<DeviceRow>& rows) {
+void appendDevices(std::string& out, const std::vector<DeviceRow>& rows, bool counted) {
   std::size_t width = sizeof "device" - 1;
   for (const DeviceRow& row : rows) width = std::max(width, displayWidth(row.device));
-  constexpr auto kRow = "  {}  {:>12}  {:>12}  {:>10}  {:>10}\n";
+  constexpr auto kRow = "  {}  {:>12}  {:>12}  {:>10}  {:>10}  {:>10}\n";
   fmt::format_to(std::back_inserter(out), kRow, padRight("device", width), "samples", "per second",
-                 "lost", "failed");
-  for (const DeviceRow& row : rows)
+                 "lost", "failed", "missed");
+  for (const DeviceRow& row : rows) {
+    const DeviceCounts counts = row.health ? row.health->counts : DeviceCounts();
+    const auto count = [&](std::uint64_t number) {
+      return counted ? fmt::format("{}", number) : std::string("-");
+    };
     fmt::format_to(std::back_inserter(out), kRow, padRight(row.device, width), row.samples,
                    row.per_second ? fmt::format("{:.1f}", *row.per_second) : "-",
-                   countText(row.counts, &DeviceCounts::lost),
-                   countText(row.counts, &DeviceCounts::failed));
+                   count(counts.lost), count(counts.failed),
+                   count(counts.missed_by_overrun + counts.missed_by_late_wakeup));
+  }
 }
 
-// One line per device with missing samples: their numbers and the reasons.
-void appendTroubles(std::string& out, const std::vector<DeviceRow>& rows) {
-  constexpr std::pair<std::uint64_t DeviceCounts::*, const char*> kTroubles[] = {
-      {&DeviceCounts::lost, "lost, because the buffers were full"},
-      {&DeviceCounts::refused, "refused by the device"},
-      {&DeviceCounts::nothing_filled, "without any counter"},
-      {&DeviceCounts::missed_by_overrun, "missed, because a pass took too long"},
-      {&DeviceCounts::missed_by_late_wakeup, "missed, because the thread woke too late"},
-  };
+// One line per device that does not deliver or that misses samples.
+void appendTroubles(std::string& out, const std::vector<DeviceRow>& rows, std::uint64_t now_usec) {
   for (const DeviceRow& row : rows) {
-    if (!row.counts) continue;
-    std::string line;
-    const auto add = [&](const std::string& text) { line += (line.empty() ? "" : "; ") + text; };
-    for (const auto& [count, text] : kTroubles)
-      if ((*row.counts).*count > 0) add(fmt::format("{} {}", (*row.counts).*count, text));
-    if (!row.counts->last_failure.empty()) add("last failure: " + row.counts->last_failure);
-    if (!line.empty()) fmt::format_to(std::back_inserter(out), "  {}: {}\n", row.device, line);
+    if (!row.health) continue;
+    if (const std::string text = describe(*row.health, now_usec); !text.empty())
+      fmt::format_to(std::back_inserter(out), "  {}: {}\n", row.device, text);
   }
+}
+
+// One line per counter that moves too fast, and one per field with unknown steps.
+void appendFigures(std::string& out, const Figures& figures) {
+  for (const FastCounter& counter : fastCounters(figures))
+    fmt::format_to(std::back_inserter(out), "  {}\n", describe(counter));
+  std::map<std::string, std::uint64_t> unknown;
+  for (const SeriesFigures& one : figures.all()) {
+    if (!one.series) continue;
+    const auto columns = figures.columns(*one.series->type);
+    for (std::size_t i = 0; i < one.tracks.size(); ++i)
+      if (one.tracks[i].counts() && one.tracks[i].unknownSteps() > 0)
+        unknown[asPrintable(columns[i]->name)] += one.tracks[i].unknownSteps();
+  }
+  for (const auto& [name, steps] : unknown)
+    fmt::format_to(std::back_inserter(out),
+                   "  {}: {} unknown step{}, so its totals are lower bounds\n", name, steps,
+                   steps == 1 ? "" : "s");
 }
 
 void appendTypes(std::string& out, const Delivery& delivery, const Projection& projection) {
@@ -115,8 +122,7 @@ CpuTime cpuTime() {
 }
 
 std::string summarize(double elapsed_seconds, const CpuTime& cpu, const Delivery& delivery,
-                      const Projection& projection,
-                      const std::optional<std::vector<DeviceCounts>>& counts) {
+                      const Figures& figures) {
   const double busy = cpu.user_seconds + cpu.system_seconds;
   std::string out =
       fmt::format("tev-host: {:.2f} s, CPU time {:.3f} s (user {:.3f}, system {:.3f})",
@@ -125,10 +131,11 @@ std::string summarize(double elapsed_seconds, const CpuTime& cpu, const Delivery
   if (elapsed_seconds >= kTellingSeconds)
     fmt::format_to(std::back_inserter(out), ", {:.1f} % of a core", 100 * busy / elapsed_seconds);
   out += '\n';
-  const auto rows = deviceRows(delivery, projection, counts);
-  appendDevices(out, rows);
-  appendTroubles(out, rows);
-  appendTypes(out, delivery, projection);
+  const auto rows = deviceRows(delivery);
+  appendDevices(out, rows, delivery.health().areCounted());
+  appendTroubles(out, rows, delivery.health().lastUpdateUsec());
+  appendFigures(out, figures);
+  appendTypes(out, delivery, figures.projection());
   return out;
 }
 

@@ -1,12 +1,9 @@
 // The figures of a whole run, for the person who started it.
 #pragma once
 
-#include <optional>
 #include <string>
-#include <vector>
 
-#include "host/events/event_source.h"
-#include "host/events/projection.h"
+#include "host/figures/figures.h"
 #include "host/outputs/delivery.h"
 
 namespace tev::host {
@@ -19,9 +16,8 @@ struct CpuTime {
 // The CPU time of the whole process so far.
 CpuTime cpuTime();
 
-// Lines of text. `projection` is the one of the written events. `counts` come from the source.
+// Lines of text, from the last update.
 std::string summarize(double elapsed_seconds, const CpuTime& cpu, const Delivery& delivery,
-                      const Projection& projection,
-                      const std::optional<std::vector<DeviceCounts>>& counts);
+                      const Figures& figures);
 
 }  // namespace tev::host

@@ -10,27 +10,39 @@
 
 namespace tev::host {
 
-DeviceFilter::DeviceFilter(const std::string& expression) : expression_(expression) {
+DeviceFilter::Expression::Expression(const std::string& expression) : text(expression) {
   const auto lines = Log::instance().linesOf([this] {
-    tev_filter_get_incl_excl_tokens(expression_.c_str(), inclusive_->all, &inclusive_->count,
-                                    exclusive_->all, &exclusive_->count);
+    tev_filter_get_incl_excl_tokens(text.c_str(), inclusive->all, &inclusive->count, exclusive->all,
+                                    &exclusive->count);
   });
   if (!lines.empty())
-    throw UsageError(fmt::format("--filter {}: {}", asPrintable(expression), lines.back()));
+    throw UsageError(fmt::format("--filter {}: {}", asPrintable(text), lines.back()));
+}
+
+bool DeviceFilter::Expression::passes(const std::string& device) const {
+  return tev_filter_have_match(inclusive->all, inclusive->count, exclusive->all, exclusive->count,
+                               device.c_str());
+}
+
+DeviceFilter::DeviceFilter(const std::vector<std::string>& expressions) {
+  for (const std::string& text : expressions) expressions_.emplace_back(text);
 }
 
 bool DeviceFilter::passes(const std::string& device) const {
-  return tev_filter_have_match(inclusive_->all, inclusive_->count, exclusive_->all,
-                               exclusive_->count, device.c_str());
+  return expressions_.empty() || std::ranges::any_of(expressions_, [&](const Expression& one) {
+           return one.passes(device);
+         });
 }
 
 void DeviceFilter::expectOneOf(const std::vector<std::string>& devices) const {
   if (devices.empty() ||
       std::ranges::any_of(devices, [this](const std::string& device) { return passes(device); }))
     return;
+  std::vector<std::string> texts;
+  for (const Expression& one : expressions_) texts.push_back(one.text);
   throw UsageError(
       fmt::format("--filter {}: no device passes that has a chosen type\n  The devices are: {}",
-                  asPrintable(expression_), commaSeparated(devices)));
+                  commaSeparated(texts), commaSeparated(devices)));
 }
 
 }  // namespace tev::host

@@ -9,12 +9,12 @@
 
 namespace tev::host {
 
-// A filter expression over the names of devices.
+// Filter expressions over the names of devices.
 class DeviceFilter {
  public:
-  // Every device passes an empty expression. Throws UsageError when the expression exceeds the
-  // limits.
-  explicit DeviceFilter(const std::string& expression);
+  // A device passes if it passes any of the expressions, and if there are none. Throws UsageError
+  // when an expression exceeds the limits.
+  explicit DeviceFilter(const std::vector<std::string>& expressions);
 
   bool passes(const std::string& device) const;
 
@@ -27,9 +27,16 @@ class DeviceFilter {
     std::size_t count = 0;
   };
 
-  std::string expression_;
-  std::unique_ptr<Tokens> inclusive_ = std::make_unique<Tokens>();
-  std::unique_ptr<Tokens> exclusive_ = std::make_unique<Tokens>();
+  struct Expression {
+    explicit Expression(const std::string& text);
+    bool passes(const std::string& device) const;
+
+    std::string text;
+    std::unique_ptr<Tokens> inclusive = std::make_unique<Tokens>();
+    std::unique_ptr<Tokens> exclusive = std::make_unique<Tokens>();
+  };
+
+  std::vector<Expression> expressions_;
 };
 
 }  // namespace tev::host

@@ -27,8 +27,11 @@ struct DeviceCounts {
   // The reasons, if the source reports them; otherwise zero and empty.
   std::uint64_t refused = 0;                // of those that failed
   std::uint64_t nothing_filled = 0;         // of those that failed
+  std::uint64_t failed_otherwise = 0;       // of those that failed
   std::uint64_t missed_by_overrun = 0;      // not read, because an earlier pass took too long
   std::uint64_t missed_by_late_wakeup = 0;  // not read, because the thread was woken too late
+  std::uint64_t discarded = 0;              // read, and dropped before the host fetched them
+  std::uint64_t left_out = 0;               // batches without the device, whose read took too long
   std::string last_failure{};               // text of the last failure
 };
 

@@ -10,6 +10,7 @@
 #include "host/support/errors.h"
 #include "host/support/log.h"
 #include "host/support/text.h"
+#include "src/support/text.h"
 #include "tev/counter_set.h"
 #include "tev/field_set.h"
 
@@ -17,6 +18,9 @@ namespace tev::host {
 namespace {
 
 using Types = std::vector<ProjectedType>;
+
+constexpr char kCounterTag[] = "counters";
+constexpr char kGaugeTag[] = "gauges";
 
 // The names that a field set can match, for error messages.
 std::string typesAndFields(const Types& types) {
@@ -39,30 +43,29 @@ std::string counters(const Types& types) {
   return "\n  The counters are: " + commaSeparated(names);
 }
 
-// Reads a set's file. `names` is the list of possible names for the error message.
-template <class Set>
-Set load(const char* option, const std::string& path, const std::string& names) {
-  Set set;
+// Reads a set's file with `read`, which returns false when it fails. `names` is the list of
+// possible names for the error message.
+void load(const char* option, const std::string& path, const std::string& names,
+          const std::function<bool()>& read) {
   bool loaded = false;
   Log& log = Log::instance();
-  const auto lines = log.linesOf([&] { loaded = set.loadFromFile(path); });
+  const auto lines = log.linesOf([&] { loaded = read(); });
   if (!loaded)
     throw UsageError(fmt::format("{} {}: {}{}", option, path.empty() ? "''" : asPrintable(path),
                                  fmt::join(lines, "\n  "), names));
   for (const std::string& line : lines)
     log.say(fmt::format("tev-host: {} {}: {}", option, asPrintable(path), line));
-  return set;
 }
 
-// Keeps the columns for which `wanted` returns true. A type is taken if `counts` returns true for
-// at least one of them.
-void keep(Types& types, const std::function<bool(const TypeView&, const Column&)>& wanted,
-          const std::function<bool(const Column&)>& counts) {
+// Keeps the columns for which `wanted` returns true, and the key, without which the rows of two
+// series could not be told apart. A type is taken if any of its columns is wanted.
+void keep(Types& types, const std::function<bool(const TypeView&, const Column&)>& wanted) {
   for (ProjectedType& type : types) {
-    std::erase_if(type.columns, [&](const Column& column) { return !wanted(*type.view, column); });
-    if (std::ranges::any_of(type.columns, counts)) continue;
-    type.columns.clear();
-    type.taken = false;
+    type.taken = std::ranges::any_of(
+        type.columns, [&](const Column& column) { return wanted(*type.view, column); });
+    std::erase_if(type.columns, [&](const Column& column) {
+      return !type.taken || (column.key == 0 && !wanted(*type.view, column));
+    });
   }
 }
 
@@ -85,44 +88,49 @@ void rename(std::vector<Column>& columns, const ProviderCounterSet& set) {
   for (const auto& [column, alias] : renamed) column->name = names.add(alias);
 }
 
-void chooseFields(Types& types, const std::string& path) {
-  constexpr auto kOption = "--fset";
-  const std::string names = typesAndFields(types);
-  const auto set = load<ProviderFieldSet>(kOption, path, names);
-  keep(
-      types,
-      [&](const TypeView& type, const Column& column) {
-        return set.shouldIncludeField(type.name, column.name);
-      },
-      [](const Column&) { return true; });
-  expectAnyTaken(types, kOption, path, names);
-}
-
-void chooseCounters(Types& types, const std::string& path) {
-  constexpr auto kOption = "--cset";
-  const std::string names = counters(types);
-  const auto set = load<ProviderCounterSet>(kOption, path, names);
-  keep(
-      types,
-      [&](const TypeView&, const Column& column) {
-        return column.key != 0 || set.shouldIncludeCounter(column.name);
-      },
-      [](const Column& column) { return column.key == 0; });
-  expectAnyTaken(types, kOption, path, names);
-  for (ProjectedType& type : types) rename(type.columns, set);
-}
-
-Types chosen(const SchemaView& schema, const SelectionOptions& options) {
-  Types types;
-  for (const TypeView& type : schema.types()) types.push_back({&type, true, type.columns});
-  if (options.field_set) chooseFields(types, *options.field_set);
-  if (options.counter_set) chooseCounters(types, *options.counter_set);
-  return types;
+std::vector<std::string> tagValues(const ProviderCounterSet& set, const char* tag) {
+  const auto& values = set.getUserTagValues();
+  const auto found = values.find(tag);
+  std::vector<std::string> patterns;
+  if (found == values.end()) return patterns;
+  for (const std::string_view part : support::split(found->second, ','))
+    if (std::string pattern = string::trim(part); !pattern.empty())
+      patterns.push_back(std::move(pattern));
+  return patterns;
 }
 
 }  // namespace
 
+void Projection::chooseFields(const std::string& path) {
+  constexpr auto kOption = "--fset";
+  const std::string names = typesAndFields(types_);
+  ProviderFieldSet set;
+  load(kOption, path, names, [&] { return set.loadFromFile(path); });
+  keep(types_, [&](const TypeView& type, const Column& column) {
+    return set.shouldIncludeField(type.name, column.name);
+  });
+  expectAnyTaken(types_, kOption, path, names);
+}
+
+void Projection::chooseCounters(const std::string& path) {
+  constexpr auto kOption = "--cset";
+  const std::string names = counters(types_);
+  ProviderCounterSet set;
+  load(kOption, path, names, [&] { return set.loadFromFile(path, {kCounterTag, kGaugeTag}); });
+  keep(types_, [&](const TypeView&, const Column& column) {
+    return column.key == 0 && set.shouldIncludeCounter(column.name);
+  });
+  expectAnyTaken(types_, kOption, path, names);
+  for (ProjectedType& type : types_) rename(type.columns, set);
+  tagged_counters_ = tagValues(set, kCounterTag);
+  tagged_gauges_ = tagValues(set, kGaugeTag);
+}
+
 Projection::Projection(const SchemaView& schema, const SelectionOptions& options)
-    : schema_(schema), types_(chosen(schema, options)), devices_(options.filter) {}
+    : schema_(schema), devices_(options.filters) {
+  for (const TypeView& type : schema.types()) types_.push_back({&type, true, type.columns});
+  if (options.field_set) chooseFields(*options.field_set);
+  if (options.counter_set) chooseCounters(*options.counter_set);
+}
 
 }  // namespace tev::host

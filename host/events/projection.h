@@ -14,7 +14,7 @@ namespace tev::host {
 struct SelectionOptions {
   std::optional<std::string> field_set;    // path of a field-set file
   std::optional<std::string> counter_set;  // path of a counter-set file
-  std::string filter;                      // filter expression over the names of devices
+  std::vector<std::string> filters;        // filter expressions over the names of devices
 };
 
 struct ProjectedType {
@@ -38,9 +38,19 @@ class Projection {
   }
   const DeviceFilter& devices() const { return devices_; }
 
+  // The patterns of the counter set's tags "# counters=" and "# gauges=": what the user knows about
+  // the kinds of fields.
+  const std::vector<std::string>& taggedCounters() const { return tagged_counters_; }
+  const std::vector<std::string>& taggedGauges() const { return tagged_gauges_; }
+
  private:
+  void chooseFields(const std::string& path);
+  void chooseCounters(const std::string& path);
+
   const SchemaView& schema_;
   std::vector<ProjectedType> types_;  // by the type's number
+  std::vector<std::string> tagged_counters_;
+  std::vector<std::string> tagged_gauges_;
   DeviceFilter devices_;
 };
 

@@ -5,6 +5,10 @@
 
 namespace tev::host {
 
+std::string kindOf(const TypeView& type) {
+  return type.keys.size() < 2 ? "device" : type.keys.back().name;
+}
+
 const Series& SeriesTable::of(const Event& event) {
   key_.assign(reinterpret_cast<const char*>(&event.type->number), sizeof event.type->number);
   for (const Column& column : event.type->keys)

@@ -19,6 +19,10 @@ struct Series {
   std::vector<std::string> keys;  // the other values of the key
 };
 
+// What the events of a type describe. This does not depend on which other devices are sampled, as
+// the type's name does: "device", or the name of the last field of the key, for example "plane".
+std::string kindOf(const TypeView& type);
+
 class SeriesTable {
  public:
   // The event's series, which is added when it is new. Its address does not change.

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -19,8 +20,17 @@ bool isCounterSized(const Column& column);
 // The bytes of a text column up to the first NUL.
 std::string_view textOf(const Column& column, const std::uint8_t* event);
 
-// The value of a column of unsigned numbers.
-std::uint64_t unsignedOf(const Column& column, const std::uint8_t* event);
+// The value of a column for which isCounterSized() returns true.
+inline std::uint64_t unsignedOf(const Column& column, const std::uint8_t* event) {
+  if (column.element_size == sizeof(std::uint32_t)) {
+    std::uint32_t value;
+    std::memcpy(&value, event + column.offset, sizeof value);
+    return value;
+  }
+  std::uint64_t value;
+  std::memcpy(&value, event + column.offset, sizeof value);
+  return value;
+}
 
 // False for infinities and for "not a number".
 bool isFinite(const Column& column, const std::uint8_t* event, std::size_t element);

@@ -14,10 +14,12 @@ bool takes(const Output& output, const TypeView& type) {
 
 }  // namespace
 
-Delivery::Delivery(const SchemaView& schema, std::vector<Output*> outputs,
-                   std::optional<std::uint64_t> samples)
+Delivery::Delivery(const SchemaView& schema, std::vector<Output*> outputs, Figures& figures,
+                   std::optional<std::uint64_t> samples, std::uint64_t patience_usec)
     : schema_(schema),
       outputs_(std::move(outputs)),
+      figures_(figures),
+      health_(patience_usec),
       samples_(samples),
       totals_(schema.types().size()) {
   for (const TypeView& type : schema.types())
@@ -35,16 +37,28 @@ void Delivery::take(Blocks blocks) {
     decodeBlocks(schema_, blocks, [this](const Event& event) { takeEvent(event); });
 }
 
-void Delivery::update(const RunStatus& status) {
+void Delivery::update(RunStatus status) {
+  watchHealth(status);
   for (Output* const output : outputs_) output->update(status);
 }
 
-void Delivery::end(const RunStatus& status) {
+void Delivery::end(RunStatus status) {
+  watchHealth(status);
   for (Output* const output : outputs_) output->end(status);
 }
 
 void Delivery::leave() {
   for (Output* const output : outputs_) output->leave();
+}
+
+void Delivery::watchHealth(RunStatus& status) {
+  const DeviceFilter& filter = figures_.projection().devices();
+  std::erase_if(status.devices,
+                [&](const DeviceCounts& one) { return !filter.passes(one.device); });
+  for (const SeriesCount& one : counts_)
+    if (one.is_followed) health_.sample(one.series->device, one.last_usec);
+  health_.update(status.devices, status.now_usec);
+  status.health = &health_;
 }
 
 void Delivery::takeEvent(const Event& event) {
@@ -58,6 +72,7 @@ void Delivery::takeEvent(const Event& event) {
   TypeTotals& totals = totals_[event.type->number];
   ++totals.events;
   totals.bytes += event.type->size;
+  if (count.is_followed) figures_.sample(event, *count.series);
   for (Output* const taker : count.takers) taker->event(event, *count.series);
 }
 
@@ -68,6 +83,8 @@ Delivery::SeriesCount& Delivery::countOf(const Event& event) {
   for (Output* const output : outputs_)
     if (takes(*output, *series.type) && output->projection()->devices().passes(series.device))
       count.takers.push_back(output);
+  const Projection& followed = figures_.projection();
+  count.is_followed = followed.takes(*series.type) && followed.devices().passes(series.device);
   return counts_.emplace_back(std::move(count));
 }
 
@@ -75,6 +92,22 @@ bool Delivery::isHopeless() const {
   return std::ranges::none_of(counts_, &SeriesCount::isTaken) &&
          std::ranges::any_of(counts_,
                              [](const SeriesCount& one) { return one.arrived > kPatience; });
+}
+
+bool Delivery::isComplete(const std::string& device) const {
+  bool any = false;
+  for (const SeriesCount& one : counts_) {
+    if (!one.isTaken() || one.series->device != device) continue;
+    if (one.written < *samples_) return false;
+    any = true;
+  }
+  return any;
+}
+
+bool Delivery::isGivenUp(const DeviceHealth& device) const {
+  if (device.state == DeviceState::sampling) return false;
+  return device.state == DeviceState::silent ||
+         missingSamples(device.counts) > *samples_ + kPatience;
 }
 
 bool Delivery::isComplete() const {
@@ -86,6 +119,11 @@ bool Delivery::isComplete() const {
     all_complete &= !one.isTaken() || one.written >= *samples_;
   }
   if (any_taken && all_complete) return true;
+  if (!health_.devices().empty() &&
+      std::ranges::all_of(health_.devices(), [this](const DeviceHealth& device) {
+        return isComplete(device.counts.device) || isGivenUp(device);
+      }))
+    return true;
   return std::ranges::any_of(counts_, [this](const SeriesCount& one) {
     return one.arrived > *samples_ && one.arrived - *samples_ > *samples_ + kPatience;
   });

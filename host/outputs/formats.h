@@ -1,32 +1,39 @@
 // The table of output formats.
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 
+#include "host/figures/figures.h"
 #include "host/outputs/output.h"
 #include "host/outputs/output_file.h"
 
-// Each row: name, factory function, help text. A new format needs a row here and a file with its
-// factory function.
-#define TEV_OUTPUT_FORMATS(FORMAT)                                                          \
-  FORMAT("table", makeTable, "values and rates per device, redrawn in place on a terminal") \
-  FORMAT("jsonl", makeJsonl, "one JSON object per line and event")                          \
-  FORMAT("csv", makeCsv, "comma-separated values with one header line")
+// Each row: name, factory function, whether programs read it, help text. A new format needs a row
+// here and a file with its factory function.
+#define TEV_OUTPUT_FORMATS(FORMAT)                                                                 \
+  FORMAT("table", makeTable, false, "values and rates per device, redrawn in place on a terminal") \
+  FORMAT("jsonl", makeJsonl, true, "one JSON object per line and event")                           \
+  FORMAT("csv", makeCsv, true, "comma-separated values with one header line")
 
 namespace tev::host {
 
-// The objects that an output uses. Both must outlive it.
+// The objects that an output uses. They must outlive it.
 struct OutputSetup {
   const Projection& projection;
+  const Figures& figures;  // of the projection
   OutputFile& file;
+  bool rates = false;                        // adds derived figures to each event
+  std::optional<std::uint64_t> window_usec;  // replaces the events by windows of this length
 };
 
 struct OutputFormat {
   std::string_view name;
   std::unique_ptr<Output> (*make)(const OutputSetup&);
+  bool is_machine_readable;
   std::string_view help;
 };
 
@@ -38,7 +45,8 @@ const OutputFormat* findOutputFormat(std::string_view name);
 // "table, jsonl or csv".
 std::string outputFormatNames();
 
-#define TEV_DECLARE(name, make, help) std::unique_ptr<Output> make(const OutputSetup& setup);
+#define TEV_DECLARE(name, make, machine, help) \
+  std::unique_ptr<Output> make(const OutputSetup& setup);
 TEV_OUTPUT_FORMATS(TEV_DECLARE)
 #undef TEV_DECLARE
 

@@ -2,27 +2,18 @@
 #include <fmt/format.h>
 
 #include <iterator>
+#include <memory>
 #include <string_view>
 
 #include "host/events/values.h"
+#include "host/outputs/derived_columns.h"
+#include "host/outputs/health_lines.h"
+#include "host/outputs/json_text.h"
 #include "host/outputs/text_output.h"
-#include "host/support/text.h"
+#include "host/outputs/window_output.h"
 
 namespace tev::host {
 namespace {
-
-void appendQuoted(std::string& out, std::string_view text) {
-  out += '"';
-  for (const char character : asUtf8(text)) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (byte == '"' || byte == '\\') out += '\\';
-    if (byte < 0x20 || byte == 0x7f)
-      fmt::format_to(std::back_inserter(out), "\\u{:04x}", byte);
-    else
-      out += character;
-  }
-  out += '"';
-}
 
 void appendNumber(std::string& out, const Column& column, const std::uint8_t* event,
                   std::size_t element) {
@@ -33,7 +24,7 @@ void appendNumber(std::string& out, const Column& column, const std::uint8_t* ev
 }
 
 void appendValue(std::string& out, const Column& column, const std::uint8_t* event) {
-  if (isText(column)) return appendQuoted(out, textOf(column, event));
+  if (isText(column)) return appendJsonText(out, textOf(column, event));
   if (column.count == 1) return appendNumber(out, column, event, 0);
   out += '[';
   for (std::size_t i = 0; i < column.count; ++i) {
@@ -43,33 +34,59 @@ void appendValue(std::string& out, const Column& column, const std::uint8_t* eve
   out += ']';
 }
 
+// `,"name":`
+std::string label(const std::string& name) {
+  std::string text = ",";
+  appendJsonText(text, name);
+  return text + ':';
+}
+
 class JsonlOutput final : public TextOutput {
  public:
-  explicit JsonlOutput(const OutputSetup& setup) : TextOutput(setup) {
+  explicit JsonlOutput(const OutputSetup& setup)
+      : TextOutput(setup), figures_(setup.figures), with_rates_(setup.rates) {
+    const DerivedColumns derived(figures_);
     for (const TypeView& type : projection_.schema().types()) {
       Labels& labels = labels_.emplace_back();
-      labels.type = ",\"type\":";
-      appendQuoted(labels.type, type.name);
-      for (const Column& column : projection_.columns(type)) {
-        std::string& label = labels.columns.emplace_back(",");
-        appendQuoted(label, column.name);
-        label += ':';
+      labels.type = label("type");
+      appendJsonText(labels.type, type.name);
+      for (const Column& column : projection_.columns(type))
+        labels.columns.push_back(label(column.name));
+      if (!with_rates_) continue;
+      labels.type += label(derived.kind());
+      appendJsonText(labels.type, kindOf(type));
+      labels.type += label(derived.sample());
+      for (const Column* const column : figures_.columns(type)) {
+        const auto& names = derived.of(*column);
+        labels.derived.push_back({label(names.total), label(names.per_second), label(names.mark)});
       }
     }
   }
 
-  void event(const Event& event, const Series&) override {
+  void event(const Event& event, const Series& series) override {
     const Labels& labels = labels_[event.type->number];
     std::string& out = file_.buffer();
     fmt::format_to(std::back_inserter(out), "{{\"timestamp\":{}", event.timestamp_usec);
     out += labels.type;
+    if (with_rates_) fmt::format_to(std::back_inserter(out), "{}", figures_.of(series).samples);
     const std::vector<Column>& columns = projection_.columns(*event.type);
     for (std::size_t i = 0; i < columns.size(); ++i) {
       out += labels.columns[i];
       appendValue(out, columns[i], event.data);
     }
+    if (with_rates_) appendRates(out, labels, figures_.of(series));
     out += "}\n";
     file_.flushWhenLarge();
+  }
+
+  void update(const RunStatus& status) override {
+    appendHealthLines(file_.buffer(), *status.health, status.now_usec);
+    TextOutput::update(status);
+  }
+
+  void end(const RunStatus& status) override {
+    appendHealthLines(file_.buffer(), *status.health, status.now_usec);
+    TextOutput::end(status);
   }
 
  private:
@@ -77,14 +94,36 @@ class JsonlOutput final : public TextOutput {
   struct Labels {
     std::string type;
     std::vector<std::string> columns;
+    std::vector<DerivedColumns::Names> derived;  // by track
   };
 
+  static void appendRates(std::string& out, const Labels& labels, const SeriesFigures& series) {
+    for (std::size_t i = 0; i < labels.derived.size(); ++i) {
+      const Derived derived = derive(series, i);
+      out += labels.derived[i].total;
+      if (derived.total)
+        fmt::format_to(std::back_inserter(out), "{}", *derived.total);
+      else
+        out += "null";
+      out += labels.derived[i].per_second;
+      if (derived.per_second)
+        appendJsonNumber(out, *derived.per_second);
+      else
+        out += "null";
+      out += labels.derived[i].mark;
+      appendJsonText(out, derived.mark);
+    }
+  }
+
+  const Figures& figures_;
+  bool with_rates_;
   std::vector<Labels> labels_;  // by the type's number
 };
 
 }  // namespace
 
 std::unique_ptr<Output> makeJsonl(const OutputSetup& setup) {
+  if (setup.window_usec) return makeWindowJsonl(setup);
   return std::make_unique<JsonlOutput>(setup);
 }
 

@@ -8,6 +8,7 @@
 #include "host/events/event_source.h"
 #include "host/events/projection.h"
 #include "host/events/series.h"
+#include "host/figures/health.h"
 
 namespace tev::host {
 
@@ -15,9 +16,11 @@ namespace tev::host {
 struct RunStatus {
   std::string source;  // its name
   double elapsed_seconds = 0;
-  std::uint64_t lost_samples = 0;     // of all devices
-  std::vector<DeviceCounts> devices;  // empty when the source does not count
-  std::vector<std::string> notes;     // recent log lines, oldest first
+  std::uint64_t lost_samples = 0;       // of all devices
+  std::vector<DeviceCounts> devices;    // empty when the source does not count
+  std::uint64_t now_usec = 0;           // since the Unix epoch
+  const HealthWatch* health = nullptr;  // of the devices that are written; never null in an output
+  std::vector<std::string> notes;       // recent log lines, oldest first
 };
 
 // The calls come from one thread, in this order: begin, update; after each fetch its blocks, its

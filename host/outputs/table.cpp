@@ -6,8 +6,8 @@
 #include <deque>
 #include <map>
 #include <optional>
+#include <utility>
 
-#include "host/events/rates.h"
 #include "host/events/values.h"
 #include "host/outputs/table_layout.h"
 #include "host/outputs/terminal.h"
@@ -18,16 +18,29 @@
 namespace tev::host {
 namespace {
 
+constexpr std::uint64_t kFoldAfter = 3;  // samples
+
 // One field of one series.
 struct Field {
   const Column* column;
-  std::optional<CounterTrack> track;  // when the field may be a counter
-  std::string text;                   // when it cannot be one
+  int track;         // -1: it is not followed
+  TrackMark before;  // at the update before the last one
+  TrackMark now;     // at the last update
+  std::string text;  // when it is not followed
 };
 
 struct SeriesFields {
-  const Series* series;
+  const Series* series = nullptr;  // null for a series that this output does not get
+  std::uint64_t samples = 0;       // at the last update
+  bool is_fresh = false;           // the last update brought samples
   std::vector<Field> fields;
+};
+
+// A row of a block while it is collected.
+struct Row {
+  bool moved = false;
+  bool same = true;  // all series have `value`
+  std::optional<std::uint64_t> value;
 };
 
 // The heading of a series, which distinguishes it from the other series of its device. It is the
@@ -45,42 +58,27 @@ std::string headingOf(const Series& series) {
   return heading.substr(heading.rfind('_') + 1);
 }
 
-TableCell cellOf(const Field& field, bool whole_run) {
-  if (!field.track) return {field.text, "", ""};
-  const CounterTrack& track = *field.track;
-  TableCell cell{shortNumber(static_cast<double>(track.value())), "", ""};
-  if (track.isGauge()) return cell;
-  const auto rate = whole_run ? track.perSecondOfAll() : track.perSecond();
-  if (!rate) return cell;
-  cell.change = (track.total() > 0 ? "+" : "") + shortNumber(static_cast<double>(track.total()));
-  cell.rate = shortNumber(*rate);
-  return cell;
-}
-
 class TableOutput final : public TextOutput {
  public:
-  explicit TableOutput(const OutputSetup& setup) : TextOutput(setup), screen_(setup.file) {}
+  explicit TableOutput(const OutputSetup& setup)
+      : TextOutput(setup), figures_(setup.figures), screen_(setup.file) {}
 
   bool drawsOnTerminal() const override { return live_; }
 
   void event(const Event& event, const Series& series) override {
-    if (series.number >= all_.size()) addSeries(series);
+    if (series.number >= all_.size() || !all_[series.number].series) addSeries(series);
     for (Field& field : all_[series.number].fields) {
-      if (field.track) {
-        field.track->sample(unsignedOf(*field.column, event.data), event.timestamp_usec);
-      } else {
-        field.text.clear();
-        appendPlain(field.text, *field.column, event.data);
-        field.text = asPrintable(field.text);
-      }
+      if (field.track >= 0) continue;
+      field.text.clear();
+      appendPlain(field.text, *field.column, event.data);
+      field.text = asPrintable(field.text);
     }
     has_news_ = true;
   }
 
   void update(const RunStatus& status) override {
     for (SeriesFields& one : all_)
-      for (Field& field : one.fields)
-        if (field.track) field.track->endWindow();
+      if (one.series) endUpdate(one);
     if (live_)
       screen_.draw(lines(status, false), status.notes);
     else
@@ -100,18 +98,52 @@ class TableOutput final : public TextOutput {
 
  private:
   void addSeries(const Series& series) {
-    // This output does not get the events of all series.
-    while (all_.size() <= series.number) all_.push_back({nullptr, {}});
+    if (all_.size() <= series.number) all_.resize(series.number + 1);
     SeriesFields& added = all_[series.number];
     added.series = &series;
-    for (const Column& column : projection_.columns(*series.type)) {
-      if (column.key != 0) continue;
-      Field field{&column, std::nullopt, ""};
-      if (isCounterSized(column))
-        field.track.emplace(static_cast<unsigned>(column.element_size * 8), column.counting_mode,
-                            trends_[&column]);
-      added.fields.push_back(std::move(field));
+    for (const Column& column : projection_.columns(*series.type))
+      if (column.key == 0)
+        added.fields.push_back({&column, figures_.trackOf(*series.type, column), {}, {}, ""});
+  }
+
+  const Track& trackOf(const SeriesFields& one, const Field& field) const {
+    return figures_.of(*one.series).tracks[static_cast<std::size_t>(field.track)];
+  }
+
+  void endUpdate(SeriesFields& one) {
+    const std::uint64_t samples = figures_.of(*one.series).samples;
+    one.is_fresh = samples != std::exchange(one.samples, samples);
+    for (Field& field : one.fields)
+      if (field.track >= 0)
+        field.before = std::exchange(field.now, TrackMark::of(trackOf(one, field)));
+  }
+
+  TableCell cellOf(const SeriesFields& one, const Field& field, bool whole_run) const {
+    if (field.track < 0) return {field.text, ""};
+    const Track& track = trackOf(one, field);
+    if (!track.counts()) {
+      const bool undecided = track.kind() == FieldKind::undecided && track.hasMoved();
+      return {shortNumber(static_cast<double>(track.value())), undecided ? "?" : ""};
     }
+    TableCell cell;
+    cell.value =
+        (track.unknownSteps() > 0 ? ">" : "") + shortNumber(static_cast<double>(track.total()));
+    if (!whole_run && !one.is_fresh) {
+      cell.rate = "-";
+      return cell;
+    }
+    const TrackMark& since = whole_run ? TrackMark{} : field.before;
+    const bool is_partial = track.unknownSteps() > since.unknown;
+    const auto rate = is_partial && !whole_run ? std::nullopt : perSecondSince(since, track);
+    if (!rate)
+      cell.rate = is_partial ? "?" : "";
+    else
+      cell.rate = (isUncertain(one, field) ? "~" : "") + shortNumber(*rate);
+    return cell;
+  }
+
+  bool isUncertain(const SeriesFields& one, const Field& field) const {
+    return figures_.of(*one.series).uncertain[static_cast<std::size_t>(field.track)];
   }
 
   // Prints plain text, below the earlier text.
@@ -123,7 +155,7 @@ class TableOutput final : public TextOutput {
 
   std::vector<std::string> lines(const RunStatus& status, bool whole_run) const {
     const std::size_t width = terminalSize(file_).columns;
-    const std::vector<TableBlock> table = tableBlocks(whole_run);
+    const std::vector<TableBlock> table = tableBlocks(status, whole_run);
     std::vector<std::string> all{heading(status, whole_run, table.size()), ""};
     for (std::string& line : layOutTable(table, width, bold_)) all.push_back(std::move(line));
     if (table.empty()) all.emplace_back("Waiting for the first samples ...");
@@ -138,34 +170,77 @@ class TableOutput final : public TextOutput {
     return text;
   }
 
-  std::vector<TableBlock> tableBlocks(bool whole_run) const {
+  std::vector<TableBlock> tableBlocks(const RunStatus& status, bool whole_run) const {
     std::vector<TableBlock> blocks;
+    std::vector<std::map<std::string, Row>> rows;  // by block
+    const auto block_of = [&](const std::string& title) {
+      const auto found = std::ranges::find(blocks, title, &TableBlock::title);
+      if (found != blocks.end()) return static_cast<std::size_t>(found - blocks.begin());
+      blocks.push_back({title, {}, {}, {}, {}});
+      rows.emplace_back();
+      return blocks.size() - 1;
+    };
     for (const SeriesFields& one : all_) {
       if (!one.series) continue;
-      const std::string& title =
-          one.series->type->keys.empty() ? one.series->type->name : one.series->device;
-      auto block = std::ranges::find(blocks, title, &TableBlock::title);
-      if (block == blocks.end()) block = blocks.insert(block, TableBlock{title, {}, {}});
-      addColumn(*block, one, whole_run);
+      const bool has_key = !one.series->type->keys.empty();
+      const std::size_t block = block_of(has_key ? one.series->device : one.series->type->name);
+      for (const Field& field : one.fields) addToRow(rows[block], one, field);
     }
+    for (const DeviceHealth& device : status.health->devices())
+      if (std::string text = describe(device, status.now_usec); !text.empty())
+        blocks[block_of(device.counts.device)].condition = std::move(text);
+    for (const SeriesFields& one : all_) {
+      if (!one.series) continue;
+      const bool has_key = !one.series->type->keys.empty();
+      const std::size_t block = block_of(has_key ? one.series->device : one.series->type->name);
+      addColumn(blocks[block], rows[block], one, whole_run);
+    }
+    for (std::size_t i = 0; i < blocks.size(); ++i) blocks[i].folded = foldedText(rows[i]);
     return blocks;
   }
 
-  static void addColumn(TableBlock& block, const SeriesFields& one, bool whole_run) {
+  void addToRow(std::map<std::string, Row>& rows, const SeriesFields& one,
+                const Field& field) const {
+    Row& row = rows[asPrintable(field.column->name)];
+    if (field.track < 0 || one.samples < kFoldAfter) {
+      row.moved = true;
+      return;
+    }
+    const Track& track = trackOf(one, field);
+    row.moved |= track.hasMoved();
+    if (row.value && *row.value != track.value()) row.same = false;
+    row.value = track.value();
+  }
+
+  // "never moved: path_switches 0, window_kib 7".
+  static std::string foldedText(const std::map<std::string, Row>& rows) {
+    std::string text;
+    for (const auto& [name, row] : rows) {
+      if (row.moved) continue;
+      text += (text.empty() ? "never moved: " : ", ") + name;
+      if (row.same) text += fmt::format(" {}", row.value.value_or(0));
+    }
+    return text;
+  }
+
+  void addColumn(TableBlock& block, const std::map<std::string, Row>& rows, const SeriesFields& one,
+                 bool whole_run) const {
     TableColumn& column = block.columns.emplace_back();
     column.heading = headingOf(*one.series);
     for (const Field& field : one.fields) {
       const std::string name = asPrintable(field.column->name);
+      if (!rows.at(name).moved) continue;
       const auto row = std::ranges::find(block.rows, name);
-      column.cells[static_cast<std::size_t>(row - block.rows.begin())] = cellOf(field, whole_run);
+      column.cells[static_cast<std::size_t>(row - block.rows.begin())] =
+          cellOf(one, field, whole_run);
       if (row == block.rows.end()) block.rows.push_back(name);
     }
   }
 
+  const Figures& figures_;
   LiveScreen screen_;
   const bool live_ = canRedraw(file_);
   const bool bold_ = live_ && !std::getenv("NO_COLOR");
-  std::map<const Column*, Trend> trends_;
   std::deque<SeriesFields> all_;  // by the series' number
   bool has_news_ = false;
 };

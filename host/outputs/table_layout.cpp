@@ -9,33 +9,30 @@ namespace {
 
 constexpr std::size_t kGap = 2;  // before a cell
 constexpr std::size_t kValueWidth = 5;
-constexpr std::size_t kChangeWidth = 7;  // with the blank before it
-constexpr std::size_t kRateWidth = 6;    // with the blank before it
-
-constexpr std::size_t kNarrowCell = kGap + kValueWidth + kRateWidth;
-constexpr std::size_t kWideCell = kNarrowCell + kChangeWidth;
+constexpr std::size_t kRateWidth = 6;  // with the blank before it
+constexpr std::size_t kCellWidth = kGap + kValueWidth + kRateWidth;
 
 class Layout {
  public:
-  Layout(const std::vector<TableBlock>& blocks, std::size_t width, bool bold) : bold_(bold) {
-    std::size_t most_columns = 1;
+  Layout(const std::vector<TableBlock>& blocks, std::size_t width, bool bold)
+      : width_(width), bold_(bold) {
     for (const TableBlock& block : blocks) {
-      most_columns = std::max(most_columns, block.columns.size());
       label_width_ = std::max(label_width_, displayWidth(block.title));
       for (const std::string& row : block.rows)
         label_width_ = std::max(label_width_, displayWidth(row) + kIndent.size());
     }
-    label_width_ = std::min(label_width_, std::max<std::size_t>(width / 2, kNarrowCell));
+    label_width_ = std::min(label_width_, std::max<std::size_t>(width / 2, kCellWidth));
     const std::size_t room = width > label_width_ ? width - label_width_ : 0;
-    with_changes_ = most_columns * kWideCell <= room;
-    cell_width_ = with_changes_ ? kWideCell : kNarrowCell;
-    columns_per_band_ = std::max<std::size_t>(room / cell_width_, 1);
+    columns_per_band_ = std::max<std::size_t>(room / kCellWidth, 1);
   }
 
   void add(const TableBlock& block) {
     if (!lines_.empty()) lines_.emplace_back();
     for (std::size_t first = 0; first < block.columns.size(); first += columns_per_band_)
       addBand(block, first, std::min(first + columns_per_band_, block.columns.size()));
+    if (block.columns.empty()) lines_.push_back(marked("\x1b[1m", block.title));
+    for (const std::string& text : {block.condition, block.folded})
+      if (!text.empty()) addText(text);
   }
 
   std::vector<std::string> takeLines() { return std::move(lines_); }
@@ -47,17 +44,30 @@ class Layout {
     return bold_ ? attribute + text + "\x1b[0m" : text;
   }
 
-  std::string cell(const std::string& value, const std::string& change,
-                   const std::string& rate) const {
-    return padLeft(value, kGap + kValueWidth) +
-           (with_changes_ ? padLeft(change, kChangeWidth) : "") + padLeft(rate, kRateWidth);
+  static std::string cell(const std::string& value, const std::string& rate) {
+    return padLeft(value, kGap + kValueWidth) + padLeft(rate, kRateWidth);
   }
 
   // A text may use the whole cell.
-  std::string cell(const TableCell& content) const {
+  static std::string cell(const TableCell& content) {
     if (displayWidth(content.value) <= kGap + kValueWidth - 1)
-      return cell(content.value, content.change, content.rate);
-    return std::string(kGap, ' ') + padLeft(content.value, cell_width_ - kGap);
+      return cell(content.value, content.rate);
+    return std::string(kGap, ' ') + padLeft(content.value, kCellWidth - kGap);
+  }
+
+  // Breaks the text at blanks.
+  void addText(std::string_view text) {
+    const std::size_t room = std::max(width_, kCellWidth) - kIndent.size();
+    while (!text.empty()) {
+      std::size_t end = text.size();
+      if (displayWidth(text) > room) {
+        end = text.rfind(' ', room);
+        if (end == std::string_view::npos || end == 0) end = std::min(text.find(' '), text.size());
+      }
+      lines_.push_back(padRight(std::string(kIndent) + std::string(text.substr(0, end)), width_));
+      lines_.back().erase(lines_.back().find_last_not_of(' ') + 1);
+      text.remove_prefix(std::min(end + 1, text.size()));
+    }
   }
 
   // One part of a block: the columns from `first` to before `end`, with the rows that have a cell
@@ -66,8 +76,8 @@ class Layout {
     std::string headings;
     std::string figures;
     for (std::size_t c = first; c < end; ++c) {
-      headings += std::string(kGap, ' ') + padLeft(block.columns[c].heading, cell_width_ - kGap);
-      figures += cell("value", "change", "/s");
+      headings += std::string(kGap, ' ') + padLeft(block.columns[c].heading, kCellWidth - kGap);
+      figures += cell("value", "/s");
     }
     lines_.push_back(marked("\x1b[1m", padRight(block.title, label_width_) + headings));
     lines_.push_back(marked("\x1b[2m", std::string(label_width_, ' ') + figures));
@@ -80,7 +90,7 @@ class Layout {
     for (std::size_t c = first; c < end; ++c) {
       const auto found = block.columns[c].cells.find(row);
       const bool missing = found == block.columns[c].cells.end();
-      line += missing ? std::string(cell_width_, ' ') : cell(found->second);
+      line += missing ? std::string(kCellWidth, ' ') : cell(found->second);
       blank = blank && missing;
     }
     if (blank) return;
@@ -88,10 +98,9 @@ class Layout {
     lines_.push_back(padRight(std::string(kIndent) + block.rows[row], label_width_) + line);
   }
 
+  std::size_t width_;
   bool bold_;
   std::size_t label_width_ = 0;
-  bool with_changes_ = true;
-  std::size_t cell_width_ = 0;
   std::size_t columns_per_band_ = 1;
   std::vector<std::string> lines_;
 };

@@ -11,8 +11,7 @@ namespace tev::host {
 // One field of one series. Empty texts leave their place blank.
 struct TableCell {
   std::string value;
-  std::string change;  // since the beginning
-  std::string rate;    // per second
+  std::string rate;  // per second
 };
 
 struct TableColumn {
@@ -25,11 +24,12 @@ struct TableBlock {
   std::string title;
   std::vector<std::string> rows;  // names of the fields
   std::vector<TableColumn> columns;
+  std::string condition;  // of a device with a problem
+  std::string folded;     // the fields that have no row
 };
 
-// Returns lines of at most `width` characters. When the widest block does not fit, `change` is
-// omitted in all blocks. Columns that still do not fit are placed below the others. `bold` adds
-// terminal attributes, which do not count as characters.
+// Returns lines of at most `width` characters. Columns that do not fit are placed below the others.
+// `bold` adds terminal attributes, which do not count as characters.
 std::vector<std::string> layOutTable(const std::vector<TableBlock>& blocks, std::size_t width,
                                      bool bold);
 

@@ -24,6 +24,16 @@ bool isPlain(std::string_view text) {
   return text.find_first_not_of(kDigits) == std::string_view::npos;
 }
 
+// The text that the plug-in uses: the last one given, or the default. Null when there is neither.
+const std::string* usedText(const GivenOptions& given, const OptionTable& table,
+                            const std::string& key) {
+  const OptionInfo* const info = findOption(table, key);
+  const std::string* text = info ? &info->default_value : nullptr;
+  for (const auto& [name, value] : given)
+    if (name == key) text = &value;
+  return text;
+}
+
 }  // namespace
 
 OptionTable readOptionTable(tev_multipath_get_option_t get_option) {
@@ -51,15 +61,17 @@ NumberReading readNumber(const std::string& text) {
 
 std::optional<std::uint64_t> numberOption(const GivenOptions& given, const OptionTable& table,
                                           const std::string& key) {
-  const OptionInfo* const info = findOption(table, key);
-  const std::string* text = info ? &info->default_value : nullptr;
-  for (const auto& [name, value] : given)
-    if (name == key) text = &value;
+  const std::string* const text = usedText(given, table, key);
   if (!text) return std::nullopt;
   const NumberReading reading = readNumber(*text);
   const bool refused =
       reading.text == NumberText::not_a_number || reading.text == NumberText::too_large;
   return refused ? std::nullopt : std::optional(reading.value);
+}
+
+bool booleanOption(const GivenOptions& given, const OptionTable& table, const std::string& key) {
+  const std::string* const text = usedText(given, table, key);
+  return text && tev_string_to_boolean(text->c_str());
 }
 
 }  // namespace tev::host

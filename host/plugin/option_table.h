@@ -49,4 +49,8 @@ NumberReading readNumber(const std::string& text);
 std::optional<std::uint64_t> numberOption(const GivenOptions& given, const OptionTable& table,
                                           const std::string& key);
 
+// The value that the plug-in uses for a boolean option. False when the option is neither given nor
+// in the table.
+bool booleanOption(const GivenOptions& given, const OptionTable& table, const std::string& key);
+
 }  // namespace tev::host

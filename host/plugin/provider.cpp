@@ -50,11 +50,13 @@ bool Provider::readCounts(std::uint32_t device_index, DeviceCounts& counts) cons
               .nothing_filled = ledger.nothing_filled,
               .missed_by_overrun = ledger.missed_by_overrun,
               .missed_by_late_wakeup = ledger.missed_by_late_wakeup,
+              .discarded = ledger.discarded,
+              .left_out = ledger.left_out,
               .last_failure = asPrintable({failure, strnlen(failure, sizeof ledger.last_failure)})};
   } else {
     tev_multipath_sample_counts_t samples{};
     if (!plugin_.getSampleCounts()(record_, device_index, &name, &samples)) return false;
-    counts = {.lost = samples.lost, .failed = samples.failed};
+    counts = {.lost = samples.lost, .failed = samples.failed, .failed_otherwise = samples.failed};
   }
   if (name) counts.device = asPrintable(name);
   return true;

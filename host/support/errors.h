@@ -5,7 +5,12 @@
 
 namespace tev::host {
 
-enum ExitCode : int { kExitFine = 0, kExitFailed = 1, kExitUsage = 2 };
+enum ExitCode : int {
+  kExitFine = 0,
+  kExitFailed = 1,
+  kExitUsage = 2,
+  kExitMissing = 3,  // samples are missing, and the user does not allow it
+};
 
 // The command line is wrong.
 class UsageError : public std::runtime_error {

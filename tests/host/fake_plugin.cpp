@@ -9,6 +9,7 @@
 //   failures=N        calls of progress that fail before the first that does not
 //   wrong=WHAT        progress misbehaves: "stuck", "overrun", "endless" or "magic"
 //   lost=N            samples that are said to have been lost
+//   failed=N          reads of each device that are said to have failed
 #include <dlfcn.h>
 
 #include <cstdlib>
@@ -147,6 +148,6 @@ bool multipath_event_provider_get_sample_counts(tev_event_provider_t*, std::uint
                                                 tev_multipath_sample_counts_t* counts) {
   if (device_index >= kDevices) return false;
   *device_name = kDeviceNames[device_index];
-  *counts = {next_event, device_index == 1 ? number("lost") : 0, 3};
+  *counts = {next_event, device_index == 1 ? number("lost") : 0, number("failed")};
   return true;
 }

@@ -76,13 +76,14 @@ TEST_F(RunTest, ASerializerThatIsFullIsDrainedAndFilledAgain) {
 }
 
 TEST_F(RunTest, SamplesAreExactForEveryDeviceAndSummedUp) {
-  const Result result = run("burst=4 after_stop=3 lost=4 --samples=10 --format=jsonl --jitter");
+  const Result result = run("burst=4 after_stop=3 lost=4 failed=3 --samples=10 --format=csv --jitter");
   EXPECT_EQ(result.exit, 0);
-  EXPECT_EQ(result.out.size(), 4u * 10);
-  for (const char* const line : {"alpha             10           1.0           0           3\n",
-                                 "be                10           1.0           4           3\n",
-                                 "fake_plane            40             400\n", "\n  bare loop ",
-                                 "9 intervals of 1000000 us"})
+  EXPECT_EQ(result.out.size(), 1 + 4u * 10);
+  for (const char* const line :
+       {"alpha             10           1.0           0           3           0\n",
+        "be                10           1.0           4           3           0\n",
+        "fake_plane            40             400\n", "\n  bare loop ",
+        "9 intervals of 1000000 us"})
     EXPECT_THAT(result.err, HasSubstr(line));
   EXPECT_EQ(run("--jitter --option=multipath-sample-interval-usec=0").exit, 2);
 
@@ -90,8 +91,9 @@ TEST_F(RunTest, SamplesAreExactForEveryDeviceAndSummedUp) {
   EXPECT_NE(result.err.find(warning), std::string::npos);
   EXPECT_EQ(result.err.find(warning), result.err.rfind(warning)) << "said once";
 
-  EXPECT_THAT(run("--samples=2 --plugin=" BARE_PLUGIN).err,
-              HasSubstr("alpha              2           1.0           -           -\n"));
+  EXPECT_THAT(
+      run("--samples=2 --plugin=" BARE_PLUGIN).err,
+      HasSubstr("alpha              2           1.0           -           -           -\n"));
 }
 
 TEST_F(RunTest, SignalsEndItCleanly) {
@@ -105,7 +107,7 @@ TEST_F(RunTest, SignalsEndItCleanly) {
     EXPECT_EQ(json::parse(result.out.back()).at("timestamp"), result.out.size() / 4 * 1000000);
   }
   // Also in the middle of a long wait.
-  HostProcess process(commandLine("--update=3600000 --format=csv"));
+  HostProcess process(commandLine("after_stop=1 --update=3600000 --format=csv"));
   process.awaitOutput();
   process.signal(SIGINT);
   EXPECT_EQ(process.finish().exit, 0);

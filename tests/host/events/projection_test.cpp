@@ -60,8 +60,8 @@ TEST_F(ProjectionTest, LeavesWhatTheSetsWantUnderNamesOfTheirOwn) {
     const char* counter_set;
     const char* columns;
   } rows[] = {
-      {"[port]\n^rx\n[default]\nerr\n", nullptr, "port: rx_bytes | lane: errors"},
-      // Keys are not counters. A type with only key fields is not written.
+      {"[port]\n^rx\n[default]\nerr\n", nullptr, "port: name rx_bytes | lane: lane errors"},
+      // Keys are always written. They are not counters. A type with only key fields is not written.
       {nullptr, "_bytes$\n", "port: name rx_bytes tx_bytes"},
       {nullptr, "^ = name\n", "port: name name_2 name_3 | lane: lane name"},
       {nullptr, "errors = type\nrx_bytes = \xff\n", "port: name \\xff | lane: lane type_2"},
@@ -87,7 +87,7 @@ TEST_F(ProjectionTest, RefusesSetsWithTheNamesThatThereAre) {
                 ThrowsMessage<UsageError>(AllOf(HasSubstr(tree_.path("a.")), HasSubstr(row.reason),
                                                 HasSubstr(row.names))));
   const SchemaView schema = SchemaView::fromTypeSystem(*types_);
-  EXPECT_THAT([&] { Projection(schema, {.field_set = {}, .counter_set = "", .filter = ""}); },
+  EXPECT_THAT([&] { Projection(schema, {.field_set = {}, .counter_set = "", .filters = {}}); },
               ThrowsMessage<UsageError>(AllOf(HasSubstr("--cset ''"), HasSubstr(kCounters))));
 }
 

@@ -25,14 +25,15 @@ using test::SampleTypes;
 using testing::ElementsAre;
 
 // What an output writes of blocks, all at once and at the end.
-std::vector<std::string> written(const char* format, const SampleTypes& types,
-                                 const Bytes& blocks) {
+std::vector<std::string> written(const char* format, const SampleTypes& types, const Bytes& blocks,
+                                 bool rates = false) {
   const SchemaView schema = SchemaView::fromTypeSystem(*types);
   const Projection projection(schema);
   const test::TempTree tree;
   OutputFile file(tree.path("out"));
-  const auto output = findOutputFormat(format)->make({projection, file});
-  Delivery delivery(schema, {output.get()}, std::nullopt);
+  Figures figures(projection, {});
+  const auto output = findOutputFormat(format)->make({projection, figures, file, rates, {}});
+  Delivery delivery(schema, {output.get()}, figures, std::nullopt, 0);
   delivery.begin();
   delivery.take(blocks);
   delivery.end({});
@@ -80,6 +81,34 @@ TEST(Csv, HasOneHeaderForAllTypesAndQuotesWhatNeedsIt) {
                           "18446744073709551615,b,,,4 5", "18446744073709551615,b,no,,6 7"));
 }
 
+// Both machine-readable formats have the same further columns.
+TEST(Rates, MarkEachCounterAndNumberEachEvent) {
+  SampleTypes types;
+  types.add("t", {{"name", nullptr, "char", 0, 2}, {"bytes", nullptr, "uint32_t", 0, 1}}, {"name"});
+  Bytes bytes;
+  const std::uint32_t values[] = {5, 15, 3, 13};
+  for (std::uint64_t i = 0; i < 4; ++i)
+    bytes.block(1000 * (i + 1), 0, 0, 1).text("d", 2).add(values[i]);
+  const char* const figures[] = {"null,,undecided", "10,10000,", "10,,unknown",
+                                 "20,10000,lower_bound"};
+  const auto csv = written("csv", types, bytes, true);
+  const auto json = written("jsonl", types, bytes, true);
+  ASSERT_EQ(csv.size(), 5u);
+  EXPECT_EQ(csv[0],
+            "timestamp,type,kind,sample,name,bytes,bytes_total,bytes_per_second,bytes_mark,device,"
+            "state,cause,from,to,missing,reason");
+  for (std::size_t i = 0; i < 4; ++i) {
+    const std::string in_csv = i == 0 ? ",,undecided" : figures[i];
+    EXPECT_EQ(csv[i + 1], fmt::format("{},t,device,{},d,{},{},,,,,,,", 1000 * (i + 1), i + 1,
+                                      values[i], in_csv));
+    const auto object = nlohmann::json::parse(json[i]);
+    const auto rate = object["bytes_per_second"];
+    EXPECT_EQ(fmt::format("{},{},{}", object["bytes_total"].dump(), rate.is_null() ? "" : "10000",
+                          object["bytes_mark"].get<std::string>()),
+              figures[i]);
+  }
+}
+
 TEST(Table, ShowsCountersAcrossTheirEndAndGaugesPlainly) {
   SampleTypes types;
   types.add("net_device_3",
@@ -89,24 +118,23 @@ TEST(Table, ShowsCountersAcrossTheirEndAndGaugesPlainly) {
              {"rtt", nullptr, "uint32_t", 0, 1}},
             {"device_name"});
   Bytes bytes;
-  // 3e9 bytes a second: 0, 3e9, 6e9 - 2^32, 9e9 - 2 * 2^32, ...
   for (std::uint64_t s = 0; s < 5; ++s)
     bytes.block(s * 1000000, 0, 0, 1)
         .text("eth0", 4)
-        .add(static_cast<std::uint32_t>(s * 3000000000))
+        .add(static_cast<std::uint32_t>(s * 1500000000))
         .text("\x1b[1m", 4)
         .add(s % 2 ? 70 : 50);
   EXPECT_THAT(written("table", types, bytes),
-              ElementsAre("   whole run: 0.0 s   1 device", "", "eth0                 device",
-                          "         value change    /s", "  bytes  3.41G +12.0G 3.00G",
-                          "  state             \\x1b[1m", "  rtt       50", ""));
+              ElementsAre("   whole run: 0.0 s   1 device", "", "eth0          device",
+                          "         value    /s", "  bytes  6.00G 1.50G", "  state      \\x1b[1m",
+                          "  rtt       50", ""));
 }
 
-// When the width is too small, changes are omitted and columns are placed below each other.
+// When the width is too small, columns are placed below each other.
 TEST(TableLayout, KeepsToAnyWidthAndDropsNothing) {
-  TableBlock block{"d0", {"bytes"}, {}};
+  TableBlock block{"d0", {"bytes"}, {}, "failing for a very long time", "never moved: a, b"};
   for (const std::string plane : {"0", "1", "2", "3", "4"})
-    block.columns.push_back({"plane " + plane, {{0, {"1000" + plane, "+1", "9k"}}}});
+    block.columns.push_back({"plane " + plane, {{0, {"1000" + plane, "9k"}}}});
   for (std::size_t width = 26; width < 250; ++width) {
     std::string all;
     for (const std::string& line : layOutTable({block}, width, false)) {
@@ -137,9 +165,10 @@ TEST(Delivery, GivesEveryOutputWhatItTakes) {
   types.add("t", {{"port", nullptr, "uint8_t", 0, 1}}, {"port"});
   const SchemaView schema = SchemaView::fromTypeSystem(*types);
   const Projection all(schema);
-  const Projection port_2(schema, {.field_set = {}, .counter_set = {}, .filter = "2"});
+  const Projection port_2(schema, {.field_set = {}, .counter_set = {}, .filters = {"7", "2"}});
   CountingOutput raw, events(&all), some(&port_2);
-  Delivery delivery(schema, {&raw, &events, &some}, std::nullopt);
+  Figures figures(all, {});
+  Delivery delivery(schema, {&raw, &events, &some}, figures, std::nullopt, 0);
   delivery.take(Bytes().block(1, 0, 0, 3).u8({1, 2, 3}));
   for (const CountingOutput* one : {&raw, &events, &some}) EXPECT_EQ(one->bytes, 19u);
   EXPECT_EQ(raw.events, 0u);
@@ -148,7 +177,8 @@ TEST(Delivery, GivesEveryOutputWhatItTakes) {
 
   const Bytes malformed = Bytes().text("TEVx", 16);
   EXPECT_THROW(delivery.take(malformed), RunError);
-  Delivery(schema, {&raw}, std::nullopt).take(malformed);  // nobody takes events: not decoded
+  Delivery(schema, {&raw}, figures, std::nullopt, 0)
+      .take(malformed);  // nobody takes events: not decoded
   EXPECT_EQ(raw.bytes, 19u + 16 + 16);
 }
 
@@ -169,7 +199,8 @@ TEST(Delivery, IsCompleteWhenEveryDeviceHasItsSamplesOrHasGone) {
               {std::nullopt, 100, 0, false, 100}};
   for (const auto& row : rows) {
     CountingOutput output(&projection);
-    Delivery delivery(schema, {&output}, row.limit);
+    Figures figures(projection, {});
+    Delivery delivery(schema, {&output}, figures, row.limit, 0);
     for (int i = 0; i < row.of_first; ++i) delivery.take(Bytes().block(1, 0, 0, 1).u8({1}));
     for (int i = 0; i < row.of_second; ++i) delivery.take(Bytes().block(1, 0, 0, 1).u8({2}));
     EXPECT_EQ(delivery.isComplete(), row.complete) << row.of_first << " " << row.of_second;

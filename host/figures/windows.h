@@ -1,0 +1,118 @@
+// Figures of short spans of time: a record per series and window instead of one per sample.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/figures/buckets.h"
+#include "host/figures/figures.h"
+
+namespace tev::host {
+
+// One field of one series in one window.
+struct FieldWindow {
+  // Of a counter. A step belongs to the window in which it ends.
+  std::uint64_t sum = 0;              // of the known steps
+  std::uint64_t known_usec = 0;       // the time that they took
+  std::uint64_t unknown = 0;          // steps; when there are any, `sum` is a lower bound
+  double highest_per_usec = 0;        // of any single step
+  std::uint64_t highest_at_usec = 0;  // time stamp at the end of that step; 0: none
+  // Of a gauge, and of a field that is undecided.
+  std::uint64_t min = 0;
+  std::uint64_t max = 0;
+  double values = 0;  // their sum
+
+  // Increase per second over the known steps.
+  std::optional<double> meanPerSecond() const {
+    if (known_usec == 0) return std::nullopt;
+    return static_cast<double>(sum) * 1e6 / static_cast<double>(known_usec);
+  }
+};
+
+// One series in one window.
+struct SeriesWindow {
+  const SeriesFigures* series = nullptr;
+  std::uint64_t begin_usec = 0;  // a multiple of the window's length, since the Unix epoch
+  std::uint64_t end_usec = 0;    // the first microsecond after the window
+  std::uint64_t samples = 0;
+  std::uint64_t missing = 0;        // samples, by the interval
+  std::vector<FieldWindow> fields;  // by track
+  std::vector<Buckets> buckets;     // by track; empty for a counter
+
+  double mean(std::size_t field) const {
+    return fields[field].values / static_cast<double>(samples);
+  }
+  // Between the smallest and the largest value.
+  std::uint64_t quantile(std::size_t field, double q) const;
+};
+
+// One field of a device in one window, compared over the device's planes: over its series that have
+// a longer key than the device.
+struct Comparison {
+  std::string field;  // the column's name
+  FieldKind kind = FieldKind::counter;
+  bool has_unknown = false;  // a plane has unknown steps
+  std::vector<const Series*> planes;
+  std::vector<double> amounts;  // by plane: the sum of a counter, the mean of a gauge
+  std::size_t worst = 0;        // index of the plane with the largest amount
+  double imbalance = 1;         // the largest amount over the mean of all
+  bool is_significant = false;  // the difference is larger than chance explains
+
+  // The share of each plane in the sum; 0 when nothing was counted.
+  double share(std::size_t plane) const;
+};
+
+// Compares the amounts and fills in the rest.
+void compare(Comparison& comparison);
+
+struct DeviceWindow {
+  std::string device;
+  std::uint64_t begin_usec = 0;
+  std::uint64_t end_usec = 0;
+  std::vector<Comparison> fields;
+};
+
+class Windows {
+ public:
+  struct Receiver {
+    std::function<void(const SeriesWindow&)> series;
+    std::function<void(const DeviceWindow&)> device;
+  };
+
+  // The receiver gets each window when it is complete. `figures` must outlive this.
+  Windows(const Figures& figures, std::uint64_t length_usec, Receiver receiver);
+
+  // To be called with each event after the figures have received it.
+  void sample(const Event& event, const Series& series);
+
+  // Completes the windows that ended before this time. Samples may come later than their time
+  // stamps say, so it should be well in the past.
+  void complete(std::uint64_t before_usec);
+
+ private:
+  // What is kept of a plane until all planes of its device are complete.
+  struct Group {
+    std::string device;
+    std::size_t series = 0;        // number of planes
+    std::uint64_t begin_usec = 0;  // of the window in `fields`
+    std::size_t complete = 0;      // planes in `fields`
+    std::vector<Comparison> fields;
+  };
+
+  void open(const Series& series, std::uint64_t timestamp_usec);
+  void close(SeriesWindow& window);
+  void addToGroup(const SeriesWindow& window);
+  void emit(Group& group);
+  Group& groupOf(const std::string& device);
+
+  const Figures& figures_;
+  std::uint64_t length_usec_;
+  Receiver receiver_;
+  std::vector<SeriesWindow> windows_;  // by the series' number; closed when `samples` is 0
+  std::vector<Group> groups_;
+};
+
+}  // namespace tev::host
