@@ -76,7 +76,8 @@ TEST_F(RunTest, ASerializerThatIsFullIsDrainedAndFilledAgain) {
 }
 
 TEST_F(RunTest, SamplesAreExactForEveryDeviceAndSummedUp) {
-  const Result result = run("burst=4 after_stop=3 lost=4 failed=3 --samples=10 --format=csv --jitter");
+  const Result result =
+      run("burst=4 after_stop=3 lost=4 failed=3 --samples=10 --format=csv --jitter");
   EXPECT_EQ(result.exit, 0);
   EXPECT_EQ(result.out.size(), 1 + 4u * 10);
   for (const char* const line :
