@@ -64,9 +64,9 @@ struct tev_event_provider_t {
   void* context; /* belongs to the plug-in */
   /* Adds the provider's schema to the type system, which must outlive the provider, and starts
    * sampling. A device whose answers cannot be used is left out. False when no device can be
-   * sampled, or the schema or a type is refused. (A type is refused when two of its fields
-   * have the same name; the last field is not compared.) Additions to the type system made before
-   * the failure remain. */
+   * sampled, the schema or a type is refused, or a sampling thread cannot be created. (A type is
+   * refused when two of its fields have the same name; the last field is not compared.) Additions
+   * to the type system made before the failure remain. */
   bool (*initialize)(tev_event_provider_t* provider, tev_type_system_t* type_system);
   void (*reserved6)(void);
   /* Has no effect: sampling begins with `initialize`. Returns true. */
