@@ -248,10 +248,14 @@ TEST(SummaryOfARun, SaysWhySamplesAreMissing) {
   const std::string scenario = files.write("scenario.json", R"({"base": "default",
       "status_names": {"42": "LINK_ON_FIRE"},
       "faults": [{"function": "vuna_telemetry_mp_get_counters", "device": "rdma1",
-                  "call": 2, "status": 42}]})");
-  const std::string summary = runSimulated("--simulate=" + scenario).err;
+                  "call": 2, "status": 42},
+                 {"function": "vuna_telemetry_mp_get_counters", "device": "rdma2",
+                  "call": 2, "latency_usec": 200000}]})");
+  const std::string summary =
+      runSimulated("--option multipath-sampling-threads=0 --simulate=" + scenario).err;
   EXPECT_THAT(summary, testing::ContainsRegex(
                            "\n  rdma1: 1 refused by the device;.* last failure: LINK_ON_FIRE\n"));
+  EXPECT_THAT(summary, testing::ContainsRegex("\n  rdma2: .*[1-9] times left out of a batch, "));
 }
 
 // The examples, with the simulated adapters that they are for.
