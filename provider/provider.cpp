@@ -170,9 +170,11 @@ void Provider::warnWhenTooSmall(const tev_data_serializer_t* serializer,
   if (!tev_log_enabled(TEV_LEVEL_WARNING) ||
       !small_serializer_throttle.admit(support::realtimeUsec()))
     return;
-  std::uint64_t largest = 0;
-  for (const auto* const buffers : {&device_buffers_, &plane_buffers_})
-    for (const auto* const buffer : *buffers) largest = std::max(largest, buffer->event_size);
+  // The batch does not have the buffers of a device that was left out of it.
+  std::size_t largest = 0;
+  for (const auto& device : collector_->devices())
+    largest = std::max(
+        {largest, device.sampled.device_layout.size(), device.sampled.plane_layout.size()});
   TEV_LOG_WARNING("[multipath] The serializer holds %lu bytes: %lu are needed for every event",
                   capacity, common::kBlockHeaderSize + largest);
 }
