@@ -75,8 +75,7 @@ std::uint64_t unreadSamples(const SampledDevice& device) {
 
 void Sampler::setDevices(std::vector<SampledDevice*> devices) {
   devices_ = std::move(devices);
-  hung_read_.reset();
-  last_hung_ = nullptr;
+  reads_.forget();
   hand_over_ = HandOver::none;
 }
 
@@ -120,16 +119,15 @@ void Sampler::stop() {
   // The thread checks the flag with the mutex held and then waits. After this function has taken
   // the mutex, the thread either has seen the flag, or waits and will be woken.
   if (!mutex_.lockUntil(after(std::chrono::steady_clock::now(), kPatienceOfStopUsec))) {
-    if (const auto read = readInProgress())
-      TEV_LOG_WARNING("[multipath] stop waits for the read of device %s",
-                      read->device->name.c_str());
+    if (const auto* const device = reads_.reading())
+      TEV_LOG_WARNING("[multipath] stop waits for the read of device %s", device->name.c_str());
     mutex_.lock();
   }
   mutex_.unlock();
   wake_.notify_all();
   swapped_.notify_all();
   thread_.join();
-  noteReturn();
+  reads_.passHasEnded();
 }
 
 // The ledger of every device records the reason when the thread ends early.
@@ -195,9 +193,9 @@ void Sampler::sample(SampledDevice& device) {
   const auto wanted = device.num_counters;
   std::fill_n(values, wanted, 0);
   std::uint32_t filled = 0;
-  current_read_.begin(device);
+  reads_.begin(device);
   const auto status = read(device.context, device.slot, &filled, values);
-  current_read_.end();
+  reads_.end();
   if (status) {
     noteRefusedRead(device, status, timestamp);
     return;
@@ -277,22 +275,21 @@ void Sampler::swap() {
 }
 
 void Sampler::requestSwap() {
-  read_at_request_ = readInProgress();
+  reads_.swapBegins();
   auto expected = HandOver::none;
   hand_over_.compare_exchange_strong(expected, HandOver::requested);
 }
 
 bool Sampler::trySwap(std::chrono::steady_clock::time_point deadline) {
-  const bool is_known =
-      read_at_request_ && hung_read_ && read_at_request_->step == hung_read_->step;
   while (!takeSwap()) {
-    if (is_known || std::chrono::steady_clock::now() >= deadline) {
-      noteLeftOut();
+    if (reads_.isStillHeldUp() || std::chrono::steady_clock::now() >= deadline) {
+      for (auto* const device : devices_) device->ledger.left_out.add(1);
+      reads_.swapWasGivenUp(clock_.realtimeUsec());
       return false;
     }
     std::this_thread::sleep_for(support::Mutex::kPause);
   }
-  noteReturn();
+  reads_.passHasEnded();
   return true;
 }
 
@@ -323,41 +320,6 @@ void Sampler::swapHalves() {
     device->ledger.discarded.add(unreadSamples(*device));
     device->buffers.swap();
   }
-}
-
-std::optional<Sampler::HungRead> Sampler::readInProgress() const {
-  const auto step = current_read_.step.load(std::memory_order_acquire);
-  const auto* const device = current_read_.device.load(std::memory_order_acquire);
-  // The device belongs to this step if the step has not changed.
-  if (step % 2 == 0 || step != current_read_.step.load(std::memory_order_relaxed)) return {};
-  return HungRead{device, step, std::chrono::steady_clock::now(), false};
-}
-
-void Sampler::noteLeftOut() {
-  for (auto* const device : devices_) device->ledger.left_out.add(1);
-
-  const auto current = readInProgress();
-  if (!current || (hung_read_ && hung_read_->step != current->step)) noteReturn();
-  // Otherwise the pass consists of several reads, none of which has lasted for the whole wait.
-  if (!current || !read_at_request_ || current->step != read_at_request_->step) return;
-
-  if (!hung_read_) hung_read_ = read_at_request_;
-  if (hung_read_->logged || !tev_log_enabled(TEV_LEVEL_WARNING)) return;
-  const bool is_another = std::exchange(last_hung_, hung_read_->device) != hung_read_->device;
-  if (!hung_read_throttle_.admit(clock_.realtimeUsec()) && !is_another) return;
-  hung_read_->logged = true;
-  const auto lasted = std::chrono::duration_cast<std::chrono::milliseconds>(
-      std::chrono::steady_clock::now() - hung_read_->since);
-  TEV_LOG_WARNING(
-      "[multipath] Device %s has been in a read for %ld ms: the devices of its sampling thread are "
-      "left out of the batches until it ends",
-      hung_read_->device->name.c_str(), static_cast<long>(lasted.count()));
-}
-
-void Sampler::noteReturn() {
-  if (hung_read_ && hung_read_->logged)
-    TEV_LOG_WARNING("[multipath] Device %s answers again", hung_read_->device->name.c_str());
-  hung_read_.reset();
 }
 
 }  // namespace tev::events::multipath

@@ -13,9 +13,9 @@
 #include "collector/api.h"
 #include "collector/clock.h"
 #include "collector/ledger.h"
+#include "collector/read_watch.h"
 #include "collector/sampled_device.h"
 #include "src/support/cache_line.h"
-#include "src/support/log_throttle.h"
 #include "src/support/malloc_ptr.h"
 #include "src/support/mutex.h"
 
@@ -83,31 +83,6 @@ class alignas(support::kCacheLine) Sampler {
   // What a swap that was asked for has become.
   enum class HandOver { none, requested, done };
 
-  // The read that was begun last. Written by the thread.
-  struct CurrentRead {
-    std::atomic<const SampledDevice*> device{nullptr};
-    std::atomic<std::uint64_t> step{0};  // raised before and after each read: odd while it lasts
-
-    void begin(const SampledDevice& of) {
-      device.store(&of, std::memory_order_relaxed);
-      raise();
-    }
-    void end() { raise(); }
-
-   private:
-    void raise() {
-      step.store(step.load(std::memory_order_relaxed) + 1, std::memory_order_release);
-    }
-  };
-
-  // A read that had not ended when a swap was requested.
-  struct HungRead {
-    const SampledDevice* device;
-    std::uint64_t step;
-    std::chrono::steady_clock::time_point since;  // when the first such swap was requested
-    bool logged;
-  };
-
   void runUntilStopped(std::optional<Clock::TimePoint> origin);
   void noteEnd(std::string_view reason);
   void pass() TEV_REQUIRES(mutex_);
@@ -118,9 +93,6 @@ class alignas(support::kCacheLine) Sampler {
   void swapHalves() TEV_REQUIRES(mutex_);
   bool takeSwap() TEV_EXCLUDES(mutex_);
   void handOver() TEV_REQUIRES(mutex_);
-  std::optional<HungRead> readInProgress() const;
-  void noteLeftOut();
-  void noteReturn();
 
   const Api& api_;
   Clock& clock_;
@@ -130,7 +102,7 @@ class alignas(support::kCacheLine) Sampler {
   std::size_t num_values_ = 0;
   PassLedger passes_;
 
-  CurrentRead current_read_;
+  ReadWatch reads_;
 
   support::Mutex mutex_;  // held for a whole pass, and for a whole swap
   // Two conditions, so that a swap does not wake the thread from its interval.
@@ -141,11 +113,6 @@ class alignas(support::kCacheLine) Sampler {
   std::atomic<std::uint32_t> swaps_waiting_{0};
   std::uint64_t swaps_done_ TEV_GUARDED_BY(mutex_) = 0;
   std::atomic<HandOver> hand_over_{HandOver::none};
-  // Used by the host's thread.
-  std::optional<HungRead> read_at_request_;
-  std::optional<HungRead> hung_read_;         // it has held up the last swap
-  const SampledDevice* last_hung_ = nullptr;  // the device that a line has named last
-  support::LogThrottle hung_read_throttle_;   // of further lines about the same device
 
   std::thread thread_;
 };
