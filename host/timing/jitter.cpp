@@ -1,10 +1,12 @@
 #include "host/timing/jitter.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <iterator>
 
-#include "host/timing/clock_reading.h"
+#include "host/support/text.h"
+#include "host/timing/thread_times.h"
 
 namespace tev::host {
 namespace {
@@ -46,22 +48,33 @@ void JitterMeter::event(const Event& event, const Series& series) {
 }
 
 JitterMeter::Reading JitterMeter::read(const RunStatus& status) {
-  Reading reading{.lost_samples = status.lost_samples, .reference = reference_.usage()};
-  // The process's CPU time is read last, so that the difference cannot be negative.
-  const std::uint64_t others = nowNsec(CLOCK_THREAD_CPUTIME_ID) + reading.reference.cpu_nsec;
-  reading.plugin_nsec = nowNsec(CLOCK_PROCESS_CPUTIME_ID) - others;
+  Reading reading{.lost_samples = status.lost_samples,
+                  .reference = reference_.usage(),
+                  .threads = threadTimes()};
+  for (const pid_t own : {gettid(), reference_.threadId()}) reading.threads.erase(own);
   return reading;
+}
+
+void JitterMeter::addCosts(const Reading& now) {
+  std::uint64_t total = 0;
+  for (const auto& [thread, nsec] : now.threads) {
+    const auto before = last_->threads.find(thread);
+    if (before == last_->threads.end() || nsec < before->second) continue;
+    const std::uint64_t used = nsec - before->second;
+    total += used;
+    auto& row = thread_costs_[thread];
+    if (row.name.empty()) row.name = asPrintable(threadName(thread));
+    row.costs.add(used / passes_);
+  }
+  costs_.add(total / passes_);
 }
 
 void JitterMeter::update(const RunStatus& status) {
   const Reading now = read(status);
   if (last_) {
     // Updates with lost samples are omitted, because passes without a sample use CPU time but
-    // cannot be counted. The clocks of several threads are not read at the same moment, so the
-    // difference can be negative in a short update.
-    if (passes_ > 0 && now.lost_samples == last_->lost_samples &&
-        now.plugin_nsec >= last_->plugin_nsec)
-      costs_.add((now.plugin_nsec - last_->plugin_nsec) / passes_);
+    // cannot be counted.
+    if (passes_ > 0 && now.lost_samples == last_->lost_samples) addCosts(now);
     if (const auto wake_ups = now.reference.wake_ups - last_->reference.wake_ups; wake_ups > 0)
       reference_costs_.add((now.reference.cpu_nsec - last_->reference.cpu_nsec) / wake_ups);
   }
@@ -83,6 +96,8 @@ std::string JitterMeter::report() const {
   out += intervalRow("interval", intervals_);
   out += intervalRow("bare loop", reference_.intervals());
   out += costRow("CPU per pass", costs_);
+  if (thread_costs_.size() > 1)
+    for (const auto& [thread, row] : thread_costs_) out += costRow(row.name.c_str(), row.costs);
   out += costRow("bare wake-up", reference_costs_);
   fmt::format_to(std::back_inserter(out),
                  "  {} intervals of {} us; CPU time of the plug-in's threads and of the bare loop: "

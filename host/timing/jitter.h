@@ -2,8 +2,11 @@
 // a reference timer that only sleeps.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 
@@ -14,8 +17,9 @@
 namespace tev::host {
 
 // Measures the intervals between the time stamps of the first series that it receives, and the CPU
-// time that the plug-in's threads use from one update to the next. Both are compared with a
-// reference timer.
+// time that each of the plug-in's threads uses from one update to the next. Both are compared with
+// a reference timer. All threads of the process belong to the plug-in, except the one that calls
+// this and the timer's.
 class JitterMeter final : public Output {
  public:
   // `projection` chooses the series and must outlive this.
@@ -37,9 +41,15 @@ class JitterMeter final : public Output {
   struct Reading {
     std::uint64_t lost_samples = 0;  // of all devices
     ReferenceTimer::Usage reference{};
-    std::uint64_t plugin_nsec = 0;  // CPU time of all threads except this one and the timer's
+    std::map<pid_t, std::uint64_t> threads{};  // CPU time of each of the plug-in's threads
   };
   Reading read(const RunStatus& status);
+  void addCosts(const Reading& now);
+
+  struct ThreadCost {
+    std::string name;
+    Distribution costs;  // nanoseconds of CPU per pass, mean by update
+  };
 
   const Projection& projection_;
   std::uint64_t interval_usec_;
@@ -48,7 +58,8 @@ class JitterMeter final : public Output {
   std::uint64_t passes_ = 0;           // its events since the last update
   Distribution intervals_;             // nanoseconds
   Distribution costs_;                 // nanoseconds of CPU per pass, mean by update
-  Distribution reference_costs_;       // the same per wake-up of the timer
+  std::map<pid_t, ThreadCost> thread_costs_;
+  Distribution reference_costs_;  // the same per wake-up of the timer
   std::uint64_t lost_samples_ = 0;
   std::optional<Reading> last_;
   ReferenceTimer reference_;

@@ -252,10 +252,13 @@ TEST(SummaryOfARun, SaysWhySamplesAreMissing) {
                  {"function": "vuna_telemetry_mp_get_counters", "device": "rdma2",
                   "call": 2, "latency_usec": 200000}]})");
   const std::string summary =
-      runSimulated("--option multipath-sampling-threads=0 --simulate=" + scenario).err;
+      runSimulated("--jitter --option multipath-sampling-threads=0 --simulate=" + scenario).err;
   EXPECT_THAT(summary, testing::ContainsRegex(
                            "\n  rdma1: 1 refused by the device;.* last failure: LINK_ON_FIRE\n"));
   EXPECT_THAT(summary, testing::ContainsRegex("\n  rdma2: .*[1-9] times left out of a batch, "));
+  EXPECT_THAT(summary, testing::ContainsRegex("\n  CPU per pass .*\n  tev-sampler-0 +[0-9.]+ .*"
+                                              "\n  tev-sampler-1 .*\n  tev-sampler-2 .*"
+                                              "\n  bare wake-up "));
 }
 
 // The examples, with the simulated adapters that they are for.
