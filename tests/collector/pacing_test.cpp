@@ -13,14 +13,11 @@ Clock::TimePoint at(std::int64_t usec) {
 }
 
 TEST(Pacing, ReturnsToTheCommonGridWithinHalfAnInterval) {
-  struct Pass {
-    std::int64_t began, ended;
-    std::int64_t due;  // of the next pass
-    std::uint64_t missed;
-    std::uint64_t missed_by_overrun;
-  };
   // The grid begins at 5000, the first pass at 5400. Its interval is 1000.
-  const Pass passes[] = {
+  const struct {
+    std::int64_t began, ended, next_due;
+    std::uint64_t missed, missed_by_overrun;
+  } passes[] = {
       {5'400, 5'500, 6'000, 0, 0},      // the first point that is half an interval away
       {6'000, 6'100, 7'000, 0, 0},      //
       {7'501, 7'600, 9'000, 1, 0},      // woken late: 8000 is too near
@@ -32,16 +29,12 @@ TEST(Pacing, ReturnsToTheCommonGridWithinHalfAnInterval) {
   };
   PassLedger ledger;
   Pacing pacing(at(5'400), 1'000, ledger, at(5'000));
-  std::uint64_t made = 0;
   for (const auto& pass : passes) {
     SCOPED_TRACE(pass.began);
-    ++made;
-    EXPECT_EQ(pacing.next(at(pass.began), at(pass.ended)), at(pass.due));
+    EXPECT_EQ(pacing.next(at(pass.began), at(pass.ended)), at(pass.next_due));
     EXPECT_EQ(ledger.missed_by_late_wakeup.get(), pass.missed);
     EXPECT_EQ(ledger.missed_by_overrun.get(), pass.missed_by_overrun);
   }
-  // One pass or one missed pass for each point of the grid before the next due time.
-  EXPECT_EQ(made + 11 + 2, 26u - 5u);
 
   Pacing endless(at(5'400), std::numeric_limits<std::uint64_t>::max(), ledger, at(5'000));
   EXPECT_EQ(endless.next(at(5'400), at(5'500)), Clock::kNever);

@@ -18,21 +18,17 @@
 #include "tests/support/local_provider.h"
 #include "tests/support/options.h"
 
-namespace {
-thread_local long threads_until_failure = -1;  // that this thread creates
-}
-
 // Fails on demand. A sanitizer that is linked into the program has its own function.
+thread_local static long threads_until_failure = -1;  // that this thread creates
 extern "C" {
 __attribute__((weak)) decltype(pthread_create) __interceptor_pthread_create;
 __attribute__((visibility("default"))) int pthread_create(pthread_t* thread,
                                                           const pthread_attr_t* attributes,
                                                           void* (*body)(void*), void* argument) {
   if (threads_until_failure-- == 0) return EAGAIN;
-  static const auto next =
-      reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
-  const auto create = __interceptor_pthread_create ? __interceptor_pthread_create : next;
-  return create(thread, attributes, body, argument);
+  static const auto next = reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, __func__));
+  return (__interceptor_pthread_create ? __interceptor_pthread_create : next)(thread, attributes,
+                                                                              body, argument);
 }
 }
 
@@ -41,33 +37,31 @@ namespace {
 
 using namespace std::chrono_literals;
 
-struct Scenario {
+const struct Scenario {
   const char* threads;
   long samplers;
   const char* interval;
   bool hangs;                         // one read, until the host has called stop
-  std::chrono::milliseconds read{0};  // time of each
-};
+  std::chrono::milliseconds read{0};  // with 15 ms, a pass lasts longer than a swap waits for it
+} kScenarios[] = {{"1", 1, "500", true},
+                  {"3", 3, "500", true},
+                  {"1000", 16, "500", true},
+                  {"3", 3, "0", false},
+                  {"2", 2, "90000", false, 15ms}};
 
-const Scenario kScenarios[] = {
-    {"1", 1, "500", true}, {"3", 3, "500", true},        {"1000", 16, "500", true},
-    {"3", 3, "0", false},  {"2", 2, "1000", false, 5ms},  // a pass lasts longer than a swap waits
-                                                          // for it
-};
-
-// A provider with 16 devices, whose only counter is the number of their reads, and its host.
+// A provider with 16 devices, whose first counter is the number of their reads, and its host.
 class Rack : public FakeMachine {
  public:
-  static constexpr std::size_t kDevices = 16, kHanging = 1, kRefusing = 2;
+  static constexpr std::size_t kDevices = 16, kHanging = 1;
 
   explicit Rack(const Scenario& scenario) : samplers_(static_cast<std::size_t>(scenario.samplers)) {
     for (std::size_t i = 0; i < kDevices; ++i) {
       const auto counters = i == kHanging ? Texts{"reads, r", "more, m"} : Texts{"reads, r"};
-      sdk.add("d" + std::to_string(10 + i), counters, std::vector(counters.size(), 0U));
+      auto refused = failing(Function::vuna_telemetry_mp_get_counters, 4);
+      refused.device = "d" + std::to_string(10 + i);
+      sdk.scenario.faults.add(refused);
+      sdk.add(*refused.device, counters, std::vector(counters.size(), 0U));
     }
-    auto fault = failing(Function::vuna_telemetry_mp_get_counters, 4);
-    fault.device = "d12";
-    sdk.scenario.faults.add(fault);
     sdk.on_read = [=, this, answered = answer_.get_future().share()](auto& device, auto& values) {
       ++values[0];
       if (scenario.read > 0ms) std::this_thread::sleep_for(scenario.read);
@@ -93,7 +87,7 @@ class Rack : public FakeMachine {
     }
   }
 
-  // Takes batches until each device, or each that no hanging read affects, has delivered so many.
+  // Takes batches until each device has delivered so many. A hanging thread is left out.
   void takeUntil(std::uint32_t samples, bool hangs = false) {
     for (std::size_t i = 0; i < kDevices; ++i)
       while (delivered_[i] < samples && !(hangs && hangsToo(i))) take();
@@ -126,7 +120,7 @@ class Rack : public FakeMachine {
     for (std::size_t i = 0; i < kDevices; ++i) {
       const auto ledger = provider.collector().ledger(i);
       EXPECT_EQ(ledger.delivered, delivered_[i]) << i;
-      EXPECT_EQ(ledger.read_refused, i == kRefusing);
+      EXPECT_EQ(ledger.read_refused, 1u);
       EXPECT_EQ(ledger.nothing_filled + ledger.discarded, 0u);
     }
   }
@@ -159,10 +153,10 @@ TEST(SamplingThreads, DeliverEachSampleOnceAndInOrderAlsoWhenAReadHangs) {
     rack.takeUntil(10);
     if (scenario.hangs) rack.hangUntilStop();
     rack.stopAndExpectExact();
-    const bool is_named = scenario.hangs && scenario.samplers > 1;
-    EXPECT_EQ(rack.lines("Device d11 has been in a read for "), is_named);
-    EXPECT_EQ(rack.lines("Device d11 answers again"), is_named);
     warned += rack.lines("The serializer holds 20 bytes: 27 are needed for every event");
+    if (!scenario.hangs && scenario.read == 0ms) continue;  // busy threads wait for a core
+    for (const char* line : {"Device d11 has been in a read for ", "Device d11 answers again"})
+      EXPECT_EQ(rack.lines(line), scenario.hangs && scenario.samplers > 1);
   }
   EXPECT_GE(warned, 1u);  // at most once in ten seconds
 }
