@@ -91,6 +91,7 @@ bool Collector::setDevices(const std::string& devices) {
   InterfaceNames interfaces;
   getRdmaDevNameToNetworkInterfaceMap(interfaces);
 
+  listed_.clear();
   device_list_ = nullptr;
   std::uint32_t count = 0;
   if (const auto status = api_.vuna_devinfo_create_list(&device_list_, &count)) {
@@ -100,9 +101,10 @@ bool Collector::setDevices(const std::string& devices) {
   }
   if (!device_list_) count = 0;  // whatever count the SDK reports
   DeviceFinder(api_, selection, interfaces)
-      .find(std::span(device_list_, count), [this](auto* device, auto* context, const auto& name) {
-        return keepDevice(device, context, name);
-      });
+      .find(std::span(device_list_, count), listed_,
+            [this](auto* device, auto* context, auto& listed) {
+              return keepDevice(device, context, listed);
+            });
   if (!devices_.empty()) return true;
 
   giveBackDevices();
@@ -111,10 +113,12 @@ bool Collector::setDevices(const std::string& devices) {
 }
 
 // An invalid answer excludes only the device that gave it.
-bool Collector::keepDevice(vuna_dev* device, vuna_telemetry_mp* context, const std::string& name) {
+bool Collector::keepDevice(vuna_dev* device, vuna_telemetry_mp* context, ListedDevice& listed) {
+  const std::string& name = listed.name();
   DevCtx dev(device, context, name);
+  dev.listed = listed_.size() - 1;
   const auto refuse = [&](const char* reason) {
-    TEV_LOG_WARNING("[multipath] Skipping device %s: %s", name.c_str(), reason);
+    dev.reason = logReason(TEV_LEVEL_WARNING, "Skipping device %s: %s", name.c_str(), reason);
     return false;
   };
   const auto read_slot = [&] {
@@ -128,6 +132,7 @@ bool Collector::keepDevice(vuna_dev* device, vuna_telemetry_mp* context, const s
   };
   if (!read_slot()) {
     TEV_LOG_WARNING("[multipath] Could not set active algo slot info for device %s", name.c_str());
+    listed.reason = dev.reason;
     return false;
   }
   devices_.push_back(std::move(dev));
@@ -139,12 +144,13 @@ void Collector::getRdmaDevNameToNetworkInterfaceMap(std::map<std::string, std::s
 }
 
 bool Collector::setActiveAlgoSlotInfo(DevCtx& dev) {
-  return SlotReader(api_, dev.device, dev.context, dev.name.c_str()).readActiveSlot(dev.slot_info);
+  return SlotReader(api_, dev.device, dev.context, dev.name.c_str(), dev.reason)
+      .readActiveSlot(dev.slot_info);
 }
 
 bool Collector::setSlotInfo(DevCtx& dev, unsigned char slot, const vuna_devinfo* devinfo,
                             unsigned int algo_id) {
-  return SlotReader(api_, dev.device, dev.context, dev.name.c_str())
+  return SlotReader(api_, dev.device, dev.context, dev.name.c_str(), dev.reason)
       .readSlot(dev.slot_info, slot, devinfo, algo_id);
 }
 
@@ -171,8 +177,9 @@ void Collector::makeRoomForValues() {
 
     const std::uint32_t needed = std::max(max_num, dev.slot_info.num_counters);
     if (samplers_.makeRoomFor(needed)) return false;
-    TEV_LOG_WARNING("[multipath] Skipping device %s: no memory for the %u counters of a read",
-                    dev.name.c_str(), needed);
+    listed_.at(dev.listed).reason =
+        logReason(TEV_LEVEL_WARNING, "Skipping device %s: no memory for the %u counters of a read",
+                  dev.name.c_str(), needed);
     giveBack(dev);
     return true;
   });
@@ -248,6 +255,38 @@ void Collector::collectData() {
 tev_multipath_ledger_t Collector::ledger(std::size_t index) const {
   const auto& sampled = devices_.at(index).sampled;
   return record(sampled.ledger, samplers_.passes(index), sampled.buffers.capacityBytes());
+}
+
+tev_multipath_device_info_t Collector::deviceInfo(std::size_t index) const {
+  const ListedDevice& listed = listed_.at(index);
+  tev_multipath_device_info_t info{};
+  info.state = TEV_DEVICE_LEFT_OUT;
+  info.device_index = TEV_ALL_DEVICES;
+  info.name = listed.name().c_str();
+  info.rdma_name = listed.rdma_name.c_str();
+  info.interface_name = listed.interface_name.c_str();
+  info.reason = listed.reason.empty() ? "The set-up failed" : listed.reason.c_str();
+  info.algorithm = "";
+  const auto dev = std::ranges::find(devices_, index, &DevCtx::listed);
+  if (dev == devices_.end()) return info;
+
+  const SlotInfo& slot = dev->slot_info;
+  const DoubleBuffer& buffers = dev->sampled.buffers;
+  info.state = TEV_DEVICE_SAMPLED;
+  info.device_index = static_cast<std::uint32_t>(dev - devices_.begin());
+  info.reason = "";
+  info.algorithm = slot.algo_info.c_str();
+  info.algorithm_id = slot.algo_id;
+  info.algorithm_major = slot.algo_major;
+  info.algorithm_minor = slot.algo_minor;
+  info.slot = slot.slot;
+  info.device_counters = slot.num_device_counters;
+  info.plane_counters = slot.num_plane_counters;
+  info.planes = slot.num_planes;
+  info.buffer_samples = buffers.maxSamples();
+  info.buffer_bytes = buffers.capacityBytes();
+  info.memory_bytes = buffers.memoryBytes();
+  return info;
 }
 
 namespace {

@@ -10,6 +10,7 @@
 #include "collector/clock.h"
 #include "collector/configuration.h"
 #include "collector/event_buffer.h"
+#include "collector/listed_device.h"
 #include "collector/sampled_device.h"
 #include "collector/samplers.h"
 #include "collector/slot_info.h"
@@ -42,6 +43,8 @@ class Collector {
     vuna_dev* device;            // released by the collector, not by the destructor
     vuna_telemetry_mp* context;  // the same
     std::string name;            // of the network interface, or else of the RDMA device
+    std::string reason;          // why it is left out, when its slots cannot be read
+    std::size_t listed = 0;      // place in the SDK's list
     SampledDevice sampled;       // set up by setDataBuffers()
   };
 
@@ -84,6 +87,13 @@ class Collector {
   // The ledger of the device at `index`. May be called from any thread; does not block.
   tev_multipath_ledger_t ledger(std::size_t index) const;
 
+  // The devices that the SDK listed for the last `initialize`, in the order of the list.
+  const std::vector<ListedDevice>& listed() const { return listed_; }
+
+  // Describes the listed device at `index`, except for the types of its events. The texts are
+  // valid until the next `initialize`.
+  tev_multipath_device_info_t deviceInfo(std::size_t index) const;
+
   // Whether a sampling thread has ended by an exception. May be called from any thread.
   bool samplingFailed() const { return samplers_.hasFailed(); }
 
@@ -117,11 +127,12 @@ class Collector {
   TEV_API void setSDKLogs(const std::string& level);
 
  private:
-  bool keepDevice(vuna_dev* device, vuna_telemetry_mp* context, const std::string& name);
+  bool keepDevice(vuna_dev* device, vuna_telemetry_mp* context, ListedDevice& listed);
   void giveBack(const DevCtx& dev) noexcept;
 
   Api api_;  // the first member: bound before all others, unbound after them
   vuna_devinfo** device_list_ = nullptr;
+  std::vector<ListedDevice> listed_;
   std::vector<DevCtx> devices_;
   Configuration configuration_;
   common::HostRoots roots_;

@@ -38,82 +38,89 @@ struct Held {
 
 }  // namespace
 
-void DeviceFinder::find(std::span<vuna_devinfo* const> listed, const Keep& keep) const {
+void DeviceFinder::find(std::span<vuna_devinfo* const> listed, std::vector<ListedDevice>& found,
+                        const Keep& keep) const {
   for (std::size_t index = 0; index < listed.size(); ++index)
-    tryDevice(listed[index], static_cast<int>(index), keep);
+    tryDevice(listed[index], static_cast<int>(index), found.emplace_back(), keep);
 }
 
-void DeviceFinder::tryDevice(vuna_devinfo* listed, int number, const Keep& keep) const {
+void DeviceFinder::tryDevice(vuna_devinfo* listed, int number, ListedDevice& found,
+                             const Keep& keep) const {
   Held held(api_);
 
   // A returned handle must be closed even when the open reports a failure.
   vuna_dev* device = nullptr;
   if (listed) {
     if (const auto status = api_.vuna_dev_open(listed, &device))
-      TEV_LOG_WARNING("[multipath] Could not open device #%d: %s", number, api_.errorName(status));
+      found.reason = logReason(TEV_LEVEL_WARNING, "Could not open device #%d: %s", number,
+                               api_.errorName(status));
   }
   if (!device) {
-    TEV_LOG_WARNING("[multipath] Invalid device #%d", number);
+    // The status of the open, if there is one, says more.
+    const std::string reason = logReason(TEV_LEVEL_WARNING, "Invalid device #%d", number);
+    if (found.reason.empty()) found.reason = reason;
     return;
   }
   held.device.reset(device);
+  found.reason.clear();  // a handle counts, whatever the status
 
   vuna_devinfo* const devinfo = api_.vuna_dev_as_devinfo(device);
   if (!devinfo) {
-    TEV_LOG_WARNING("[multipath] Could not get device #%d", number);
+    found.reason = logReason(TEV_LEVEL_WARNING, "Could not get device #%d", number);
     return;
   }
 
   char rdma_name[kRdmaNameSize] = "";
   if (const auto status = api_.vuna_devinfo_get_ibdev_name(devinfo, rdma_name, sizeof rdma_name)) {
-    TEV_LOG_WARNING("[multipath] Could not get device name of device #%d (%s)", number,
-                    api_.errorName(status));
+    found.reason = logReason(TEV_LEVEL_WARNING, "Could not get device name of device #%d (%s)",
+                             number, api_.errorName(status));
     return;
   }
   rdma_name[sizeof rdma_name - 1] = '\0';
+  found.rdma_name = rdma_name;
 
-  std::string name = rdma_name;
-  if (const auto interface = interfaces_.find(name); interface != interfaces_.end())
-    name = interface->second;
+  if (const auto interface = interfaces_.find(found.rdma_name); interface != interfaces_.end())
+    found.interface_name = interface->second;
   else
     TEV_LOG_WARNING(
         "[multipath] No network interface found for RDMA device %s, using ibdev name as fallback",
         rdma_name);
+  const char* const name = found.name().c_str();
 
   if (!selection_.contains(name)) {
-    TEV_LOG_DEBUG("[multipath] Skipping device %s as it is not in the configured device list",
-                  name.c_str());
+    found.reason = logReason(TEV_LEVEL_DEBUG,
+                             "Skipping device %s as it is not in the configured device list", name);
     return;
   }
 
   // A device that was selected by name is tried even if it reports that it is not supported.
   const auto supported = api_.vuna_telemetry_mp_cap_is_supported(devinfo);
   if (supported != kVunaSuccess && selection_.all()) {
-    TEV_LOG_INFO("[multipath] Skipping device %s as it does not support MP: %s", name.c_str(),
-                 api_.errorName(supported));
+    found.reason = logReason(TEV_LEVEL_INFO, "Skipping device %s as it does not support MP: %s",
+                             name, api_.errorName(supported));
     return;
   }
 
   vuna_telemetry_mp* context = nullptr;
   if (const auto status = api_.vuna_telemetry_mp_create(device, &context)) {
-    TEV_LOG_WARNING("[multipath] Could not create vuna context for device %s: %s", name.c_str(),
-                    api_.errorName(status));
+    found.reason = logReason(TEV_LEVEL_WARNING, "Could not create vuna context for device %s: %s",
+                             name, api_.errorName(status));
     return;
   }
   if (!context) {
-    TEV_LOG_WARNING("[multipath] Invalid MP for device %s", name.c_str());
+    found.reason = logReason(TEV_LEVEL_WARNING, "Invalid MP for device %s", name);
     return;
   }
   held.context.reset(context);
 
   if (const auto status = api_.vuna_telemetry_mp_start(context)) {
-    TEV_LOG_WARNING("[multipath] Could not start MP for device %s: %s", name.c_str(),
-                    api_.errorName(status));
+    found.reason = logReason(TEV_LEVEL_WARNING, "Could not start MP for device %s: %s", name,
+                             api_.errorName(status));
     return;
   }
   held.running.reset(context);
 
-  if (keep(device, context, name)) held.release();
+  if (keep(device, context, found)) held.release();
 }
 
 }  // namespace tev::events::multipath

@@ -49,6 +49,15 @@ class DoubleBuffer {
   std::uint64_t capacityBytes() const {
     return halves_[0].capacityBytes() + halves_[1].capacityBytes();
   }
+  // What both halves allocate. May be called from any thread.
+  std::uint64_t memoryBytes() const {
+    const auto of = [](const Half& half) {
+      return half.device->memoryBytes() + half.plane->memoryBytes();
+    };
+    return of(halves_[0]) + of(halves_[1]);
+  }
+  // The number of samples that one half holds. May be called from any thread.
+  std::uint64_t maxSamples() const { return halves_[0].device->max_events; }
 
  private:
   std::array<Half, 2> halves_;

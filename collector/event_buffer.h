@@ -46,6 +46,11 @@ class alignas(support::kCacheLine) EventBuffer {
     return data.get() + index * event_size;
   }
 
+  // Bytes that it allocates. Does not change.
+  std::uint64_t memoryBytes() const noexcept {
+    return capacity_bytes + max_events * sizeof(std::uint64_t) + kSlack;
+  }
+
   // Ends the filling. Reading then begins with the first event.
   void rewind() noexcept { write_offset = 0; }
 

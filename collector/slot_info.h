@@ -24,6 +24,9 @@ struct CounterMeta {
 // The active algorithm slot of a device. Filled once during set-up, then only read.
 struct SlotInfo {
   std::uint8_t slot = 0;
+  std::uint32_t algo_id = 0;
+  std::uint32_t algo_major = 0;
+  std::uint32_t algo_minor = 0;
   std::string algo_info;
   std::uint32_t num_counters = 0;          // as the slot declares
   std::vector<std::string> counter_infos;  // description lines, in the SDK's order

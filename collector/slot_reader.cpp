@@ -8,6 +8,7 @@
 #include <string>
 
 #include "collector/counter_parser.h"
+#include "collector/listed_device.h"
 #include "src/support/malloc_ptr.h"
 #include "tev/logger.h"
 
@@ -54,8 +55,8 @@ SlotReader::SlotState SlotReader::examine(std::uint32_t slot, std::uint32_t& alg
       TEV_LOG_DEBUG("[multipath] slot %u of device %s is empty", slot, name_);
       return SlotState::kPassedOver;
     }
-    TEV_LOG_WARNING("[multipath] Could not get algo ID for slot %u of device %s: %s", slot, name_,
-                    api_.errorName(status));
+    reason_ = logReason(TEV_LEVEL_WARNING, "Could not get algo ID for slot %u of device %s: %s",
+                        slot, name_, api_.errorName(status));
     return SlotState::kUnreadable;
   }
 
@@ -67,8 +68,9 @@ SlotReader::SlotState SlotReader::examine(std::uint32_t slot, std::uint32_t& alg
       TEV_LOG_DEBUG("[multipath] slot %u of device %s is invalid", slot, name_);
       return SlotState::kPassedOver;
     }
-    TEV_LOG_WARNING("[multipath] Could not get algo enable status for slot %u of device %s: %s",
-                    slot, name_, api_.errorName(status));
+    reason_ = logReason(TEV_LEVEL_WARNING,
+                        "Could not get algo enable status for slot %u of device %s: %s", slot,
+                        name_, api_.errorName(status));
     return SlotState::kUnreadable;
   }
 
@@ -83,7 +85,7 @@ SlotReader::SlotState SlotReader::examine(std::uint32_t slot, std::uint32_t& alg
     TEV_LOG_WARNING(
         "[multipath] Found active algo slot %u for device %s but counters are not enabled", slot,
         name_);
-    return SlotState::kPassedOver;
+    return SlotState::kWithoutCounters;
   }
   return SlotState::kActive;
 }
@@ -91,24 +93,28 @@ SlotReader::SlotState SlotReader::examine(std::uint32_t slot, std::uint32_t& alg
 bool SlotReader::readActiveSlot(SlotInfo& info) const {
   const vuna_devinfo* const devinfo = api_.vuna_dev_as_devinfo(device_);
   if (!devinfo) {
-    TEV_LOG_WARNING("[multipath] Could not get device info for device %s", name_);
+    reason_ = logReason(TEV_LEVEL_WARNING, "Could not get device info for device %s", name_);
     return false;
   }
 
   std::uint32_t max_slots = 0;
   if (const auto status = api_.vuna_telemetry_mp_cap_get_max_algo_slots(devinfo, &max_slots)) {
-    TEV_LOG_WARNING("[multipath] Could not get max algo slots for device %s: %s", name_,
-                    api_.errorName(status));
+    reason_ = logReason(TEV_LEVEL_WARNING, "Could not get max algo slots for device %s: %s", name_,
+                        api_.errorName(status));
     return false;
   }
   if (max_slots > kMaxSlots)
     TEV_LOG_WARNING("[multipath] Device %s reports %u algo slots, looking at the first %u", name_,
                     max_slots, kMaxSlots);
 
+  std::string without_counters;
   for (std::uint32_t slot = 0; slot < std::min(max_slots, kMaxSlots); ++slot) {
     std::uint32_t algo_id = 0;
     switch (examine(slot, algo_id)) {
       case SlotState::kPassedOver:
+        continue;
+      case SlotState::kWithoutCounters:
+        without_counters = "; the counters of slot " + std::to_string(slot) + " are not enabled";
         continue;
       case SlotState::kUnreadable:
         return false;
@@ -119,36 +125,36 @@ bool SlotReader::readActiveSlot(SlotInfo& info) const {
         return false;
     }
   }
-  TEV_LOG_WARNING("[multipath] No active algo slot found for device %s", name_);
+  reason_ = logReason(TEV_LEVEL_WARNING, "No active algo slot found for device %s", name_) +
+            without_counters;
   return false;
 }
 
 bool SlotReader::toldOfSlot(vuna_status status, const char* what, unsigned slot) const {
   if (status == kVunaSuccess) return true;
-  TEV_LOG_WARNING("[multipath] Could not get %s for slot %u of device %s: %s", what, slot, name_,
-                  api_.errorName(status));
+  reason_ = logReason(TEV_LEVEL_WARNING, "Could not get %s for slot %u of device %s: %s", what,
+                      slot, name_, api_.errorName(status));
   return false;
 }
 
 bool SlotReader::toldOfDevice(vuna_status status, const char* what) const {
   if (status == kVunaSuccess) return true;
-  TEV_LOG_WARNING("[multipath] Could not get %s for device %s: %s", what, name_,
-                  api_.errorName(status));
+  reason_ = logReason(TEV_LEVEL_WARNING, "Could not get %s for device %s: %s", what, name_,
+                      api_.errorName(status));
   return false;
 }
 
 bool SlotReader::readSlot(SlotInfo& info, std::uint8_t slot, const vuna_devinfo* devinfo,
                           std::uint32_t algo_id) const {
   info.slot = slot;
-
-  std::uint32_t major = 0;
-  std::uint32_t minor = 0;
-  if (!toldOfSlot(api_.vuna_telemetry_mp_get_algo_major_version(context_, slot, &major),
+  info.algo_id = algo_id;
+  if (!toldOfSlot(api_.vuna_telemetry_mp_get_algo_major_version(context_, slot, &info.algo_major),
                   "algo major version", slot) ||
-      !toldOfSlot(api_.vuna_telemetry_mp_get_algo_minor_version(context_, slot, &minor),
+      !toldOfSlot(api_.vuna_telemetry_mp_get_algo_minor_version(context_, slot, &info.algo_minor),
                   "algo minor version", slot))
     return false;
-  const std::string version = std::to_string(major) + "." + std::to_string(minor);
+  const std::string version =
+      std::to_string(info.algo_major) + "." + std::to_string(info.algo_minor);
   TEV_LOG_INFO("[multipath] Device %s: algo_id=%u, algo_version=%s", name_, algo_id,
                version.c_str());
 
@@ -157,7 +163,7 @@ bool SlotReader::readSlot(SlotInfo& info, std::uint8_t slot, const vuna_devinfo*
                     "max algo info len"))
     return false;
   if (info_len == 0) {
-    TEV_LOG_WARNING("[multipath] Max algo info len for device %s is 0", name_);
+    reason_ = logReason(TEV_LEVEL_WARNING, "Max algo info len for device %s is 0", name_);
     return false;
   }
   TextBuffer algo_info(info_len);
@@ -184,9 +190,9 @@ bool SlotReader::readSlot(SlotInfo& info, std::uint8_t slot, const vuna_devinfo*
   for (std::uint32_t counter = 0; counter < std::min(info.num_counters, kMaxCounters); ++counter) {
     if (const auto status = api_.vuna_telemetry_mp_get_counter_info(
             context_, slot, static_cast<std::uint8_t>(counter), counter_info.data())) {
-      TEV_LOG_WARNING(
-          "[multipath] Could not get counter info for counter %u of slot %u of device %s: %s",
-          counter, unsigned{slot}, name_, api_.errorName(status));
+      reason_ = logReason(TEV_LEVEL_WARNING,
+                          "Could not get counter info for counter %u of slot %u of device %s: %s",
+                          counter, unsigned{slot}, name_, api_.errorName(status));
       return false;
     }
     counter_info.terminate();

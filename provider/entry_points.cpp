@@ -175,6 +175,19 @@ bool multipath_event_provider_get_ledger(tev_event_provider_t* provider, uint32_
   return found;
 }
 
+bool multipath_event_provider_get_device_info(tev_event_provider_t* provider, uint32_t index,
+                                              tev_multipath_device_info_t* info, size_t size) {
+  return tev::support::guarded(
+      __func__, false,
+      [&] {
+        Provider& of = providerOf(provider);
+        const bool found = of.isInItsProcess() && index < of.collector().listed().size();
+        fillIn(info, size, found ? of.deviceInfo(index) : tev_multipath_device_info_t{});
+        return found;
+      },
+      kTag);
+}
+
 bool multipath_event_provider_get_option(uint32_t index, tev_multipath_option_t* option,
                                          size_t size) {
   const auto options = tev::events::multipath::options();

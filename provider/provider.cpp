@@ -104,6 +104,15 @@ void Provider::stop() {
   if (isInItsProcess()) collector_->stop();
 }
 
+tev_multipath_device_info_t Provider::deviceInfo(std::size_t index) const {
+  tev_multipath_device_info_t info = collector_->deviceInfo(index);
+  if (info.state != TEV_DEVICE_SAMPLED) return info;
+  info.schema_index = schema_index_;
+  info.device_type = device_type_ids_.at(info.device_index);
+  info.plane_type = plane_type_ids_.at(info.device_index);
+  return info;
+}
+
 bool Provider::isInItsProcess() {
   if (process_.isCurrent()) return true;
   if (!std::exchange(said_foreign_, true))

@@ -30,6 +30,9 @@ class Provider {
 
   TEV_API void stop();
 
+  // Describes a device that the SDK listed. `index` must be below the number of these devices.
+  tev_multipath_device_info_t deviceInfo(std::size_t index) const;
+
   // False in a child of the process that constructed the provider, which is logged once.
   bool isInItsProcess();
 

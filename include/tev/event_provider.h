@@ -181,6 +181,51 @@ TEV_API bool multipath_event_provider_get_ledger(tev_event_provider_t* provider,
                                                  uint32_t device_index, const char** device_name,
                                                  tev_multipath_ledger_t* ledger, size_t size);
 
+/* What became of a device that the SDK listed. */
+enum {
+  TEV_DEVICE_SAMPLED = 0,
+  TEV_DEVICE_LEFT_OUT = 1,
+};
+
+/* A device that the SDK listed for the last initialize. The texts are never null, and valid until
+ * the next initialize or finalize. The fields from `algorithm` on are empty or zero for a device
+ * that is left out.
+ *
+ * Later versions may add fields at the end. */
+typedef struct tev_multipath_device_info_t {
+  uint32_t state;             /* TEV_DEVICE_... */
+  uint32_t device_index;      /* of the ledger; TEV_ALL_DEVICES: left out */
+  const char* name;           /* in the events: the network interface, or else the RDMA device */
+  const char* rdma_name;      /* empty: the SDK did not report it */
+  const char* interface_name; /* empty: the device has no network interface */
+  const char* reason;         /* for people: why the device is left out; empty: it is sampled */
+  const char* algorithm;      /* text of the algorithm in the slot that is sampled */
+  uint32_t algorithm_id;
+  uint32_t algorithm_major; /* version */
+  uint32_t algorithm_minor;
+  uint32_t slot;
+  uint32_t device_counters;
+  uint32_t plane_counters; /* of each plane */
+  uint32_t planes;
+  uint16_t schema_index; /* of the types below, in the type system */
+  uint16_t device_type;  /* index of the type of its device events */
+  uint16_t plane_type;   /* index of the type of its plane events, which it has if `planes` > 0 */
+  uint16_t reserved;
+  uint64_t buffer_samples; /* samples that one half of the double buffer holds */
+  uint64_t buffer_bytes;   /* capacity for events, in both halves, as in the ledger */
+  uint64_t memory_bytes;   /* allocated for both halves, with the time stamps */
+} tev_multipath_device_info_t;
+
+/* Fills `info` with the listed device of that index, starting at 0, also after an initialize that
+ * failed. `size` is used as in multipath_event_provider_get_ledger(). False for an index beyond the
+ * last device, and in a child of fork(). To be called from the host's thread. */
+typedef bool (*tev_multipath_get_device_info_t)(tev_event_provider_t* provider, uint32_t index,
+                                                tev_multipath_device_info_t* info, size_t size);
+TEV_API bool multipath_event_provider_get_device_info(tev_event_provider_t* provider,
+                                                      uint32_t index,
+                                                      tev_multipath_device_info_t* info,
+                                                      size_t size);
+
 /* The kind of an option's value. */
 enum {
   TEV_OPTION_NUMBER = 0,  /* unsigned, 64 bits, decimal */

@@ -34,6 +34,8 @@ class DeviceDiscovery : public testing::Test, protected test::FakeMachine {
     EXPECT_EQ(initialized, collector.numDevices() > 0);
     Texts names;
     slots.clear();
+    reasons.clear();
+    for (const auto& listed : collector.listed()) reasons.push_back(listed.reason);
     for (const auto& dev : collector.devices()) {
       names.push_back(dev.name);
       slots.push_back(dev.slot_info);
@@ -48,12 +50,14 @@ class DeviceDiscovery : public testing::Test, protected test::FakeMachine {
   void expectFirstLeftOut(const std::string& warning) {
     log.clear();
     EXPECT_EQ(found(), (Texts{"eth1", "rdma2"}));
+    EXPECT_EQ(reasons, (Texts{warning, "", ""}));
     expectLogged(4, warning);
     EXPECT_TRUE(sdk.balanced()) << warning;
   }
 
   std::vector<simulator::Device>& devices = sdk.scenario.devices;
   std::vector<SlotInfo> slots;
+  Texts reasons;  // why listed devices are left out
   test::CapturedLog log;
 };
 
@@ -89,7 +93,10 @@ TEST_F(DeviceDiscovery, NamesDevicesByTheirShortestInterface) {
 TEST_F(DeviceDiscovery, SelectsByTheResolvedNameOnly) {
   EXPECT_EQ(found(" eth1 ,,\teth3 ,,"), (Texts{"eth3", "eth1"}));  // in the order of the SDK's list
   EXPECT_EQ(found("rdma2"), Texts{"rdma2"});
-  expectLogged(7, "Skipping device eth3 as it is not in the configured device list");
+  const std::string not_selected =
+      "Skipping device eth3 as it is not in the configured device list";
+  expectLogged(7, not_selected);
+  EXPECT_EQ(reasons[0], not_selected);
   for (const char* of_none : {"rdma0", "ETH1", " , ", "all"}) {
     log.clear();
     EXPECT_EQ(found(of_none), Texts());
@@ -182,6 +189,10 @@ TEST_F(DeviceDiscovery, TheFirstSlotThatIsFullyOnWins) {
     EXPECT_EQ(slots[0].slot, row.ends_the_search ? 0 : 1);
     expectLogged(row.level, row.line);
   }
+  devices[0].slots = {rows[3].slot};
+  found();
+  EXPECT_EQ(reasons[0],
+            "No active algo slot found for device eth3; the counters of slot 0 are not enabled");
 }
 
 TEST_F(DeviceDiscovery, LooksAtNoMoreThan256SlotsAndCounters) {

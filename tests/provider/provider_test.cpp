@@ -230,6 +230,40 @@ TEST_F(ProviderTest, TheLedgerFitsTheCallersRecord) {
   EXPECT_FALSE(multipath_event_provider_get_ledger(provider.get(), 2, &name, nullptr, 0));
 }
 
+TEST_F(ProviderTest, EveryListedDeviceIsDescribedAlsoAfterAFailure) {
+  sdk.add("rdma0", {"rx, r"}, {1}).multipath_support = 9;
+  tev_multipath_device_info_t info;
+  const auto get = [&](std::uint32_t index) {
+    return multipath_event_provider_get_device_info(provider.get(), index, &info, sizeof info);
+  };
+  EXPECT_FALSE(initialize());
+  ASSERT_TRUE(get(0));
+  EXPECT_EQ(info.state, TEV_DEVICE_LEFT_OUT);
+  EXPECT_STREQ(info.rdma_name, "rdma0");
+  EXPECT_STREQ(info.reason, "Skipping device rdma0 as it does not support MP: STATUS_9");
+
+  sdk.add("r1", {"rx, r", "tx, t, plane 0", "ecn, e, plane 0", "tx, t, plane 1"}, {1, 2, 3, 4});
+  sdk.add("r2", {"rx, r", "tx, t, plane 0"}, {1, 2});
+  adapter("r1", "0000:01:00.0", {"eth1"});
+  sdk.restart();
+  ASSERT_TRUE(initialize());
+  ASSERT_TRUE(get(1));
+  EXPECT_EQ(info.state, TEV_DEVICE_SAMPLED);
+  EXPECT_EQ(info.device_index, 0u);
+  EXPECT_STREQ(info.name, "eth1");
+  EXPECT_STREQ(info.interface_name, "eth1");
+  EXPECT_STREQ(info.algorithm, sdk.scenario.devices[1].slots[0].info.c_str());
+  EXPECT_EQ(info.device_counters, 1u);
+  EXPECT_EQ(info.plane_counters, 2u);
+  EXPECT_EQ(info.planes, 2u);
+  EXPECT_EQ(info.buffer_bytes, 2 * info.buffer_samples * (8 + 2 * 13));
+  EXPECT_EQ(info.memory_bytes, info.buffer_bytes + 2 * (info.buffer_samples * 3 * 8 + 2 * 16));
+  EXPECT_EQ(provider.schema().types[info.plane_type]->size, 13u);
+  ASSERT_TRUE(get(2));
+  EXPECT_EQ(provider.schema().types[info.plane_type]->size, 9u);
+  EXPECT_FALSE(get(3));
+}
+
 // The sampling thread exists in the parent only; it may hold any lock at the moment of the fork.
 TEST_F(ProviderTest, AChildOfForkLeavesTheProviderToItsParent) {
   sdk.add("rdma0", {"rx, r"}, {1});
@@ -257,8 +291,10 @@ TEST_F(ProviderTest, AChildOfForkLeavesTheProviderToItsParent) {
         multipath_event_provider_stop(record);
     multipath_event_provider_finalize(record);
     tev_multipath_ledger_t ledger;
+    tev_multipath_device_info_t info;
     const bool read =
-        multipath_event_provider_get_ledger(record, 0, nullptr, &ledger, sizeof ledger);
+        multipath_event_provider_get_ledger(record, 0, nullptr, &ledger, sizeof ledger) ||
+        multipath_event_provider_get_device_info(record, 0, &info, sizeof info);
     _exit(refused && !read && log.texts(3) == foreign ? 0 : 1);
   }
   int status = -1;
