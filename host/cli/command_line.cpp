@@ -228,6 +228,13 @@ void addRunOptions(CLI::App& command, RunOptions& options) {
       ->type_name("BYTES");
 }
 
+void addLinkSpeed(CLI::App& command, RunOptions& options) {
+  addParsed(command, "--link-speed", options.link_gbits, gbits,
+            "Speed of every device's link, instead of the one that the kernel reports; the longest "
+            "interval that follows counters of bytes depends on it")
+      ->type_name("GBITS");
+}
+
 std::vector<const CLI::App*> commandsOf(const CLI::App& app) {
   return app.get_subcommands([](const CLI::App*) { return true; });
 }
@@ -287,6 +294,7 @@ void describe(CLI::App& app, CommandLine& line, Given& given) {
       app.add_subcommand("run", "Sample, and write the events until the end of the run or Ctrl-C");
   addPluginOptions(*run, line.run.plugin, given);
   addRunOptions(*run, line.run);
+  addLinkSpeed(*run, line.run);
   run->footer(kExamples);
 
   CLI::App* const schema =

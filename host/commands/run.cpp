@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/commands/interval_advice.h"
 #include "host/commands/summary.h"
 #include "host/figures/fast_counters.h"
 #include "host/figures/figures.h"
@@ -157,6 +158,16 @@ bool isAnyMissing(const Delivery& delivery) {
   });
 }
 
+// Says which interval counters of bytes need, if the interval of this run is longer.
+void adviseInterval(const RunOptions& options, const PluginSource& source,
+                    const Projection& projection) {
+  const auto interval = sampleInterval(options.plugin.options, source.options());
+  if (!interval) return;
+  const std::string advice =
+      intervalAdvice(source.devices(), projection, *interval, options.link_gbits);
+  if (!advice.empty()) Log::instance().say("tev-host: " + advice);
+}
+
 // The part of a run from the first fetch to the last.
 class Sampling {
  public:
@@ -244,6 +255,7 @@ int run(const RunOptions& options) {
   PluginSource source(options.plugin, options.buffer_bytes);
   const Projection projection(source.schema(), options.selection);
   expectDevices(projection.devices(), source);
+  adviseInterval(options, source, projection);
 
   CountingOptions counting = options.counting;
   counting.clear_on_read = booleanOption(options.plugin.options, source.options(), kClearKey);

@@ -26,6 +26,7 @@ struct RunOptions {
   bool rates = false;                               // derived figures beside the events
   std::optional<std::chrono::milliseconds> window;  // derived figures instead of the events
   CountingOptions counting;
+  std::optional<double> link_gbits;  // instead of the speeds that the kernel reports
 };
 
 }  // namespace tev::host

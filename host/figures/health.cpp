@@ -130,7 +130,8 @@ std::string describeMissing(const DeviceCounts& counts) {
   for (const MissingCause& cause : missingCauses())
     if (counts.*cause.count > 0) add(fmt::format("{} {}", counts.*cause.count, cause.text));
   if (counts.left_out > 0)
-    add(fmt::format("left out of {} batches, because a read took too long", counts.left_out));
+    add(fmt::format("{} times left out of a batch, because its thread was still reading",
+                    counts.left_out));
   if (!counts.last_failure.empty()) add("last failure: " + counts.last_failure);
   return text;
 }

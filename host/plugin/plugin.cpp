@@ -38,6 +38,7 @@ Plugin::Plugin(const std::string& path) : handle_(load(path)) {
   find("multipath_event_provider_get_sample_counts", get_sample_counts_);
   find("multipath_event_provider_get_ledger", get_ledger_);
   find("multipath_event_provider_get_option", get_option_);
+  find("multipath_event_provider_get_device_info", get_device_info_);
   if (!construct_)
     throw RunError(fmt::format("{} is not a plug-in: it lacks construct_event_provider", path));
 }

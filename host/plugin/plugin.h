@@ -27,6 +27,7 @@ class Plugin {
   tev_multipath_get_sample_counts_t getSampleCounts() const { return get_sample_counts_; }
   tev_multipath_get_ledger_t getLedger() const { return get_ledger_; }
   tev_multipath_get_option_t getOption() const { return get_option_; }
+  tev_multipath_get_device_info_t getDeviceInfo() const { return get_device_info_; }
 
  private:
   template <class Function>
@@ -38,6 +39,7 @@ class Plugin {
   tev_multipath_get_sample_counts_t get_sample_counts_ = nullptr;
   tev_multipath_get_ledger_t get_ledger_ = nullptr;
   tev_multipath_get_option_t get_option_ = nullptr;
+  tev_multipath_get_device_info_t get_device_info_ = nullptr;
 };
 
 }  // namespace tev::host

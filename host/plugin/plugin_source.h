@@ -22,6 +22,11 @@ class PluginSource final : public EventSource {
     return session_.provider().deviceCounts();
   }
 
+  // The devices that the SDK lists; empty when the plug-in does not describe them.
+  std::vector<DeviceInfo> devices() const {
+    return session_.provider().deviceInfos().value_or(std::vector<DeviceInfo>{});
+  }
+
   // The options that the plug-in describes.
   const OptionTable& options() const { return session_.options(); }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/events/event_source.h"
+#include "host/plugin/device_info.h"
 #include "host/plugin/plugin.h"
 
 namespace tev::host {
@@ -32,6 +33,12 @@ class Provider {
 
   // For all devices; nothing when the plug-in does not count.
   std::optional<std::vector<DeviceCounts>> deviceCounts() const;
+
+  // The devices that the SDK lists, also after initialize() failed; nothing when the plug-in does
+  // not describe them.
+  std::optional<std::vector<DeviceInfo>> deviceInfos() const {
+    return readDeviceInfos(plugin_.getDeviceInfo(), record_);
+  }
 
  private:
   // False when there is no such device.

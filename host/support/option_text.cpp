@@ -15,6 +15,7 @@ namespace {
 
 constexpr double kMinSeconds = 1e-9;
 constexpr double kMaxSeconds = 1e9;
+constexpr double kMaxGbits = 100'000;
 constexpr std::uint64_t kMaxBytes = std::uint64_t{1} << 40;
 
 template <class Number>
@@ -61,6 +62,14 @@ std::chrono::nanoseconds seconds(const char* option, const std::string& text) {
   if (!number || !(*number >= kMinSeconds && *number <= kMaxSeconds))
     refuse(option, text, "a number of seconds is needed, from 1e-9 to 1e9");
   return std::chrono::nanoseconds(std::llround(*number * 1e9));
+}
+
+double gbits(const char* option, const std::string& text) {
+  const auto number = parseNumber<double>(text);
+  if (!number || !(*number > 0 && *number <= kMaxGbits))
+    refuse(option, text,
+           fmt::format("a number of Gbit/s is needed, above 0 and up to {:g}", kMaxGbits));
+  return *number;
 }
 
 std::optional<std::uint32_t> logLevelNamed(const std::string& text) {

@@ -21,6 +21,9 @@ std::uint64_t byteSize(const char* option, const std::string& text);
 // Greater than 0; may be a fraction.
 std::chrono::nanoseconds seconds(const char* option, const std::string& text);
 
+// The speed of a link in Gbit/s; may be a fraction.
+double gbits(const char* option, const std::string& text);
+
 // Nothing when the text does not name a level.
 std::optional<std::uint32_t> logLevelNamed(const std::string& text);
 

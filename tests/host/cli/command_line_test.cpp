@@ -86,6 +86,7 @@ TEST_F(CommandLineTest, WrongUsageIsRefusedByName) {
       {"--duration", {"-1", "0", "nan", "inf", "1e300", "1s"}},
       {"--samples", {"0", "-1", "ten"}},
       {"--log-level", {"loud", "-1"}},
+      {"--link-speed", {"0", "-1", "nan", "100001", "400G"}},
       {"--nonsense", {"1"}},
   };
   const auto expect_refusal = [](const std::string& name, const std::vector<std::string>& words) {

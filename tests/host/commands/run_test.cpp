@@ -243,6 +243,16 @@ TEST(OptionsOfThePlugin, AreTheTableInTheReadme) {
   EXPECT_THAT(none.err, HasSubstr("describes no options"));
 }
 
+TEST(IntervalOfARun, IsComparedWithTheLinkSpeed) {
+  const std::string slow = "--option multipath-sample-interval-usec=50000 --filter=rdma2 ";
+  EXPECT_THAT(runSimulated(slow + "--link-speed=400").err,
+              StartsWith("tev-host: rdma2: at 400 Gbit/s, tx_bytes, rx_bytes need an interval of "
+                         "at most 21.5 ms, and it is 50 ms: the rates are not certain; choose "
+                         "multipath-sample-interval-usec=21474 or less\n"));
+  for (const char* const words : {"--link-speed=100", ""})
+    EXPECT_THAT(runSimulated(slow + words).err, Not(HasSubstr("Gbit/s"))) << words;
+}
+
 TEST(SummaryOfARun, SaysWhySamplesAreMissing) {
   test::TempTree files;
   const std::string scenario = files.write("scenario.json", R"({"base": "default",
