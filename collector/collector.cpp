@@ -265,7 +265,7 @@ tev_multipath_device_info_t Collector::deviceInfo(std::size_t index) const {
   info.name = listed.name().c_str();
   info.rdma_name = listed.rdma_name.c_str();
   info.interface_name = listed.interface_name.c_str();
-  info.reason = listed.reason.empty() ? "The set-up failed" : listed.reason.c_str();
+  info.reason = listed.reason.c_str();
   info.algorithm = "";
   const auto dev = std::ranges::find(devices_, index, &DevCtx::listed);
   if (dev == devices_.end()) return info;
@@ -274,7 +274,6 @@ tev_multipath_device_info_t Collector::deviceInfo(std::size_t index) const {
   const DoubleBuffer& buffers = dev->sampled.buffers;
   info.state = TEV_DEVICE_SAMPLED;
   info.device_index = static_cast<std::uint32_t>(dev - devices_.begin());
-  info.reason = "";
   info.algorithm = slot.algo_info.c_str();
   info.algorithm_id = slot.algo_id;
   info.algorithm_major = slot.algo_major;

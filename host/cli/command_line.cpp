@@ -24,6 +24,9 @@ constexpr char kOtherLibraryPathKey[] = "vuna-telemetry-lib-path";
 constexpr char kUpdateKey[] = "update";
 constexpr std::uint64_t kMaxUpdate = 86'400'000;  // a day
 
+constexpr std::chrono::milliseconds kLeastMeasuring{100};
+constexpr std::chrono::hours kMostMeasuring{1};
+
 constexpr char kProgramText[] =
     "A reference host: it loads a provider plug-in, starts sampling, and writes the events.";
 
@@ -40,14 +43,30 @@ constexpr char kExamples[] = R"(Examples:
       a record per series and second, with the highest rate of any millisecond
   tev-host run --option multipath-vuna-lib-path=/path/to/libvuna_telemetry.so
       a real device SDK
+  tev-host check --simulate --measure 2
+      what would be sampled, how fast the counters move, and how long a pass takes
 
-Exit code: 0 success, 1 the plug-in refused, the run failed or no sample was read, 2 wrong usage,
-3 samples are missing (with --strict).)";
+Exit code: 0 success; 1 the plug-in refused, the run failed or would fail, or no sample was read;
+2 wrong usage; 3 samples are missing (with --strict).)";
 
 const OutputFormat* formatNamed(const char* option, const std::string& text) {
   const OutputFormat* const format = findOutputFormat(text);
   if (!format) refuse(option, text, outputFormatNames() + " is needed");
   return format;
+}
+
+bool isJson(const char* option, const std::string& text) {
+  if (text != "text" && text != "json") refuse(option, text, "text or json is needed");
+  return text == "json";
+}
+
+std::chrono::nanoseconds measuringTime(const char* option, const std::string& text) {
+  try {
+    const auto time = seconds(option, text);
+    if (time >= kLeastMeasuring && time <= kMostMeasuring) return time;
+  } catch (const UsageError&) {  // it names another range
+  }
+  refuse(option, text, "a number of seconds is needed, from 0.1 to 3600");
 }
 
 std::string formatHelp() {
@@ -156,6 +175,17 @@ void addPluginOptions(CLI::App& command, PluginOptions& plugin, Given& given) {
       ->type_name("LEVEL");
 }
 
+void addUpdate(CLI::App& command, RunOptions& options) {
+  addParsed(
+      command, "--update", options.update,
+      [](const char* name, const std::string& text) {
+        return std::chrono::milliseconds(wholeNumber(name, text, kMaxUpdate));
+      },
+      "Time from one fetch of events to the next (default 1000); also the plug-in's option "
+      "'update', unless --option gives it")
+      ->type_name("MILLISECONDS");
+}
+
 void addRunOptions(CLI::App& command, RunOptions& options) {
   addParsed(command, "--format", options.format, formatNamed, formatHelp())->type_name("FORMAT");
   command.add_option("--output", options.output, "Write to this file instead of standard output")
@@ -215,14 +245,7 @@ void addRunOptions(CLI::App& command, RunOptions& options) {
           "Measure the intervals of the first series and the CPU time per pass; compare both with "
           "a bare loop that only sleeps")
       ->disable_flag_override();
-  addParsed(
-      command, "--update", options.update,
-      [](const char* name, const std::string& text) {
-        return std::chrono::milliseconds(wholeNumber(name, text, kMaxUpdate));
-      },
-      "Time from one fetch of events to the next (default 1000); also the plug-in's option "
-      "'update', unless --option gives it")
-      ->type_name("MILLISECONDS");
+  addUpdate(command, options);
   addParsed(command, "--buffer-size", options.buffer_bytes, byteSize,
             "Size of the serializer's buffer; K, M and G stand for powers of 1024 (default 1M)")
       ->type_name("BYTES");
@@ -233,6 +256,16 @@ void addLinkSpeed(CLI::App& command, RunOptions& options) {
             "Speed of every device's link, instead of the one that the kernel reports; the longest "
             "interval that follows counters of bytes depends on it")
       ->type_name("GBITS");
+}
+
+void addCheckOptions(CLI::App& command, CheckOptions& options) {
+  addParsed(command, "--format", options.json, isJson,
+            "text or json (default: text)\ntext  for people\njson  one object, for scripts")
+      ->type_name("FORMAT");
+  addParsed(command, "--measure", options.measure, measuringTime,
+            "Also sample for this time, every millisecond: the steps of the counters, the longest "
+            "safe intervals and the time of a pass; may be a fraction")
+      ->type_name("SECONDS");
 }
 
 std::vector<const CLI::App*> commandsOf(const CLI::App& app) {
@@ -268,17 +301,18 @@ void refuseOddValues(std::span<const char* const> words, const CLI::App& app) {
 
 // Names an unknown command in the error, which the parser does not do.
 void refuseUnknownCommand(std::span<const char* const> words, const CLI::App& app) {
-  if (words.empty()) throw UsageError("a command is needed: run, schema or options");
+  if (words.empty()) throw UsageError("a command is needed: run, check, schema or options");
   if (std::string_view(words[0]).starts_with("-")) return;
   if (std::ranges::none_of(commandsOf(app), [&](const CLI::App* command) {
         return command->get_name() == words[0];
       }))
     throw UsageError(
-        fmt::format("unknown command '{}': run, schema or options is needed", words[0]));
+        fmt::format("unknown command '{}': run, check, schema or options is needed", words[0]));
 }
 
 Command commandNamed(std::string_view name) {
   if (name == "run") return Command::run;
+  if (name == "check") return Command::check;
   return name == "schema" ? Command::schema : Command::options;
 }
 
@@ -296,6 +330,13 @@ void describe(CLI::App& app, CommandLine& line, Given& given) {
   addRunOptions(*run, line.run);
   addLinkSpeed(*run, line.run);
   run->footer(kExamples);
+
+  CLI::App* const check = app.add_subcommand(
+      "check", "Show what would be sampled with these options, and whether it would work");
+  addPluginOptions(*check, line.run.plugin, given);
+  addUpdate(*check, line.run);
+  addLinkSpeed(*check, line.run);
+  addCheckOptions(*check, line.check);
 
   CLI::App* const schema =
       app.add_subcommand("schema", "Show the types of events that the plug-in would deliver");

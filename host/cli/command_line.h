@@ -2,15 +2,17 @@
 #pragma once
 
 #include "host/cli/companions.h"
+#include "host/commands/check.h"
 #include "host/commands/run_options.h"
 
 namespace tev::host {
 
-enum class Command { run, schema, options, answered };
+enum class Command { run, check, schema, options, answered };
 
 struct CommandLine {
   Command command = Command::answered;  // help or version, which the parser has printed
-  RunOptions run;
+  RunOptions run;                       // the options of all commands that set the plug-in up
+  CheckOptions check;
   bool markdown = false;  // of the command options
 };
 

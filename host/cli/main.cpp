@@ -6,6 +6,7 @@
 
 #include "host/cli/command_line.h"
 #include "host/cli/companions.h"
+#include "host/commands/check.h"
 #include "host/commands/options.h"
 #include "host/commands/run.h"
 #include "host/commands/schema.h"
@@ -19,6 +20,8 @@ int dispatch(int argc, char** argv) {
   switch (line.command) {
     case Command::run:
       return run(line.run);
+    case Command::check:
+      return check(line.run, line.check);
     case Command::schema:
       return showSchema(line.run.plugin);
     case Command::options:

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "host/commands/known_options.h"
 #include "host/support/duration_text.h"
 #include "host/support/text.h"
 
@@ -55,7 +56,7 @@ std::string intervalAdvice(const std::vector<DeviceInfo>& devices, const Project
   Finding worst;
   std::size_t affected = 0;
   for (const DeviceInfo& device : devices) {
-    if (!device.isSampled() || !projection.devices().passes(device.name)) continue;
+    if (!device.is_sampled || !projection.devices().passes(device.name)) continue;
     const auto speed = linkSpeedOf(device, link_gbits);
     if (!speed) continue;
     Finding finding = findingOf(device, projection, interval, *speed);

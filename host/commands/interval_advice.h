@@ -12,8 +12,6 @@
 
 namespace tev::host {
 
-inline constexpr char kSampleIntervalKey[] = "multipath-sample-interval-usec";
-
 // The interval that the plug-in uses; nothing when it is 0 or not known.
 std::optional<Seconds> sampleInterval(const GivenOptions& given, const OptionTable& table);
 

@@ -17,10 +17,8 @@ DeviceInfo fromRecord(const tev_multipath_device_info_t& record) {
   device.rdma_name = printable(record.rdma_name);
   device.interface_name = printable(record.interface_name);
   device.algorithm = printable(record.algorithm);
-  if (record.state != TEV_DEVICE_SAMPLED) {
-    device.reason = printable(record.reason);
-    if (device.reason.empty()) device.reason = "the plug-in gives no reason";
-  }
+  device.is_sampled = record.state == TEV_DEVICE_SAMPLED;
+  device.reason = printable(record.reason);
   device.algorithm_id = record.algorithm_id;
   device.algorithm_major = record.algorithm_major;
   device.algorithm_minor = record.algorithm_minor;
@@ -51,7 +49,7 @@ std::optional<std::vector<DeviceInfo>> readDeviceInfos(tev_multipath_get_device_
 
 std::vector<const TypeView*> typesOf(const DeviceInfo& device, const SchemaView& schema) {
   std::vector<const TypeView*> types;
-  if (!device.isSampled()) return types;
+  if (!device.is_sampled) return types;
   const auto add = [&](std::uint16_t index) {
     if (const TypeView* const type = schema.find(device.schema_index, index)) types.push_back(type);
   };

@@ -16,7 +16,8 @@ struct DeviceInfo {
   std::string name;  // in the events
   std::string rdma_name;
   std::string interface_name;
-  std::string reason;  // why it is left out; empty: it is sampled
+  bool is_sampled = false;
+  std::string reason;  // why it is left out; empty: the reason does not concern this device
 
   // Of a device that is sampled.
   std::string algorithm;
@@ -33,8 +34,6 @@ struct DeviceInfo {
   std::uint64_t buffer_samples = 0;  // in one half of the double buffer
   std::uint64_t buffer_bytes = 0;    // for events, both halves
   std::uint64_t memory_bytes = 0;    // allocated for both halves
-
-  bool isSampled() const { return reason.empty(); }
 };
 
 // In the order of the SDK's list. Nothing when `get` is null, because the plug-in does not describe

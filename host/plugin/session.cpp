@@ -27,8 +27,12 @@ Dict makeDict(const PluginOptions& options) {
   return dict;
 }
 
-void say(const std::vector<OptionFinding>& warnings) {
-  for (const OptionFinding& one : warnings) Log::instance().say("tev-host: " + one.text);
+void report(const std::vector<OptionFinding>& warnings, SetUpFindings* findings) {
+  for (const OptionFinding& one : warnings)
+    if (findings)
+      findings->warnings.push_back(one.text);
+    else
+      Log::instance().say("tev-host: " + one.text);
 }
 
 // Removes the findings that are not warnings from `findings`, and returns them as one text.
@@ -67,35 +71,39 @@ std::string refusal(const Plugin& plugin, const PluginOptions& options,
 
 }  // namespace
 
-Session::Session(const PluginOptions& options) : types_(tev_create_type_system()) {
+Session::Session(const PluginOptions& options, SetUpFindings* findings)
+    : types_(tev_create_type_system()) {
   if (!types_) throw std::bad_alloc();
   Log& log = Log::instance();
   // With --log-level, the lines are shown at once, also when the set-up hangs.
   log.beginSetUp(options.log_level, !options.log_level_given);
-  setUp(options);
+  setUp(options, findings);
   // The simulator's adapters do not exist on this machine, so warnings about missing ones are
   // expected.
   log.endSetUp(!options.simulated || options.log_level_given);
   plugin_->shareLogger();
 }
 
-void Session::setUp(const PluginOptions& options) {
+void Session::setUp(const PluginOptions& options, SetUpFindings* findings) {
   if (!options.simulator_scenario.empty())
     setenv("VUNA_SIMULATOR_SCENARIO", options.simulator_scenario.c_str(), 1);
   const Dict dict = makeDict(options);
   plugin_.emplace(options.path);
   plugin_->shareLogger();
   table_ = readOptionTable(plugin_->getOption());
-  auto findings = checkOptions(options.options, table_);
-  const std::string refused = takeRefused(findings);
-  say(findings);
+  if (findings) findings->table = table_;
+  auto found = checkOptions(options.options, table_);
+  const std::string refused = takeRefused(found);
+  report(found, findings);
   provider_.emplace(*plugin_, dict.get());
   if (!*provider_) throw RunError(refusal(*plugin_, options, refused));
-  if (!provider_->initialize(types_.get())) throw RunError(refusal(*plugin_, options));
+  const bool initialized = provider_->initialize(types_.get());
+  if (findings) findings->devices = provider_->deviceInfos();
+  if (!initialized) throw RunError(refusal(*plugin_, options));
   tev_type_system_update_md5_hashes(types_.get());
   if (!provider_->start()) throw RunError(refusal(*plugin_, options));
   if (const auto devices = provider_->deviceCounts())
-    say(checkDevices(options.options, table_, namesOf(*devices)));
+    report(checkDevices(options.options, table_, namesOf(*devices)), findings);
 }
 
 }  // namespace tev::host

@@ -198,7 +198,8 @@ typedef struct tev_multipath_device_info_t {
   const char* name;           /* in the events: the network interface, or else the RDMA device */
   const char* rdma_name;      /* empty: the SDK did not report it */
   const char* interface_name; /* empty: the device has no network interface */
-  const char* reason;         /* for people: why the device is left out; empty: it is sampled */
+  const char* reason;         /* for people: why the device is left out; empty: it is sampled, or
+                               * the set-up failed for a reason that does not concern it */
   const char* algorithm;      /* text of the algorithm in the slot that is sampled */
   uint32_t algorithm_id;
   uint32_t algorithm_major; /* version */

@@ -98,6 +98,10 @@ TEST_F(CommandLineTest, WrongUsageIsRefusedByName) {
   expect_refusal("--simulate", {"run", "--simulate="});
   expect_refusal("--output", {"run", "--output=", "--simulate"});
   expect_refusal("--samples", {"schema", "--samples", "1"});
+  for (const char* const value : {"0", "0.01", "5h", "1e9"})
+    expect_refusal("--measure " + std::string(value) + ": a number of seconds is needed, from 0.1",
+                   {"check", "--measure", value});
+  expect_refusal("--format csv: text or json is needed", {"check", "--format", "csv"});
   expect_refusal("a command is needed", {});
   expect_refusal("--jitter takes no value", {"run", "--jitter=5"});
 }

@@ -1,0 +1,304 @@
+#include "host/commands/measurement.h"
+
+#include <algorithm>
+#include <deque>
+#include <functional>
+#include <map>
+
+#include "host/commands/known_options.h"
+#include "host/events/decoder.h"
+#include "host/events/series.h"
+#include "host/events/values.h"
+#include "host/plugin/fetcher.h"
+#include "host/plugin/session.h"
+#include "host/support/stop_signal.h"
+
+namespace tev::host {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr std::uint64_t kBufferBytes = std::uint64_t{1} << 20;
+constexpr std::uint64_t kIntervalUsec = 1000;
+constexpr milliseconds kUpdate{50};
+constexpr const char* kRoomMsec = "200";  // of samples, so that a late fetch loses nothing
+constexpr milliseconds kPassUpdate{1};
+constexpr std::size_t kPasses = 200;
+constexpr std::uint64_t kGapUsec = 10'000;
+// A read can be later than its time stamp, which changes the rate of one step, but hardly the rate
+// over this time.
+constexpr std::uint64_t kRateUsec = 10'000;
+
+// The log lines of the set-up were shown before, so they are not shown again.
+PluginOptions quietly(PluginOptions options) {
+  options.simulated = true;
+  options.log_level_given = false;
+  withoutClearing(options);
+  setOption(options, kMaxBufferSizeKey, "0");
+  return options;
+}
+
+using Counts = std::optional<std::vector<DeviceCounts>>;
+
+// Receives what is fetched.
+class Receiver {
+ public:
+  Receiver() = default;
+  virtual ~Receiver() = default;
+  Receiver(const Receiver&) = delete;
+  Receiver& operator=(const Receiver&) = delete;
+
+  virtual void begin(const SchemaView& schema) = 0;
+  virtual void event(const Event& event) = 0;
+  // The end of a batch, which holds the samples since the last one. False ends the sampling.
+  virtual bool endBatch(const Counts& counts) = 0;
+};
+
+// Samples with these options, and fetches at each update.
+void sample(const PluginOptions& options, Clock::time_point end, milliseconds update,
+            Receiver& receiver) {
+  SetUpFindings already_known;
+  Session session(options, &already_known);
+  const SchemaView schema = SchemaView::fromTypeSystem(*session.types());
+  Fetcher fetcher(session.provider(), session.types(), kBufferBytes);
+  const auto is_stopped = [] { return StopSignal::requests() > 0; };
+  const BlockConsumer take = [&](Blocks blocks) {
+    decodeBlocks(schema, blocks, [&](const Event& event) { receiver.event(event); });
+  };
+  receiver.begin(schema);
+  bool more = true;
+  while (more && !is_stopped() && Clock::now() < end) {
+    StopSignal::waitUntil(std::min(end, Clock::now() + update));
+    fetcher.round(take, is_stopped);
+    more = receiver.endBatch(session.provider().deviceCounts());
+  }
+  session.provider().stop();
+}
+
+// The steps of all counters.
+class Steps final : public Receiver {
+ public:
+  void begin(const SchemaView& schema) override {
+    for (const TypeView& type : schema.types()) {
+      auto& of_type = counters_.emplace_back();
+      for (const Column& column : type.columns)
+        if (column.key == 0 && isCounterSized(column))
+          of_type.push_back(
+              {column, {.type = type.name, .name = column.name, .bits = bitsOf(column)}});
+    }
+  }
+
+  void event(const Event& event) override {
+    const Series& series = table_.of(event);
+    if (series.number == series_.size()) series_.push_back({.device = series.device});
+    Last& last = series_[series.number];
+    auto& counters = counters_[event.type->number];
+    const bool follows = follow(last, event.timestamp_usec);
+    last.values.resize(counters.size());
+    if (!follows) {
+      last.moved.assign(counters.size(), 0);
+      last.since_usec = event.timestamp_usec;
+    }
+    const std::uint64_t passed = event.timestamp_usec - last.since_usec;
+    for (std::size_t i = 0; i < counters.size(); ++i) {
+      const std::uint64_t value = unsignedOf(counters[i].column, event.data);
+      if (follows) last.moved[i] += step(counters[i], last.values[i], value);
+      last.values[i] = value;
+      if (passed < kRateUsec) continue;
+      double& highest = counters[i].measured.highest_rate;
+      highest =
+          std::max(highest, static_cast<double>(last.moved[i]) * 1e6 / static_cast<double>(passed));
+      last.moved[i] = 0;
+    }
+    if (passed >= kRateUsec) last.since_usec = event.timestamp_usec;
+    last.usec = event.timestamp_usec;
+    ++last.samples;
+  }
+
+  bool endBatch(const Counts& counts) override {
+    counts_ = counts;
+    return true;
+  }
+
+  void report(Measurement& measurement) const {
+    for (const auto& of_type : counters_)
+      for (const Counter& counter : of_type) {
+        MeasuredCounter& added = measurement.counters.emplace_back(counter.measured);
+        if (added.decreases) {
+          added.largest_step = 0;
+          added.highest_rate = 0;
+        } else if (added.highest_rate > 0) {
+          added.safe_interval = longestSafeInterval(added.bits, added.highest_rate);
+        }
+      }
+    for (const DeviceCounts& one : counts_.value_or(std::vector<DeviceCounts>{}))
+      measurement.devices.push_back({one.device, 0, one.failed, one.last_failure});
+    for (const Last& last : series_) {
+      auto device = std::ranges::find(measurement.devices, last.device, &MeasuredDevice::name);
+      if (device == measurement.devices.end())
+        device = measurement.devices.insert(device, {last.device, 0, 0, {}});
+      device->samples = std::max(device->samples, last.samples);
+    }
+  }
+
+ private:
+  struct Counter {
+    Column column;
+    MeasuredCounter measured;
+  };
+  struct Last {
+    std::string device;
+    std::uint64_t samples = 0;
+    std::uint64_t usec = 0;
+    std::uint64_t shortest = UINT64_MAX;  // microseconds between two samples
+    std::vector<std::uint64_t> values{};  // as in counters_
+    std::vector<std::uint64_t> moved{};   // the same, since `since_usec`
+    std::uint64_t since_usec = 0;
+  };
+
+  // Whether the sample follows the last one without a gap. A counter may wrap around in a gap.
+  static bool follow(Last& last, std::uint64_t usec) {
+    if (last.samples == 0 || usec <= last.usec) return false;
+    const std::uint64_t passed = usec - last.usec;
+    last.shortest = std::min(last.shortest, passed);
+    return passed <= std::max(kGapUsec, 3 * last.shortest);
+  }
+
+  static std::uint64_t step(Counter& counter, std::uint64_t before, std::uint64_t now) {
+    const std::uint32_t mode = counter.column.counting_mode;
+    std::uint64_t moved = mode == TEV_VALUE_DELTA ? now : now - before;
+    if (counter.measured.bits == 32) moved &= UINT32_MAX;
+    const std::uint64_t half = std::uint64_t{1} << (counter.measured.bits - 1);
+    if (moved >= half && mode == TEV_VALUE_ABSOLUTE) {
+      counter.measured.decreases = true;
+      return 0;
+    }
+    counter.measured.largest_step = std::max(counter.measured.largest_step, moved);
+    return moved;
+  }
+
+  SeriesTable table_;
+  std::vector<std::vector<Counter>> counters_;  // by the type's number
+  std::deque<Last> series_;                     // by the series' number
+  Counts counts_;
+};
+
+// The time stamps of passes without a pause between them.
+class Passes final : public Receiver {
+ public:
+  void begin(const SchemaView& /*schema*/) override {}
+
+  void event(const Event& event) override {
+    const Series& series = table_.of(event);
+    const auto [found, is_new] = device_of_.emplace(series.device, devices_.size());
+    if (is_new) devices_.push_back({series.device, series.number, {}, 0});
+    Device& device = devices_[found->second];
+    if (device.series == series.number) device.stamps.push_back(event.timestamp_usec);
+  }
+
+  bool endBatch(const Counts& counts) override {
+    if (devices_.empty()) return true;
+    const std::size_t samples = devices_.front().stamps.size();
+    const bool complete = std::ranges::all_of(
+        devices_, [&](const Device& one) { return one.stamps.size() == samples; });
+    for (std::size_t k = 0; k + 1 < samples; ++k) add(k, complete);
+    // The next batch continues with the next pass, unless the buffers were full.
+    const std::optional<std::uint64_t> lost = lostSamples(counts);
+    const bool continues = complete && samples > 0 && lost && lost == lost_;
+    lost_ = lost;
+    for (Device& device : devices_)
+      device.stamps.erase(device.stamps.begin(), device.stamps.end() - (continues ? 1 : 0));
+    return passes_ < kPasses;
+  }
+
+  std::optional<MeasuredPass> result() const {
+    if (passes_ == 0) return std::nullopt;
+    MeasuredPass pass;
+    pass.passes = passes_;
+    pass.mean = mean(sum_, passes_);
+    pass.longest = Seconds(static_cast<double>(longest_) / 1e6);
+    if (read_passes_ == 0) return pass;
+    for (const Device& device : devices_)
+      pass.reads.emplace_back(device.name, mean(device.sum, read_passes_));
+    return pass;
+  }
+
+ private:
+  struct Device {
+    std::string name;
+    std::size_t series;  // the one whose time stamps are used
+    std::vector<std::uint64_t> stamps;
+    std::uint64_t sum;  // microseconds from its reads to the next ones
+  };
+
+  static Seconds mean(std::uint64_t usec, std::size_t number) {
+    return Seconds(static_cast<double>(usec) / 1e6 / static_cast<double>(number));
+  }
+
+  static std::optional<std::uint64_t> lostSamples(const Counts& counts) {
+    if (!counts) return std::nullopt;
+    std::uint64_t lost = 0;
+    for (const DeviceCounts& one : *counts) lost += one.lost;
+    return lost;
+  }
+
+  // Adds pass k. `complete`: every device has a sample of it.
+  void add(std::size_t k, bool complete) {
+    const auto& first = devices_.front().stamps;
+    if (first[k + 1] < first[k]) return;  // the clock was stepped back
+    ++passes_;
+    sum_ += first[k + 1] - first[k];
+    longest_ = std::max(longest_, first[k + 1] - first[k]);
+    if (!complete) return;
+    std::vector<std::uint64_t> stamps;
+    for (const Device& device : devices_) stamps.push_back(device.stamps[k]);
+    stamps.push_back(first[k + 1]);
+    if (!std::ranges::is_sorted(stamps)) return;
+    ++read_passes_;
+    for (std::size_t d = 0; d < devices_.size(); ++d) devices_[d].sum += stamps[d + 1] - stamps[d];
+  }
+
+  SeriesTable table_;
+  std::map<std::string, std::size_t> device_of_;
+  std::vector<Device> devices_;  // in the order of sampling
+  std::optional<std::uint64_t> lost_;
+  std::size_t passes_ = 0;
+  std::size_t read_passes_ = 0;
+  std::uint64_t sum_ = 0;
+  std::uint64_t longest_ = 0;
+};
+
+}  // namespace
+
+Measurement measure(const PluginOptions& given, std::chrono::nanoseconds duration) {
+  PluginOptions options = quietly(given);
+  Measurement measurement;
+  const auto end = Clock::now() + duration;
+
+  PluginOptions busy = options;
+  setOption(busy, kSampleIntervalKey, "0");
+  setOption(busy, kSamplingThreadsKey, "1");
+  Passes passes;
+  sample(busy, end - duration / 2, kPassUpdate, passes);
+  measurement.pass = passes.result();
+
+  setOption(options, kSampleIntervalKey, std::to_string(kIntervalUsec));
+  setOption(options, kUpdateKey, kRoomMsec);
+  Steps steps;
+  const auto start = Clock::now();
+  sample(options, end, kUpdate, steps);
+  steps.report(measurement);
+  measurement.interval = Seconds(static_cast<double>(kIntervalUsec) / 1e6);
+  measurement.lasted = Clock::now() - start;
+  return measurement;
+}
+
+// As the plug-in shares them: the first device belongs to the first thread, and so on in turn.
+Seconds longestShare(const MeasuredPass& pass, std::size_t threads) {
+  std::vector<Seconds> shares(threads, Seconds::zero());
+  for (std::size_t i = 0; i < pass.reads.size(); ++i) shares[i % threads] += pass.reads[i].second;
+  return *std::ranges::max_element(shares);
+}
+
+}  // namespace tev::host
