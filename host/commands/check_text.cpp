@@ -12,6 +12,8 @@
 namespace tev::host {
 namespace {
 
+constexpr std::chrono::hours kLongInterval{24};
+
 using Rows = std::vector<std::vector<std::string>>;
 
 template <class... Arguments>
@@ -137,8 +139,10 @@ void appendCounters(std::string& out, const Measurement& measurement) {
     if (one.decreases)
       rows.push_back({name, "decreases", "-", "-"});
     else if (one.safe_interval)
-      rows.push_back({name, shortNumber(static_cast<double>(one.largest_step)),
-                      shortNumber(one.highest_rate) + "/s", durationText(*one.safe_interval)});
+      rows.push_back(
+          {name, shortNumber(static_cast<double>(one.largest_step)),
+           shortNumber(one.highest_rate) + "/s",
+           *one.safe_interval > kLongInterval ? "over a day" : durationText(*one.safe_interval)});
     else
       ++still;
   }
