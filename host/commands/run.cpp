@@ -4,18 +4,16 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "host/commands/interval_advice.h"
+#include "host/commands/sampling.h"
 #include "host/commands/summary.h"
-#include "host/figures/fast_counters.h"
 #include "host/figures/figures.h"
 #include "host/outputs/delivery.h"
 #include "host/plugin/plugin_source.h"
@@ -27,13 +25,10 @@
 namespace tev::host {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr char kIntervalKey[] = "multipath-sample-interval-usec";
 constexpr char kClearKey[] = "multipath-clear-sampled-counters";
 constexpr std::uint64_t kUsualIntervalUsec = 1'000'000;  // when the plug-in does not describe it
 constexpr std::uint64_t kLongestIntervalUsec = 86'400'000'000;  // a day
-constexpr std::size_t kNotes = 3;                               // log lines below the live table
 
 const OutputFormat& formatFor(const RunOptions& options, const OutputFile& file) {
   const bool derived = options.rates || options.window;
@@ -72,37 +67,6 @@ std::unique_ptr<JitterMeter> jitterMeterFor(const RunOptions& options, const Pro
     throw UsageError(fmt::format("--jitter needs an interval: {} is 0", kIntervalKey));
   return std::make_unique<JitterMeter>(projection, interval);
 }
-
-std::uint64_t nowUsec() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return static_cast<std::uint64_t>(
-      std::chrono::duration_cast<std::chrono::microseconds>(now).count());
-}
-
-// Tells the user, once for each fact, what happens to devices and counters.
-class Announcements {
- public:
-  Announcements(const Delivery& delivery, const Figures& figures)
-      : delivery_(delivery), figures_(figures) {}
-
-  // To be called after each update.
-  void say() {
-    const HealthWatch& health = delivery_.health();
-    for (const StateChange& change : health.changes())
-      sayLine(describe(change, health.devices()[change.device]));
-    for (const FastCounter& counter : fastCounters(figures_))
-      if (said_.insert(counter.name).second) sayLine(describe(counter));
-  }
-
- private:
-  static void sayLine(const std::string& text) {
-    if (!text.empty()) Log::instance().say("tev-host: " + text);
-  }
-
-  const Delivery& delivery_;
-  const Figures& figures_;
-  std::set<std::string> said_;  // names of counters
-};
 
 // Keeps log lines off the terminal while an output draws on it.
 class LogHold {
@@ -167,85 +131,6 @@ void adviseInterval(const RunOptions& options, const PluginSource& source,
       intervalAdvice(source.devices(), projection, *interval, options.link_gbits);
   if (!advice.empty()) Log::instance().say("tev-host: " + advice);
 }
-
-// The part of a run from the first fetch to the last.
-class Sampling {
- public:
-  Sampling(const RunOptions& options, EventSource& source, Delivery& delivery,
-           const Figures& figures)
-      : options_(options),
-        source_(source),
-        delivery_(delivery),
-        announcements_(delivery, figures) {}
-
-  // Throws RunError and ClosedPipe.
-  void run() {
-    start_ = Clock::now();
-    if (options_.duration) end_ = start_ + *options_.duration;
-    delivery_.update(status());
-    announcements_.say();
-    fetchUntilTheEnd();
-    source_.stop();
-    source_.drain(take_, [] { return StopSignal::requests() > 1; });
-    delivery_.end(status());
-    announcements_.say();
-  }
-
-  double elapsedSeconds() const {
-    return std::chrono::duration<double>(Clock::now() - start_).count();
-  }
-
- private:
-  void fetchUntilTheEnd() {
-    Clock::time_point due = start_;
-    bool more = true;
-    while (more && !delivery_.isComplete() && !delivery_.isHopeless()) {
-      due = nextDue(due);
-      StopSignal::waitUntil(options_.duration ? std::min(due, end_) : due);
-      if (isOver()) return;  // drain() fetches the remaining events
-      more = source_.fetch(take_, [this] { return isOver(); });
-      delivery_.update(status());
-      announcements_.say();
-    }
-  }
-
-  bool isOver() const {
-    return StopSignal::requests() > 0 || (options_.duration && Clock::now() >= end_);
-  }
-
-  // Due times are on a fixed grid. Missed due times are skipped.
-  Clock::time_point nextDue(Clock::time_point due) const {
-    const Clock::duration late = std::max(Clock::now() - due, Clock::duration::zero());
-    return due + options_.update * (late / options_.update + 1);
-  }
-
-  RunStatus status() {
-    RunStatus status;
-    status.source = source_.name();
-    status.elapsed_seconds = elapsedSeconds();
-    status.now_usec = nowUsec();
-    status.devices = source_.counts().value_or(std::vector<DeviceCounts>{});
-    for (const DeviceCounts& one : status.devices) status.lost_samples += one.lost;
-    if (status.lost_samples > 0) warnOfLoss();
-    status.notes = Log::instance().lastHeldBack(kNotes);
-    return status;
-  }
-
-  void warnOfLoss() {
-    if (std::exchange(warned_of_loss_, true)) return;
-    Log::instance().say(
-        "tev-host: samples are being lost: lower --update or raise multipath-max-buffer-size");
-  }
-
-  const RunOptions& options_;
-  EventSource& source_;
-  Delivery& delivery_;
-  const BlockConsumer take_ = [this](Blocks blocks) { delivery_.take(blocks); };
-  Announcements announcements_;
-  bool warned_of_loss_ = false;
-  Clock::time_point start_;
-  Clock::time_point end_;
-};
 
 }  // namespace
 

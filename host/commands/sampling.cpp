@@ -1,0 +1,86 @@
+#include "host/commands/sampling.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "host/support/log.h"
+#include "host/support/stop_signal.h"
+
+namespace tev::host {
+namespace {
+
+constexpr std::size_t kNotes = 3;  // log lines below the live table
+
+std::uint64_t nowUsec() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return static_cast<std::uint64_t>(
+      std::chrono::duration_cast<std::chrono::microseconds>(now).count());
+}
+
+}  // namespace
+
+Sampling::Sampling(const RunOptions& options, EventSource& source, Delivery& delivery,
+                   const Figures& figures)
+    : options_(options),
+      source_(source),
+      delivery_(delivery),
+      announcements_(delivery, figures) {}
+
+void Sampling::run() {
+  start_ = Clock::now();
+  if (options_.duration) end_ = start_ + *options_.duration;
+  delivery_.update(status());
+  announcements_.say();
+  fetchUntilTheEnd();
+  source_.stop();
+  source_.drain(take_, [] { return StopSignal::requests() > 1; });
+  delivery_.end(status());
+  announcements_.say();
+}
+
+double Sampling::elapsedSeconds() const {
+  return std::chrono::duration<double>(Clock::now() - start_).count();
+}
+
+void Sampling::fetchUntilTheEnd() {
+  Clock::time_point due = start_;
+  bool more = true;
+  while (more && !delivery_.isComplete() && !delivery_.isHopeless()) {
+    due = nextDue(due);
+    StopSignal::waitUntil(options_.duration ? std::min(due, end_) : due);
+    if (isOver()) return;  // drain() fetches the remaining events
+    more = source_.fetch(take_, [this] { return isOver(); });
+    delivery_.update(status());
+    announcements_.say();
+  }
+}
+
+bool Sampling::isOver() const {
+  return StopSignal::requests() > 0 || (options_.duration && Clock::now() >= end_);
+}
+
+// Due times are on a fixed grid. Missed due times are skipped.
+Sampling::Clock::time_point Sampling::nextDue(Clock::time_point due) const {
+  const Clock::duration late = std::max(Clock::now() - due, Clock::duration::zero());
+  return due + options_.update * (late / options_.update + 1);
+}
+
+RunStatus Sampling::status() {
+  RunStatus status;
+  status.source = source_.name();
+  status.elapsed_seconds = elapsedSeconds();
+  status.now_usec = nowUsec();
+  status.devices = source_.counts().value_or(std::vector<DeviceCounts>{});
+  for (const DeviceCounts& one : status.devices) status.lost_samples += one.lost;
+  if (status.lost_samples > 0) warnOfLoss();
+  status.notes = Log::instance().lastHeldBack(kNotes);
+  return status;
+}
+
+void Sampling::warnOfLoss() {
+  if (std::exchange(warned_of_loss_, true)) return;
+  Log::instance().say(
+      "tev-host: samples are being lost: lower --update or raise multipath-max-buffer-size");
+}
+
+}  // namespace tev::host
