@@ -14,6 +14,7 @@
 
 #include "host/support/errors.h"
 #include "host/support/option_text.h"
+#include "host/support/text.h"
 #include "tev/logger.h"
 
 namespace tev::host {
@@ -293,9 +294,9 @@ void refuseOddValues(std::span<const char* const> words, const CLI::App& app) {
         (i + 1 < words.size() && !std::string_view(words[i + 1]).starts_with("--"));
     const std::string_view name = word.substr(0, equals);
     if (equals != std::string_view::npos && any(name, is_flag))
-      throw UsageError(fmt::format("{} takes no value", name));
+      throw UsageError(asPrintable(name) + " takes no value");
     if (empty || (!followed && any(name, takes_value)))
-      throw UsageError(fmt::format("{} needs a value", name));
+      throw UsageError(asPrintable(name) + " needs a value");
   }
 }
 
@@ -306,8 +307,8 @@ void refuseUnknownCommand(std::span<const char* const> words, const CLI::App& ap
   if (std::ranges::none_of(commandsOf(app), [&](const CLI::App* command) {
         return command->get_name() == words[0];
       }))
-    throw UsageError(
-        fmt::format("unknown command '{}': run, check, schema or options is needed", words[0]));
+    throw UsageError(fmt::format("unknown command '{}': run, check, schema or options is needed",
+                                 asPrintable(words[0])));
 }
 
 Command commandNamed(std::string_view name) {
@@ -366,9 +367,10 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const Companions
     return line;
   } catch (const CLI::ExtrasError&) {
     std::vector<std::string> extras = app.remaining(true);
-    throw UsageError(fmt::format("not expected here: {}", fmt::join(extras, " ")));
+    throw UsageError("not expected here: " +
+                     asPrintable(fmt::format("{}", fmt::join(extras, " "))));
   } catch (const CLI::ParseError& error) {
-    throw UsageError(error.what());
+    throw UsageError(asPrintable(error.what()));
   }
 
   const CLI::App& command = *app.get_subcommands().front();

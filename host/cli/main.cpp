@@ -1,8 +1,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <exception>
+#include <string>
 
 #include "host/cli/command_line.h"
 #include "host/cli/companions.h"
@@ -11,6 +11,7 @@
 #include "host/commands/run.h"
 #include "host/commands/schema.h"
 #include "host/support/errors.h"
+#include "host/support/stderr_text.h"
 
 namespace {
 
@@ -30,6 +31,10 @@ int dispatch(int argc, char** argv) {
       break;
   }
   return kExitFine;
+}
+
+void showError(const std::string& text) {
+  tev::host::showOnStderr("tev-host: " + text + "\n");
 }
 
 // Opens /dev/null for each standard stream that the caller closed. Otherwise a file that is opened
@@ -52,11 +57,10 @@ int main(int argc, char** argv) {
   try {
     return dispatch(argc, argv);
   } catch (const tev::host::UsageError& error) {
-    std::fprintf(stderr, "tev-host: %s\nMore about the options: tev-host run --help\n",
-                 error.what());
+    showError(std::string(error.what()) + "\nMore about the options: tev-host run --help");
     return tev::host::kExitUsage;
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "tev-host: %s\n", error.what());
+    showError(error.what());
     return tev::host::kExitFailed;
   }
 }

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
@@ -19,6 +18,7 @@
 #include "host/plugin/plugin_source.h"
 #include "host/support/errors.h"
 #include "host/support/log.h"
+#include "host/support/stderr_text.h"
 #include "host/support/stop_signal.h"
 #include "host/timing/jitter.h"
 
@@ -166,7 +166,7 @@ int run(const RunOptions& options) {
     log_hold.release();
     std::string text = summarize(elapsed, cpuTime(), delivery, figures);
     if (jitter) text += jitter->report();
-    std::fputs(text.c_str(), stderr);
+    showOnStderr(text);
   };
   try {
     sampling.run();

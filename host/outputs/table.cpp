@@ -49,13 +49,18 @@ struct Row {
 std::string headingOf(const Series& series) {
   std::string heading;
   for (std::size_t i = 0; i < series.keys.size(); ++i)
-    heading += (i ? ", " : "") + series.type->keys[i + 1].name + " " + series.keys[i];
+    heading += (i ? ", " : "") + asPrintable(series.type->keys[i + 1].name) + " " + series.keys[i];
   if (!heading.empty()) return heading;
 
   heading = asPrintable(series.type->name);
   const std::size_t last = heading.find_last_not_of("0123456789");
   if (last != std::string::npos && heading[last] == '_') heading.resize(last);
   return heading.substr(heading.rfind('_') + 1);
+}
+
+// The block of a series.
+std::string titleOf(const Series& series) {
+  return series.type->keys.empty() ? asPrintable(series.type->name) : series.device;
 }
 
 class TableOutput final : public TextOutput {
@@ -182,8 +187,7 @@ class TableOutput final : public TextOutput {
     };
     for (const SeriesFields& one : all_) {
       if (!one.series) continue;
-      const bool has_key = !one.series->type->keys.empty();
-      const std::size_t block = block_of(has_key ? one.series->device : one.series->type->name);
+      const std::size_t block = block_of(titleOf(*one.series));
       for (const Field& field : one.fields) addToRow(rows[block], one, field);
     }
     for (const DeviceHealth& device : status.health->devices())
@@ -191,8 +195,7 @@ class TableOutput final : public TextOutput {
         blocks[block_of(device.counts.device)].condition = std::move(text);
     for (const SeriesFields& one : all_) {
       if (!one.series) continue;
-      const bool has_key = !one.series->type->keys.empty();
-      const std::size_t block = block_of(has_key ? one.series->device : one.series->type->name);
+      const std::size_t block = block_of(titleOf(*one.series));
       addColumn(blocks[block], rows[block], one, whole_run);
     }
     for (std::size_t i = 0; i < blocks.size(); ++i) blocks[i].folded = foldedText(rows[i]);

@@ -20,7 +20,7 @@ std::string pathForLoader(const std::string& path) {
   const auto status = std::filesystem::status(path, error);
   if (!std::filesystem::exists(status)) return path;
   if (!std::filesystem::is_regular_file(status))
-    throw RunError(fmt::format("cannot load the plug-in: {} is not a file", path));
+    throw RunError(fmt::format("cannot load the plug-in: {} is not a file", asPrintable(path)));
   return path.find('/') == std::string::npos ? "./" + path : path;
 }
 
@@ -40,7 +40,7 @@ Plugin::Plugin(const std::string& path) : handle_(load(path)) {
   find("multipath_event_provider_get_option", get_option_);
   find("multipath_event_provider_get_device_info", get_device_info_);
   if (!construct_)
-    throw RunError(fmt::format("{} is not a plug-in: it lacks construct_event_provider", path));
+    throw RunError(asPrintable(path) + " is not a plug-in: it lacks construct_event_provider");
 }
 
 template <class Function>

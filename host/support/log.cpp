@@ -6,11 +6,14 @@
 #include <cctype>
 #include <chrono>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <exception>
+#include <iterator>
 #include <string_view>
 #include <utility>
 
+#include "host/support/stderr_text.h"
 #include "host/support/text.h"
 #include "src/support/clock.h"
 #include "tev/logger.h"
@@ -21,7 +24,7 @@ namespace {
 constexpr std::size_t kRemembered = 1000;
 constexpr std::size_t kHeldBack = 1000;
 constexpr std::size_t kLastLines = 6;
-constexpr std::size_t kReasonLines = 3;
+constexpr std::ptrdiff_t kReasonLines = 3;
 
 // The log function of the plug-in and of this process's own copy of the library. They call it from
 // any thread.
@@ -96,22 +99,28 @@ void Log::endSetUp(bool show_kept) {
     if (show_kept && !line.shown && line.level <= level_) show(stamped(line));
 }
 
-// If the last line is an error or a warning: the last error or, without an error, the last warning.
-// Otherwise: the lines after the last error or warning, of which the last kReasonLines are used. A
-// plug-in logs its conclusion last.
+// At most the last kReasonLines of these lines, in their order:
+// - the errors that follow each other directly, if the last line that is an error or a warning is
+// an
+//   error. Lines of other levels behind them report the clean-up;
+// - otherwise the lines after the last warning. The set-up went on after the errors before it, and
+//   a plug-in logs its conclusion last;
+// - if the last line is a warning, the last error or, without an error, that warning.
 std::string Log::reason() const {
+  const auto is_error = [](const Line& line) { return line.level <= TEV_LEVEL_ERROR; };
   const auto is_serious = [](const Line& line) { return line.level <= TEV_LEVEL_WARNING; };
-  const auto last_serious = std::find_if(set_up_.rbegin(), set_up_.rend(), is_serious);
-  if (last_serious != set_up_.rend() && last_serious == set_up_.rbegin()) {
-    const auto most_serious = std::ranges::min_element(set_up_.rbegin(), set_up_.rend(),
-                                                       std::ranges::less{}, &Line::level);
-    return std::string(untagged(most_serious->text));
+  const auto serious = std::find_if(set_up_.rbegin(), set_up_.rend(), is_serious);
+  auto newest = set_up_.rbegin();
+  auto oldest = serious;
+  if (serious != set_up_.rend() && (is_error(*serious) || serious == newest)) {
+    const auto error = std::find_if(serious, set_up_.rend(), is_error);
+    newest = error == set_up_.rend() ? serious : error;
+    oldest = std::find_if_not(std::next(newest), set_up_.rend(), is_error);
   }
   std::string reason;
-  const auto said_after = static_cast<std::size_t>(last_serious - set_up_.rbegin());
-  const std::size_t lines = std::min(said_after, kReasonLines);
-  for (std::size_t i = set_up_.size() - lines; i < set_up_.size(); ++i)
-    reason += (reason.empty() ? "" : "; ") + std::string(untagged(set_up_[i].text));
+  const auto lines = std::min<std::ptrdiff_t>(oldest - newest, kReasonLines);
+  for (auto line = newest + lines; line-- != newest;)
+    reason += (reason.empty() ? "" : "; ") + std::string(untagged(line->text));
   return reason;
 }
 
@@ -198,8 +207,7 @@ void Log::show(std::string line) {
     keepLast(held_back_, std::move(line), kHeldBack);
     return;
   }
-  line += '\n';
-  std::fputs(line.c_str(), stderr);
+  showOnStderr(line + '\n');
 }
 
 }  // namespace tev::host

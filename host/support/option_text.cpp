@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "host/support/errors.h"
+#include "host/support/text.h"
 #include "tev/logger.h"
 
 namespace tev::host {
@@ -30,7 +31,8 @@ std::optional<Number> parseNumber(std::string_view text) {
 }  // namespace
 
 void refuse(const char* option, const std::string& text, const std::string& wanted) {
-  throw UsageError(fmt::format("{} {}: {}", option, text.empty() ? "''" : text, wanted));
+  throw UsageError(
+      fmt::format("{} {}: {}", option, text.empty() ? "''" : asPrintable(text), wanted));
 }
 
 std::uint64_t wholeNumber(const char* option, const std::string& text, std::uint64_t most) {

@@ -2,8 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <iterator>
+#include <utility>
 
 namespace tev::host {
 namespace {
@@ -12,10 +14,24 @@ std::uint8_t byteAt(std::string_view text, std::size_t i) {
   return static_cast<std::uint8_t>(text[i]);
 }
 
-// The control characters of a terminal: C0, DEL and C1.
-bool isControl(std::string_view character) {
-  const std::uint8_t first = byteAt(character, 0);
-  return first < 0x20 || first == 0x7f || (first == 0xc2 && byteAt(character, 1) < 0xa0);
+// The number of a valid UTF-8 character.
+std::uint32_t codePoint(std::string_view character) {
+  if (character.size() == 1) return byteAt(character, 0);
+  std::uint32_t number = byteAt(character, 0) & (0x7fu >> character.size());
+  for (std::size_t i = 1; i < character.size(); ++i)
+    number = number << 6 | (byteAt(character, i) & 0x3fu);
+  return number;
+}
+
+// Whether a terminal does not simply show this character: controls (C0, DEL, C1), characters that
+// change the direction of writing, separators of lines, and characters without width.
+bool isInvisible(std::uint32_t code_point) {
+  constexpr std::pair<std::uint32_t, std::uint32_t> kRanges[] = {
+      {0x00, 0x1f},     {0x7f, 0x9f},     {0x61c, 0x61c},  {0x200b, 0x200f},
+      {0x2028, 0x202e}, {0x2060, 0x206f}, {0xfeff, 0xfeff}};
+  return std::ranges::any_of(kRanges, [&](const auto& range) {
+    return range.first <= code_point && code_point <= range.second;
+  });
 }
 
 void appendEscaped(std::string& out, std::string_view bytes) {
@@ -23,19 +39,28 @@ void appendEscaped(std::string& out, std::string_view bytes) {
     fmt::format_to(std::back_inserter(out), "\\x{:02x}", static_cast<std::uint8_t>(byte));
 }
 
-std::string escaped(std::string_view text, bool controls_too) {
+// `append_special` appends a valid character to `out`, if it has to be replaced, and returns
+// whether it did.
+template <class AppendSpecial>
+std::string escaped(std::string_view text, AppendSpecial append_special) {
   std::string out;
   out.reserve(text.size());
   while (!text.empty()) {
     const std::size_t length = utf8Length(text);
     const std::string_view character = text.substr(0, length ? length : 1);
-    if (length == 0 || (controls_too && isControl(character)))
+    if (length == 0)
       appendEscaped(out, character);
-    else
+    else if (!append_special(out, character))
       out += character;
     text.remove_prefix(character.size());
   }
   return out;
+}
+
+bool appendInvisible(std::string& out, std::string_view character) {
+  if (!isInvisible(codePoint(character))) return false;
+  appendEscaped(out, character);
+  return true;
 }
 
 // `text` cut so that it takes up at most `width` columns.
@@ -67,11 +92,26 @@ std::size_t utf8Length(std::string_view text) {
 }
 
 std::string asUtf8(std::string_view text) {
-  return escaped(text, false);
+  return escaped(text, [](std::string&, std::string_view) { return false; });
 }
 
 std::string asPrintable(std::string_view text) {
-  return escaped(text, true);
+  return escaped(text, appendInvisible);
+}
+
+std::string printableLines(std::string_view text) {
+  return escaped(text, [](std::string& out, std::string_view character) {
+    return character != "\n" && appendInvisible(out, character);
+  });
+}
+
+std::string printableJsonLines(std::string_view text) {
+  return escaped(text, [](std::string& out, std::string_view character) {
+    const std::uint32_t code_point = codePoint(character);
+    if (character == "\n" || !isInvisible(code_point)) return false;
+    fmt::format_to(std::back_inserter(out), "\\u{:04x}", code_point);
+    return true;
+  });
 }
 
 std::size_t displayWidth(std::string_view text) {

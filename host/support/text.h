@@ -14,8 +14,16 @@ std::size_t utf8Length(std::string_view text);
 // `text` with \xhh in place of every byte that is not part of a UTF-8 character.
 std::string asUtf8(std::string_view text);
 
-// The same, with control characters replaced, too: safe for a terminal, and on one line.
+// The same, with these characters replaced, too: control characters, characters without width, and
+// those that change the direction of writing. The result is safe for a terminal, and on one line.
 std::string asPrintable(std::string_view text);
+
+// Lines of such text: only the line feeds are kept.
+std::string printableLines(std::string_view text);
+
+// The same as printableLines(), with \uhhhh in place of such characters, which is valid in JSON,
+// too.
+std::string printableJsonLines(std::string_view text);
 
 // Number of characters, which is the width on a terminal. `text` is UTF-8.
 std::size_t displayWidth(std::string_view text);

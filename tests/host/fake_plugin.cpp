@@ -2,7 +2,9 @@
 // not make.
 //
 //   trace=FILE        the calls are appended to it, one per line
-//   say=LEVELS        what construct logs: any of "error", "warning", "debug"
+//   say=LEVELS        what construct logs: any of "error", "warning", "debug"; "clean-up" is a
+//   debug
+//                     line behind them
 //   refuse=STEP       construct or initialize; "entry" leaves an entry point out
 //   burst=N           samples taken from one progress to the next, default 1
 //   after_stop=N      samples that are there after stop
@@ -127,6 +129,7 @@ tev_event_provider_t* construct_event_provider(const tev_custom_options* options
   if (std::strstr(say, "debug")) TEV_LOG_DEBUG("[fake] looking for %s", "devices");
   if (std::strstr(say, "warning")) TEV_LOG_WARNING("[fake] half of it is missing");
   if (std::strstr(say, "error")) TEV_LOG_ERROR("[fake] the device is on fire");
+  if (std::strstr(say, "clean-up")) TEV_LOG_DEBUG("[fake] cleaned up");
   if (dlsym(RTLD_DEFAULT, "tev_create_type_system")) {
     TEV_LOG_ERROR("[fake] the host shows its own copy of the common library");
     return nullptr;

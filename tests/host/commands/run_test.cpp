@@ -121,11 +121,14 @@ TEST_F(RunTest, RefusalsAreExplainedWithoutAnyEnvironment) {
        refused + ": the device is on fire\n  [debug] [fake] looking for devices\n"
                  "  [warning] [fake] half of it is missing\n"
                  "  [error] [fake] the device is on fire\n  The options were: trace="},
+      {"refuse=construct say=warning,error,clean-up", refused + ": the device is on fire\n"},
+      {"refuse=construct say=warning,clean-up", refused + ": cleaned up\n"},
       {"refuse=initialize", refused + "\n  The options were: "},
       {"refuse=entry", "tev-host: the plug-in's provider record lacks an entry point\n"},
       {"refuse=construct say=error --plugin=" BARE_PLUGIN,
        refused + "\n  It keeps a log of its own, which may say why.\n"},
       {"--plugin=" + tree_.path("missing.so"), "No such file"},
+      {"--plugin=" + tree_.write("\u202ex", "hello"), "\\xe2\\x80\\xaex"},
       {"--plugin=" + tree_.write("text.so", "hello"), "text.so"},
       {"--plugin=" SIMULATOR, "it lacks construct_event_provider\n"}};
   for (const auto& [words, expected] : rows) {

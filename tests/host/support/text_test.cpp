@@ -28,6 +28,11 @@ TEST(Text, TellsUtf8FromOtherBytes) {
                                   "\xf0\x8f\xbf\xbf", "\xed\xa0\x80", "\xf4\x90\x80\x80", "\xff"})
     EXPECT_EQ(utf8Length(bytes), 0u) << testing::PrintToString(bytes);
   EXPECT_EQ(asPrintable("a\x1b[2J\xc2\x9b\n\xc3\xa4\xff"), "a\\x1b[2J\\xc2\\x9b\\x0a\xc3\xa4\\xff");
+  EXPECT_EQ(asPrintable("\u009f\u00a0\u061c\u200a\u200b\u200f\u202e\u2069\u2060\ufeff\U0001f600"),
+            "\\xc2\\x9f\u00a0\\xd8\\x9c\u200a\\xe2\\x80\\x8b\\xe2\\x80\\x8f\\xe2\\x80\\xae"
+            "\\xe2\\x81\\xa9\\xe2\\x81\\xa0\\xef\\xbb\\xbf\U0001f600");
+  EXPECT_EQ(printableLines("a\nb\r\u202e"), "a\nb\\x0d\\xe2\\x80\\xae");
+  EXPECT_EQ(printableJsonLines("{\"a\"}\n\x1b\u202e\xff"), "{\"a\"}\n\\u001b\\u202e\\xff");
   EXPECT_EQ(padLeft("\xc3\xa4\xc3\xb6\xc3\xbc", 2), "\xc3\xa4~");
 }
 
