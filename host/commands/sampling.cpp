@@ -5,6 +5,7 @@
 
 #include "host/support/log.h"
 #include "host/support/stop_signal.h"
+#include "host/support/terminal_guard.h"
 
 namespace tev::host {
 namespace {
@@ -47,11 +48,18 @@ void Sampling::fetchUntilTheEnd() {
   bool more = true;
   while (more && !delivery_.isComplete() && !delivery_.isHopeless()) {
     due = nextDue(due);
-    StopSignal::waitUntil(options_.duration ? std::min(due, end_) : due);
+    waitUntil(options_.duration ? std::min(due, end_) : due);
     if (isOver()) return;  // drain() fetches the remaining events
     more = source_.fetch(take_, [this] { return isOver(); });
     delivery_.update(status());
     announcements_.say();
+  }
+}
+
+void Sampling::waitUntil(Clock::time_point time) {
+  while (StopSignal::requests() == 0 && Clock::now() < time) {
+    StopSignal::waitUntil(time);
+    if (TerminalGuard::takeRedraw()) delivery_.redraw(status());
   }
 }
 

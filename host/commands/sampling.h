@@ -25,6 +25,7 @@ class Sampling {
   using Clock = std::chrono::steady_clock;
 
   void fetchUntilTheEnd();
+  void waitUntil(Clock::time_point time);
   bool isOver() const;
   Clock::time_point nextDue(Clock::time_point due) const;
   RunStatus status();

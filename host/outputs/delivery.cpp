@@ -42,6 +42,11 @@ void Delivery::update(RunStatus status) {
   for (Output* const output : outputs_) output->update(status);
 }
 
+void Delivery::redraw(RunStatus status) {
+  status.health = &health_;
+  for (Output* const output : outputs_) output->redraw(status);
+}
+
 void Delivery::end(RunStatus status) {
   watchHealth(status);
   for (Output* const output : outputs_) output->end(status);

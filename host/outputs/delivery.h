@@ -45,6 +45,7 @@ class Delivery {
   void begin();
   void take(Blocks blocks);  // throws RunError for malformed blocks
   void update(RunStatus status);
+  void redraw(RunStatus status);
   void end(RunStatus status);
   void leave();
 

@@ -52,6 +52,10 @@ class Output {
   // Called once at the beginning, and after each fetch.
   virtual void update(const RunStatus&) {}
 
+  // Called between two updates when what the terminal shows is out of date: its size or the notes
+  // have changed.
+  virtual void redraw(const RunStatus&) {}
+
   // Called after the last event, unless the run failed.
   virtual void end(const RunStatus&) {}
 

@@ -92,6 +92,12 @@ class TableOutput final : public TextOutput {
     TextOutput::update(status);
   }
 
+  void redraw(const RunStatus& status) override {
+    if (!live_) return;
+    screen_.draw(lines(status, false), status.notes);
+    file_.flush();
+  }
+
   void end(const RunStatus& status) override {
     leave();
     has_news_ = true;

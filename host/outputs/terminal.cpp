@@ -7,13 +7,16 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
-#include <exception>
 #include <string_view>
 
 #include "host/support/text.h"
 
 namespace tev::host {
 namespace {
+
+// Alternate screen, no cursor, long lines are cut.
+constexpr char kEnter[] = "\x1b[?1049h\x1b[?25l\x1b[?7l\x1b[2J";
+constexpr char kLeave[] = "\x1b[0m\x1b[?7h\x1b[?25h\x1b[?1049l";
 
 std::size_t fromEnvironment(const char* name, std::size_t otherwise) {
   const char* const text = std::getenv(name);
@@ -42,10 +45,14 @@ bool canRedraw(const OutputFile& output) {
 
 void LiveScreen::draw(const std::vector<std::string>& lines,
                       const std::vector<std::string>& notes) {
+  if (!guard_)
+    guard_.emplace(
+        TerminalGuard::Screen{.output = output_.descriptor(), .enter = kEnter, .leave = kLeave});
+  if (!TerminalGuard::isInForeground()) return;
+  TerminalGuard::enter();
+  TerminalGuard::takeRedraw();  // this frame shows everything
   const TerminalSize size = terminalSize(output_);
   std::string& out = output_.buffer();
-  if (!entered_) out += "\x1b[?1049h\x1b[?25l\x1b[2J";  // alternate screen, no cursor
-  entered_ = true;
   out += "\x1b[H";
 
   const std::size_t room = size.rows > notes.size() + 1 ? size.rows - notes.size() - 1 : 1;
@@ -60,13 +67,8 @@ void LiveScreen::draw(const std::vector<std::string>& lines,
 }
 
 void LiveScreen::leave() noexcept {
-  if (!entered_) return;
-  entered_ = false;
-  try {
-    output_.buffer() += "\x1b[?25h\x1b[?1049l";
-    output_.flush();
-  } catch (const std::exception&) {  // the terminal is gone
-  }
+  if (guard_) output_.buffer().clear();  // of a frame that was not written
+  guard_.reset();
 }
 
 }  // namespace tev::host

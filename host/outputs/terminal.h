@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "host/outputs/output_file.h"
+#include "host/support/terminal_guard.h"
 
 namespace tev::host {
 
@@ -29,13 +31,14 @@ class LiveScreen {
   LiveScreen(const LiveScreen&) = delete;
   LiveScreen& operator=(const LiveScreen&) = delete;
 
-  // Draws as many lines as there is room for, and `notes` at the bottom.
+  // Draws as many lines as there is room for, and `notes` at the bottom. Draws nothing in the
+  // background of a shell.
   void draw(const std::vector<std::string>& lines, const std::vector<std::string>& notes);
   void leave() noexcept;
 
  private:
   OutputFile& output_;
-  bool entered_ = false;
+  std::optional<TerminalGuard> guard_;  // while the screen is shown
 };
 
 }  // namespace tev::host

@@ -12,12 +12,14 @@
 #include <cstdint>
 #include <system_error>
 
+#include "host/support/terminal_guard.h"
+
 namespace tev::host {
 namespace {
 
 constexpr int kPatience = 3;
 
-// Static, because the signal handler uses them. After a request, the descriptor stays readable.
+// Static, because the signal handlers use them.
 std::atomic<int> event_descriptor{-1};
 std::atomic<int> request_count{0};
 static_assert(std::atomic<int>::is_always_lock_free);
@@ -25,11 +27,11 @@ static_assert(std::atomic<int>::is_always_lock_free);
 extern "C" void onStopSignal(int signal_number) {
   const int error = errno;
   if (++request_count >= kPatience) {
+    TerminalGuard::leave();
     signal(signal_number, SIG_DFL);
     raise(signal_number);
   }
-  const std::uint64_t one = 1;
-  [[maybe_unused]] const ssize_t written = write(event_descriptor, &one, sizeof one);
+  StopSignal::wake();
   errno = error;
 }
 
@@ -58,6 +60,7 @@ StopSignal::StopSignal() {
   handle(SIGTERM, onStopSignal);
   if (!isIgnored(SIGHUP)) handle(SIGHUP, onStopSignal);
   handle(SIGPIPE, SIG_IGN);
+  handle(SIGXFSZ, SIG_IGN);
 }
 
 StopSignal::~StopSignal() {
@@ -70,17 +73,23 @@ int StopSignal::requests() {
   return request_count;
 }
 
-bool StopSignal::waitUntil(std::chrono::steady_clock::time_point time) {
+void StopSignal::waitUntil(std::chrono::steady_clock::time_point time) {
   using std::chrono::nanoseconds;
   while (requests() == 0) {
     const nanoseconds left = time - std::chrono::steady_clock::now();
-    if (left <= nanoseconds::zero()) return false;
+    if (left <= nanoseconds::zero()) return;
     const timespec timeout{static_cast<time_t>(left.count() / 1'000'000'000),
                            static_cast<long>(left.count() % 1'000'000'000)};
     pollfd event{event_descriptor, POLLIN, 0};
     ppoll(&event, 1, &timeout, nullptr);
+    std::uint64_t wakes = 0;
+    if (read(event_descriptor, &wakes, sizeof wakes) > 0) return;
   }
-  return true;
+}
+
+void StopSignal::wake() {
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const ssize_t written = write(event_descriptor, &one, sizeof one);
 }
 
 }  // namespace tev::host

@@ -5,8 +5,8 @@
 namespace tev::host {
 
 // Converts SIGINT, SIGTERM and SIGHUP to a request to stop, which also ends waitUntil(). The third
-// signal ends the process. SIGPIPE is ignored, because a write reports the closed pipe. At most one
-// instance may exist.
+// signal puts the terminal back and ends the process. SIGPIPE and SIGXFSZ are ignored, because a
+// write reports the closed pipe and the limit of the file's size. At most one instance may exist.
 class StopSignal {
  public:
   StopSignal();
@@ -17,8 +17,11 @@ class StopSignal {
   // The number of signals so far.
   static int requests();
 
-  // Returns false at this time, or true as soon as there is a request to stop.
-  static bool waitUntil(std::chrono::steady_clock::time_point time);
+  // Returns at this time, as soon as there is a request to stop, and after wake().
+  static void waitUntil(std::chrono::steady_clock::time_point time);
+
+  // Ends the current or the next waitUntil(). Async-signal-safe.
+  static void wake();
 };
 
 }  // namespace tev::host
