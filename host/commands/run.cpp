@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,6 +16,7 @@
 #include "host/commands/summary.h"
 #include "host/figures/figures.h"
 #include "host/outputs/delivery.h"
+#include "host/outputs/record_marks.h"
 #include "host/plugin/plugin_source.h"
 #include "host/support/errors.h"
 #include "host/support/log.h"
@@ -132,6 +134,20 @@ void adviseInterval(const RunOptions& options, const PluginSource& source,
   if (!advice.empty()) Log::instance().say("tev-host: " + advice);
 }
 
+// Writes what a run that failed has left in the buffer.
+void closeAfterFailure(OutputFile& file) {
+  try {
+    file.close();
+  } catch (const std::exception&) {  // the run has failed already, and the summary counts the rest
+  }
+}
+
+std::string missingText(const OutputFile& file) {
+  if (file.missingBytes() == 0) return "";
+  return fmt::format("  {} events ({} bytes of text) did not reach {}\n",
+                     file.missingRecords().size(), file.missingBytes(), file.name());
+}
+
 }  // namespace
 
 int run(const RunOptions& options) {
@@ -152,32 +168,38 @@ int run(const RunOptions& options) {
   const auto jitter = jitterMeterFor(options, projection, source.options());
   log_hold.holdFor(*written);
 
-  std::vector<Output*> outputs{written.get()};
+  RecordMarks marks(projection, file);
+  std::vector<Output*> outputs{&marks, written.get()};
   if (jitter) outputs.push_back(jitter.get());
   Delivery delivery(source.schema(), outputs, figures, options.samples,
                     patienceUsec(options, source.options()));
   delivery.begin();
 
   Sampling sampling(options, source, delivery, figures);
+  file.whileStalled([&](auto stalled) { return sampling.isWorthWaiting(stalled, file.name()); });
   const auto finish = [&] {
     const double elapsed = sampling.elapsedSeconds();
     source.stop();
     delivery.leave();
+    closeAfterFailure(file);
+    for (const std::size_t series : file.missingRecords()) delivery.takeBack(series);
     log_hold.release();
     std::string text = summarize(elapsed, cpuTime(), delivery, figures);
+    text += missingText(file);
     if (jitter) text += jitter->report();
     showOnStderr(text);
   };
   try {
     sampling.run();
     expectDevices(projection.devices(), delivery);
-  } catch (const ClosedPipe&) {
-    return kExitFine;
+  } catch (const ClosedPipe&) {  // the summary says what its reader missed
   } catch (const RunError&) {
     finish();
     throw;
   }
   finish();
+  if (file.isGivenUp())
+    throw RunError(fmt::format("the reader of {} stopped reading", file.name()));
   expectSamples(delivery);
   return options.strict && isAnyMissing(delivery) ? kExitMissing : kExitFine;
 }

@@ -1,5 +1,7 @@
 #include "host/commands/sampling.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -11,6 +13,12 @@ namespace tev::host {
 namespace {
 
 constexpr std::size_t kNotes = 3;  // log lines below the live table
+constexpr std::chrono::seconds kNoticed{1};
+
+// After the end of the run, the reader of the output may take nothing for kGrace, and may take
+// kLongestGrace in all.
+constexpr std::chrono::seconds kGrace{1};
+constexpr std::chrono::seconds kLongestGrace{10};
 
 std::uint64_t nowUsec() {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
@@ -65,6 +73,18 @@ void Sampling::waitUntil(Clock::time_point time) {
 
 bool Sampling::isOver() const {
   return StopSignal::requests() > 0 || (options_.duration && Clock::now() >= end_);
+}
+
+bool Sampling::isWorthWaiting(Clock::duration stalled, const std::string& reader) {
+  status();  // warns of losses
+  if (stalled >= kNoticed && !std::exchange(said_stalled_, true))
+    Log::instance().say(fmt::format("tev-host: the reader of {} takes nothing", reader));
+  if (!isOver()) return true;
+  const auto now = Clock::now();
+  if (!reader_is_last_since_) reader_is_last_since_ = now;
+  const auto waited = now - *reader_is_last_since_;
+  return StopSignal::requests() <= 1 && waited < kLongestGrace &&
+         (waited < kGrace || stalled < kGrace);
 }
 
 // Due times are on a fixed grid. Missed due times are skipped.

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
+#include <string>
 
 #include "host/commands/announcements.h"
 #include "host/commands/run_options.h"
@@ -21,6 +23,10 @@ class Sampling {
 
   double elapsedSeconds() const;
 
+  // Whether to go on waiting for a reader of the output that has taken nothing for this time.
+  // Reports lost samples and the wait itself.
+  bool isWorthWaiting(std::chrono::steady_clock::duration stalled, const std::string& reader);
+
  private:
   using Clock = std::chrono::steady_clock;
 
@@ -39,6 +45,8 @@ class Sampling {
   bool warned_of_loss_ = false;
   Clock::time_point start_;
   Clock::time_point end_;
+  std::optional<Clock::time_point> reader_is_last_since_;  // the run is over, apart from the reader
+  bool said_stalled_ = false;
 };
 
 }  // namespace tev::host

@@ -81,6 +81,14 @@ void Delivery::takeEvent(const Event& event) {
   for (Output* const taker : count.takers) taker->event(event, *count.series);
 }
 
+void Delivery::takeBack(std::size_t series) {
+  SeriesCount& count = counts_[series];
+  TypeTotals& totals = totals_[count.series->type->number];
+  --count.written;
+  --totals.events;
+  totals.bytes -= count.series->type->size;
+}
+
 Delivery::SeriesCount& Delivery::countOf(const Event& event) {
   const Series& series = series_.of(event);
   if (series.number < counts_.size()) return counts_[series.number];

@@ -49,6 +49,9 @@ class Delivery {
   void end(RunStatus status);
   void leave();
 
+  // An event of this series, which was passed to the outputs, did not reach the file.
+  void takeBack(std::size_t series);
+
   // Whether every series that an output takes has reached `samples`. A device that fails or is
   // silent is given up. Also true when one series has so many more samples that the devices of the
   // other series have probably stopped delivering.

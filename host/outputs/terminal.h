@@ -26,7 +26,7 @@ bool canRedraw(const OutputFile& output);
 // restores the previous contents.
 class LiveScreen {
  public:
-  explicit LiveScreen(OutputFile& output) : output_(output) {}
+  explicit LiveScreen(OutputFile& output) : output_(output) { output_.keepEscapes(); }
   ~LiveScreen() { leave(); }
   LiveScreen(const LiveScreen&) = delete;
   LiveScreen& operator=(const LiveScreen&) = delete;

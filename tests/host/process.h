@@ -59,14 +59,9 @@ class HostProcess {
 
   void signal(int number) const { ::kill(pid_, number); }
 
-  // Waits until its standard output holds something, or it has ended.
-  void awaitOutput() const {
-    siginfo_t ended{};
-    while (readAll(out_).empty() && ended.si_pid == 0) {
-      waitid(P_PID, static_cast<id_t>(pid_), &ended, WEXITED | WNOHANG | WNOWAIT);
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-  }
+  // Each of these waits until the stream holds something, or the process has ended.
+  void awaitOutput() const { await(out_, ""); }
+  void awaitError(const std::string& text) const { await(err_, text); }
 
   // Waits for its end.
   Result finish() {
@@ -77,6 +72,16 @@ class HostProcess {
   }
 
  private:
+  void await(const std::string& path, const std::string& text) const {
+    siginfo_t ended{};
+    while (ended.si_pid == 0) {
+      const std::string all = readAll(path);
+      if (!all.empty() && all.find(text) != std::string::npos) return;
+      waitid(P_PID, static_cast<id_t>(pid_), &ended, WEXITED | WNOHANG | WNOWAIT);
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+  }
+
   TempTree tree_;
   const std::string out_ = tree_.path("out");
   const std::string err_ = tree_.path("err");

@@ -1,9 +1,6 @@
 // The whole program, as a user starts it, with a scripted plug-in.
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -172,20 +169,6 @@ TEST_F(RunTest, OutputThatCannotBeWrittenIsAnError) {
   const Result result = HostProcess(commandLine(""), "/dev/full").finish();
   EXPECT_EQ(result.exit, 1);
   EXPECT_THAT(result.err, HasSubstr("cannot write standard output: No space"));
-}
-
-TEST_F(RunTest, AClosedPipeEndsItQuietly) {
-  const std::string pipe = tree_.path("pipe");
-  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  const int reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  HostProcess process(commandLine(""), pipe);
-  pollfd readable{reader, POLLIN, 0};
-  ASSERT_EQ(poll(&readable, 1, 60'000), 1);
-  close(reader);
-  const Result result = process.finish();
-  EXPECT_EQ(result.exit, 0);
-  EXPECT_EQ(result.err, "");
-  EXPECT_EQ(calls().back(), "finalize");
 }
 
 TEST_F(RunTest, LogLinesAreShownUpToTheLevel) {
