@@ -10,6 +10,7 @@
 #include "host/commands/options.h"
 #include "host/commands/run.h"
 #include "host/commands/schema.h"
+#include "host/plugin/plugin_thread.h"
 #include "host/support/errors.h"
 #include "host/support/stderr_text.h"
 
@@ -50,10 +51,7 @@ void occupyStandardStreams() {
   }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  occupyStandardStreams();
+int exitCode(int argc, char** argv) {
   try {
     return dispatch(argc, argv);
   } catch (const tev::host::UsageError& error) {
@@ -63,4 +61,11 @@ int main(int argc, char** argv) {
     showError(error.what());
     return tev::host::kExitFailed;
   }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  occupyStandardStreams();
+  tev::host::PluginThread::endProcess(exitCode(argc, argv));
 }

@@ -179,7 +179,7 @@ int run(const RunOptions& options) {
   file.whileStalled([&](auto stalled) { return sampling.isWorthWaiting(stalled, file.name()); });
   const auto finish = [&] {
     const double elapsed = sampling.elapsedSeconds();
-    source.stop();
+    sampling.stopSource();
     delivery.leave();
     closeAfterFailure(file);
     for (const std::size_t series : file.missingRecords()) delivery.takeBack(series);
@@ -188,6 +188,7 @@ int run(const RunOptions& options) {
     text += missingText(file);
     if (jitter) text += jitter->report();
     showOnStderr(text);
+    return source.close();
   };
   try {
     sampling.run();
@@ -197,9 +198,10 @@ int run(const RunOptions& options) {
     finish();
     throw;
   }
-  finish();
+  const bool is_closed = finish();
   if (file.isGivenUp())
     throw RunError(fmt::format("the reader of {} stopped reading", file.name()));
+  if (!is_closed) throw RunError("the plug-in did not answer, and the run ended without it");
   expectSamples(delivery);
   return options.strict && isAnyMissing(delivery) ? kExitMissing : kExitFine;
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/support/last_wait.h"
 #include "host/support/log.h"
 #include "host/support/stop_signal.h"
 #include "host/support/terminal_guard.h"
@@ -14,6 +15,8 @@ namespace {
 
 constexpr std::size_t kNotes = 3;  // log lines below the live table
 constexpr std::chrono::seconds kNoticed{1};
+constexpr std::chrono::milliseconds kSilence{1500};  // a call may wait a second for a read
+constexpr std::chrono::milliseconds kRedraw{500};    // while the source does not answer
 
 // After the end of the run, the reader of the output may take nothing for kGrace, and may take
 // kLongestGrace in all.
@@ -41,8 +44,7 @@ void Sampling::run() {
   delivery_.update(status());
   announcements_.say();
   fetchUntilTheEnd();
-  source_.stop();
-  source_.drain(take_, [] { return StopSignal::requests() > 1; });
+  if (stopSource()) drain();
   delivery_.end(status());
   announcements_.say();
 }
@@ -58,10 +60,75 @@ void Sampling::fetchUntilTheEnd() {
     due = nextDue(due);
     waitUntil(options_.duration ? std::min(due, end_) : due);
     if (isOver()) return;  // drain() fetches the remaining events
-    more = source_.fetch(take_, [this] { return isOver(); });
+    more = ask([this] {
+      return source_.fetch(take_, [this] {
+        showSilence();
+        return isOver();
+      });
+    });
     delivery_.update(status());
     announcements_.say();
   }
+}
+
+// Calls a function that waits for the source.
+bool Sampling::ask(const std::function<bool()>& call) {
+  asked_ = Clock::now();
+  const bool result = call();
+  asked_.reset();
+  // After the end of the run, the call was possibly interrupted.
+  if (!isOver() && std::exchange(said_silent_, false))
+    Log::instance().say("tev-host: the plug-in answers again");
+  return result;
+}
+
+bool Sampling::stopSource() {
+  return ask([this] {
+    LastWait wait("the plug-in to stop");
+    return source_.stop([&] {
+      showSilence();
+      return wait.isCutShort();
+    });
+  });
+}
+
+void Sampling::drain() {
+  ask([this] {
+    source_.drain(take_, [this] {
+      showSilence();
+      return StopSignal::requests() > 1;
+    });
+    return true;
+  });
+}
+
+// The events are taken while the source waits.
+void Sampling::take(Blocks blocks) {
+  asked_.reset();
+  delivery_.take(blocks);
+  asked_ = Clock::now();
+}
+
+std::optional<double> Sampling::silentSeconds() const {
+  if (!asked_ || Clock::now() - *asked_ < kSilence) return std::nullopt;
+  return std::chrono::duration<double>(Clock::now() - *asked_).count();
+}
+
+void Sampling::showSilence() {
+  const bool redraw = TerminalGuard::takeRedraw();
+  const auto silent = silentSeconds();
+  if (silent && !std::exchange(said_silent_, true))
+    Log::instance().say("tev-host: " + silenceText(*silent));
+  const auto now = Clock::now();
+  if (!redraw && (!silent || now - last_redraw_ < kRedraw)) return;
+  last_redraw_ = now;
+  delivery_.redraw(status());
+}
+
+std::string Sampling::silenceText(double seconds) const {
+  const std::string reads = source_.pendingReads();
+  return fmt::format("the plug-in has not answered for {:.0f} s{}", seconds,
+                     reads.empty() ? "" : "; " + reads);
 }
 
 void Sampling::waitUntil(Clock::time_point time) {
@@ -102,6 +169,11 @@ RunStatus Sampling::status() {
   for (const DeviceCounts& one : status.devices) status.lost_samples += one.lost;
   if (status.lost_samples > 0) warnOfLoss();
   status.notes = Log::instance().lastHeldBack(kNotes);
+  status.source_thread = source_.threadId();
+  status.silent_seconds = silentSeconds();
+  const std::string hung =
+      status.silent_seconds ? silenceText(*status.silent_seconds) : source_.pendingReads();
+  if (!hung.empty()) status.notes.push_back("tev-host: " + hung);
   return status;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -23,6 +24,9 @@ class Sampling {
 
   double elapsedSeconds() const;
 
+  // Stops the source. While it does not answer, says so. False when the user did not wait for it.
+  bool stopSource();
+
   // Whether to go on waiting for a reader of the output that has taken nothing for this time.
   // Reports lost samples and the wait itself.
   bool isWorthWaiting(std::chrono::steady_clock::duration stalled, const std::string& reader);
@@ -31,6 +35,12 @@ class Sampling {
   using Clock = std::chrono::steady_clock;
 
   void fetchUntilTheEnd();
+  bool ask(const std::function<bool()>& call);
+  void take(Blocks blocks);
+  void drain();
+  std::optional<double> silentSeconds() const;
+  void showSilence();
+  std::string silenceText(double seconds) const;
   void waitUntil(Clock::time_point time);
   bool isOver() const;
   Clock::time_point nextDue(Clock::time_point due) const;
@@ -40,13 +50,16 @@ class Sampling {
   const RunOptions& options_;
   EventSource& source_;
   Delivery& delivery_;
-  const BlockConsumer take_ = [this](Blocks blocks) { delivery_.take(blocks); };
+  const BlockConsumer take_ = [this](Blocks blocks) { take(blocks); };
   Announcements announcements_;
   bool warned_of_loss_ = false;
   Clock::time_point start_;
   Clock::time_point end_;
   std::optional<Clock::time_point> reader_is_last_since_;  // the run is over, apart from the reader
   bool said_stalled_ = false;
+  std::optional<Clock::time_point> asked_;  // the source, which has not answered since then
+  bool said_silent_ = false;
+  Clock::time_point last_redraw_;
 };
 
 }  // namespace tev::host

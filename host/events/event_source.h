@@ -51,18 +51,25 @@ class EventSource {
   virtual const SchemaView& schema() const = 0;
 
   // Passes all available blocks to `take`, in one call or several. Returns when no more blocks
-  // are available or `interrupted` returns true. False when the source has ended. Throws
-  // RunError.
+  // are available or `interrupted` returns true, which is called again and again while the source
+  // does not answer. False when the source has ended. Throws RunError.
   virtual bool fetch(const BlockConsumer& take, const std::function<bool()>& interrupted) = 0;
 
-  // Ends the sampling, if the source samples. May be called again.
-  virtual void stop() {}
+  // Ends the sampling, if the source samples. May be called again. False when `interrupted` has
+  // ended the wait for the source. The source is then not used any more, apart from its counts.
+  virtual bool stop(const std::function<bool()>& /*interrupted*/) { return true; }
 
   // After stop(): passes the remaining blocks. Throws RunError.
   virtual void drain(const BlockConsumer& /*take*/, const std::function<bool()>& /*interrupted*/) {}
 
   // The counts of each device; empty when the source does not count. May change with every fetch.
   virtual std::optional<std::vector<DeviceCounts>> counts() const { return std::nullopt; }
+
+  // What is known of device reads that do not return; empty: nothing. For the user.
+  virtual std::string pendingReads() const { return ""; }
+
+  // The id of the host's own thread in this source; 0 when there is none.
+  virtual int threadId() const { return 0; }
 };
 
 }  // namespace tev::host

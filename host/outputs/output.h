@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,11 +17,13 @@ namespace tev::host {
 struct RunStatus {
   std::string source;  // its name
   double elapsed_seconds = 0;
-  std::uint64_t lost_samples = 0;       // of all devices
-  std::vector<DeviceCounts> devices;    // empty when the source does not count
-  std::uint64_t now_usec = 0;           // since the Unix epoch
-  const HealthWatch* health = nullptr;  // of the devices that are written; never null in an output
-  std::vector<std::string> notes;       // recent log lines, oldest first
+  std::uint64_t lost_samples = 0;        // of all devices
+  std::vector<DeviceCounts> devices;     // empty when the source does not count
+  std::uint64_t now_usec = 0;            // since the Unix epoch
+  const HealthWatch* health = nullptr;   // of the devices that are written; not null in an output
+  std::vector<std::string> notes;        // recent log lines, oldest first, and what hangs
+  std::optional<double> silent_seconds;  // since then, the source does not answer
+  int source_thread = 0;                 // id of the host's own thread in the source; 0: none
 };
 
 // The calls come from one thread, in this order: begin, update; after each fetch its blocks, its

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <cstdlib>
+#include <utility>
 
 #include "host/support/errors.h"
 
@@ -24,19 +25,27 @@ std::string tooSmall(std::uint64_t bytes, std::uint64_t needed) {
 
 }  // namespace
 
-Fetcher::Fetcher(Provider& provider, tev_type_system_t* types, std::uint64_t buffer_bytes)
+Fetcher::Fetcher(Provider& provider, tev_type_system_t* types, std::uint64_t buffer_bytes,
+                 PluginThread& thread)
     : provider_(provider),
       needed_bytes_(bytesNeeded(types)),
       buffer_(static_cast<std::uint8_t*>(std::malloc(buffer_bytes))),
-      serializer_{types, buffer_.get(), buffer_bytes, 0} {
+      serializer_{types, buffer_.get(), buffer_bytes, 0},
+      thread_(thread) {
   if (buffer_bytes < needed_bytes_) throw UsageError(tooSmall(buffer_bytes, needed_bytes_));
   if (!buffer_)
     throw RunError(fmt::format("there is no memory for a buffer of {} bytes", buffer_bytes));
 }
 
-Fetcher::Outcome Fetcher::progress(const BlockConsumer& take) {
-  serializer_.used = 0;
-  const int result = provider_.progress(&serializer_);
+std::optional<Fetcher::Outcome> Fetcher::progress(const BlockConsumer& take,
+                                                  const std::function<bool()>& interrupted) {
+  if (!std::exchange(is_called_, true)) {
+    serializer_.used = 0;
+    thread_.start([this] { result_ = provider_.progress(&serializer_); });
+  }
+  if (!thread_.wait(interrupted)) return std::nullopt;
+  is_called_ = false;
+  const int result = result_;
   if (serializer_.used > serializer_.capacity)
     throw RunError(fmt::format("the plug-in overran the serializer: {} bytes of {}",
                                serializer_.used, serializer_.capacity));
@@ -50,19 +59,23 @@ Fetcher::Outcome Fetcher::progress(const BlockConsumer& take) {
 
   // A failed call may have written blocks before the failure. These blocks are complete.
   take({serializer_.buffer, serializer_.used});
-  return {result, serializer_.used > 0};
+  return Outcome{result, serializer_.used > 0};
 }
 
-void Fetcher::round(const BlockConsumer& take, const std::function<bool()>& interrupted) {
-  while (progress(take).result == TEV_PROGRESS_FULL && !interrupted()) {
+bool Fetcher::round(const BlockConsumer& take, const std::function<bool()>& interrupted) {
+  while (true) {
+    const auto outcome = progress(take, interrupted);
+    if (!outcome) return false;
+    if (outcome->result != TEV_PROGRESS_FULL || interrupted()) return true;
   }
 }
 
 bool Fetcher::drain(const BlockConsumer& take, const std::function<bool()>& interrupted) {
   for (int batches = 0; batches < kMaxBatches && !interrupted();) {
-    const Outcome outcome = progress(take);
-    if (outcome.result != TEV_PROGRESS_DONE) continue;
-    if (!outcome.wrote) return true;
+    const auto outcome = progress(take, interrupted);
+    if (!outcome) return false;
+    if (outcome->result != TEV_PROGRESS_DONE) continue;
+    if (!outcome->wrote) return true;
     ++batches;
   }
   return false;

@@ -70,4 +70,15 @@ std::optional<std::vector<DeviceCounts>> Provider::deviceCounts() const {
   return all;
 }
 
+std::vector<DeviceReads> Provider::deviceReads() const {
+  std::vector<DeviceReads> all;
+  const auto get_ledger = plugin_.getLedger();
+  const char* name = nullptr;
+  tev_multipath_ledger_t ledger{};
+  while (get_ledger &&
+         get_ledger(record_, static_cast<std::uint32_t>(all.size()), &name, &ledger, sizeof ledger))
+    all.push_back({name ? name : "", ledger.due, ledger.left_out});
+  return all;
+}
+
 }  // namespace tev::host

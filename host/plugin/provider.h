@@ -8,6 +8,7 @@
 #include "host/events/event_source.h"
 #include "host/plugin/device_info.h"
 #include "host/plugin/plugin.h"
+#include "host/plugin/read_watch.h"
 
 namespace tev::host {
 
@@ -39,6 +40,9 @@ class Provider {
   std::optional<std::vector<DeviceInfo>> deviceInfos() const {
     return readDeviceInfos(plugin_.getDeviceInfo(), record_);
   }
+
+  // For all devices; empty when the plug-in does not report them.
+  std::vector<DeviceReads> deviceReads() const;
 
  private:
   // False when there is no such device.

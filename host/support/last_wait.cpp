@@ -1,0 +1,29 @@
+#include "host/support/last_wait.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "host/support/log.h"
+#include "host/support/stop_signal.h"
+
+namespace tev::host {
+namespace {
+
+constexpr std::chrono::seconds kUsual{1};
+
+}  // namespace
+
+LastWait::LastWait(std::string what)
+    : what_(std::move(what)), requests_before_(StopSignal::requests() > 0 ? 1 : 0) {}
+
+bool LastWait::isCutShort() {
+  if (std::chrono::steady_clock::now() - start_ < kUsual) return false;
+  if (StopSignal::requests() > requests_before_) return true;
+  if (!std::exchange(said_, true))
+    Log::instance().say(
+        fmt::format("tev-host: waiting for {}; Ctrl-C ends the program without it", what_));
+  return false;
+}
+
+}  // namespace tev::host
