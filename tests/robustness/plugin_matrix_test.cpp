@@ -1,11 +1,14 @@
-// The built library with the simulator: the first two calls of every function fail, with one and
-// with several sampling threads. Each time everything is released, including libraries and
-// descriptors.
+// A host loads the built library, samples the simulator, and unloads the library: with the first
+// two calls of every function failing, and many times without a failure. Each time everything is
+// released, including libraries and descriptors.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <set>
 #include <thread>
 
@@ -43,6 +46,20 @@ constexpr const char* kFunctions[] = {
 
 std::ptrdiff_t openDescriptors() {
   return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+long linesOf(const char* path) {
+  long lines = 0;
+  std::ifstream file(path);
+  for (std::string line; std::getline(file, line);) ++lines;
+  return lines;
+}
+
+long residentKib() {
+  long all_pages = 0;
+  long resident_pages = 0;
+  std::ifstream("/proc/self/statm") >> all_pages >> resident_pages;
+  return resident_pages * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
 // One life of plug-in and provider. Returns the number of events.
@@ -93,6 +110,32 @@ TEST(PluginMatrix, EveryCallThatGoesWrongLeavesNothingBehind) {
   EXPECT_GT(met, 120u);
   EXPECT_GT(events, 0u);
   std::printf("calls of the simulator failed: %u\nevents delivered meanwhile: %zu\n", met, events);
+}
+
+// `scripts/robustness` sets the number of loads.
+TEST(Unload, LeavesTheProcessAsItWas) {
+  Environment environment;
+  environment.set("VUNA_SIMULATOR_SCENARIO", "default");
+  const char* const wanted = std::getenv("ROBUSTNESS_LOADS");
+  const long loads = wanted ? std::strtol(wanted, nullptr, 10) : 50;
+  long mappings = 0;
+  long resident = 0;
+  std::size_t events = 0;
+  for (long n = -20; n < loads; ++n) {
+    if (n == 0) {  // what is kept once is there
+      mappings = linesOf("/proc/self/maps");
+      resident = residentKib();
+    }
+    events += live("1");
+  }
+  EXPECT_GT(events, 0u);
+  // The sanitizers keep what is freed.
+  if (!SANITIZED) {
+    EXPECT_LE(linesOf("/proc/self/maps"), mappings + 2);
+    EXPECT_LE(residentKib(), resident + 2048);
+  }
+  std::printf("loads and unloads: %ld\nresident memory around them: %ld KiB, then %ld KiB\n", loads,
+              resident, residentKib());
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // The simulator as its users have it: a library, opened by path, with the environment's scenario.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -1,7 +1,6 @@
 #include "tev/counter_set.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "tests/support/captured_log.h"
 

@@ -1,7 +1,6 @@
 #include "tev/device_utils.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <map>

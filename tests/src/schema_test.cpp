@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "src/data/schema/schema_json.h"
 #include "src/support/malloc_ptr.h"
 #include "tests/support/captured_log.h"

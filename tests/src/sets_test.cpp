@@ -1,8 +1,6 @@
 // Common tests of counter sets and field sets: their files and their C functions.
 #include <gtest/gtest.h>
 
-#include <cstdint>
-
 #include "src/support/malloc_ptr.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/owned.h"

@@ -1,6 +1,7 @@
 // Collects what the library logs, instead of writing it.
 #pragma once
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
@@ -8,6 +9,7 @@
 #include <mutex>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tev/logger.h"
@@ -42,12 +44,9 @@ class CapturedLog {
       : before_(tev_get_logger_ctx()),
         func_before_(tev_get_log_func()),
         registered_before_(is_registered) {
-    {
-      const std::scoped_lock lock(mutex());
-      outer_ = current();
-      current() = this;
-    }
     tev_set_log_func(collect, level);
+    const std::scoped_lock lock(mutex());
+    outer_ = std::exchange(current(), this);
   }
 
   ~CapturedLog() {
@@ -82,10 +81,8 @@ class CapturedLog {
 
   // How often exactly this line is there.
   std::size_t count(std::uint32_t level, const std::string& text) const {
-    std::size_t found = 0;
-    for (const LogLine& line : lines())
-      if (line.level == level && line.text == text) ++found;
-    return found;
+    const LogLines all = lines();
+    return static_cast<std::size_t>(std::ranges::count(all, LogLine{level, text}));
   }
 
   bool contains(std::uint32_t level, const std::string& text) const {

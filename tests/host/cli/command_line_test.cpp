@@ -1,7 +1,6 @@
 #include "host/cli/command_line.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <string>
 #include <vector>

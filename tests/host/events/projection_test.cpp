@@ -1,10 +1,8 @@
 #include "host/events/projection.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "host/support/errors.h"
 #include "host/support/log.h"

@@ -1,7 +1,6 @@
 #include "host/plugin/option_check.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace tev::host {
 namespace {
