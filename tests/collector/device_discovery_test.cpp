@@ -3,9 +3,7 @@
 
 #include <utility>
 
-#include "tests/support/captured_log.h"
 #include "tests/support/fake_machine.h"
-#include "tests/support/options.h"
 
 namespace tev::events::multipath {
 namespace {

@@ -6,9 +6,7 @@
 #include <memory>
 #include <numeric>
 
-#include "tests/support/captured_log.h"
 #include "tests/support/fake_machine.h"
-#include "tests/support/options.h"
 
 namespace tev::events::multipath {
 namespace {

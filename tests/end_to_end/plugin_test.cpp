@@ -9,16 +9,10 @@
 #include <set>
 #include <sstream>
 
-#include "tests/support/captured_log.h"
-#include "tests/support/environment.h"
-#include "tests/support/options.h"
-#include "tests/support/temp_tree.h"
-
 namespace tev::test {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::Contains;
 using testing::StartsWith;
 
 class PluginTest : public testing::Test {
@@ -140,17 +134,14 @@ TEST_F(PluginTest, NumbersThatAreNoneOrTooLargeAreRefused) {
     EXPECT_TRUE(log.contains(3, "[multipath] Failed to construct provider: stoull"));
     EXPECT_EQ(dlopen(SIMULATOR, RTLD_NOW | RTLD_NOLOAD), nullptr);
   }
-  for (const char* key : {"multipath-max-buffer-size", "update"}) {
-    SCOPED_TRACE(key);
-    const auto huge = options({{"multipath-vuna-lib-path", SIMULATOR},
-                               {"multipath-sample-interval-usec", "1"},
-                               {key, "18446744073709551615"}});
-    HostedProvider provider(plugin, huge.get());
-    ASSERT_TRUE(provider);
-    EXPECT_FALSE(provider.initialize());
-    EXPECT_THAT(log.texts(TEV_LEVEL_ERROR).back(),
-                StartsWith("[multipath] [multipath_event_provider_initialize] failed: "));
-  }
+  const auto huge = options({{"multipath-vuna-lib-path", SIMULATOR},
+                             {"multipath-sample-interval-usec", "1"},
+                             {"update", "18446744073709551615"}});
+  HostedProvider provider(plugin, huge.get());
+  ASSERT_TRUE(provider);
+  EXPECT_FALSE(provider.initialize());
+  EXPECT_THAT(log.texts(TEV_LEVEL_ERROR).back(),
+              StartsWith("[multipath] [multipath_event_provider_initialize] failed: "));
 }
 
 // The test program exports its own tev_* functions, which the dynamic loader finds first.
@@ -200,14 +191,10 @@ bool cover(const std::string& target, const std::string& source) {
   return mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0;
 }
 
-// Interfaces, PCI addresses and device nodes as the real paths have them.
 TEST(PluginOnAMachine, NamesDevicesByTheirInterfaces) {
   TempTree tree;
-  const std::string folder = "class/infiniband/";
-  tree.write(folder + "rdma0/device/uevent", "PCI_SLOT_NAME=0000:3b:00.0\n");
-  tree.folder(folder + "rdma0/device/net/eth2");
-  tree.write(folder + "rdma1/device/uevent", "PCI_SLOT_NAME=0001:3b:00.1\n");
-  tree.folder(folder + "rdma1/device/net/eth10");
+  tree.write("class/infiniband/rdma0/device/uevent", "PCI_SLOT_NAME=0000:3b:00.0\n");
+  tree.folder("class/infiniband/rdma0/device/net/eth2");
   // A link replaces the character device.
   tree.link("dev/zrd/qz0", tree.write("nodes/qz0", "domain:bus:dev.fn=0000:3b:00.0\n"));
   bool covered =
@@ -216,23 +203,21 @@ TEST(PluginOnAMachine, NamesDevicesByTheirInterfaces) {
     covered = covered && cover(tree.write("dev/" + needed, ""), "/dev/" + needed);
   if (!covered || !cover("/sys/class", tree.path("class")) || !cover("/dev", tree.path("dev")))
     GTEST_SKIP() << "no private mount namespace here: " << std::strerror(errno);
-
-  setenv("TEV_PCI_ADDRESS_STRIP_DOMAIN", "yes", 1);
   const CapturedLog log;
   const Plugin plugin;
   plugin.shareLogger();
   const auto fast = options({{"multipath-vuna-lib-path", SIMULATOR},
                              {"multipath-sample-interval-usec", "1000"},
-                             {"multipath-devices", "rdma2, eth2, rdma1"}});
+                             {"multipath-devices", "rdma2, eth2"}});
   HostedProvider provider(plugin, fast.get());
   ASSERT_TRUE(provider.initialize());
   std::set<std::string> devices;
   for (const auto& event : provider.await(40)) devices.insert(event.device);
   EXPECT_EQ(devices, (std::set<std::string>{"eth2", "rdma2"}));
-
-  EXPECT_THAT(log.texts(7),
-              Contains("[device_utils]   HCA=rdma0, PCI address=3b:00.0, ZRD device=qz0, network "
-                       "interface=eth2"));
+  EXPECT_TRUE(
+      log.contains(7,
+                   "[device_utils]   HCA=rdma0, PCI address=0000:3b:00.0, ZRD device=qz0, network "
+                   "interface=eth2"));
 }
 
 }  // namespace

@@ -4,14 +4,10 @@
 
 #include <algorithm>
 #include <iterator>
-#include <vector>
 
 #include "simulator/value_law.h"
 #include "tests/fuzz/fuzz.h"
-#include "tests/support/fake_clock.h"
 #include "tests/support/local_provider.h"
-#include "tests/support/options.h"
-#include "tests/support/simulated_sdk.h"
 
 namespace {
 
@@ -171,7 +167,7 @@ void live(tev::test::LocalProvider& provider, const tev_custom_options* options,
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  tev::test::formatMessages();
+  const tev::test::CapturedLog formatted;
   // Large buffers come directly from the kernel, which is fast when they are not used.
   [[maybe_unused]] static const int set = mallopt(M_MMAP_THRESHOLD, 1 << 20);
   Input input(data, size);

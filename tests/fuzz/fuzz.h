@@ -1,15 +1,11 @@
 // Common code of the fuzz targets.
 #pragma once
 
-#include <cstdarg>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <string>
-#include <vector>
 
 #include "src/support/text.h"
-#include "tev/logger.h"
+#include "tests/support/captured_log.h"
 
 namespace tev::test {
 
@@ -18,20 +14,6 @@ inline void check(bool holds, const char* what) {
   if (holds) return;
   std::fprintf(stderr, "does not hold: %s\n", what);
   std::abort();
-}
-
-inline void formatAndForget(std::uint32_t, const char* format, ...) TEV_PRINTF_FORMAT(2, 3);
-inline void formatAndForget(std::uint32_t, const char* format, ...) {
-  char text[256];
-  va_list arguments;
-  va_start(arguments, format);
-  std::vsnprintf(text, sizeof text, format, arguments);
-  va_end(arguments);
-}
-
-// Formats every message, so that its arguments are read.
-inline void formatMessages() {
-  tev_set_log_func(formatAndForget, TEV_LEVEL_DEBUG);
 }
 
 inline std::vector<std::string> linesOf(const std::uint8_t* data, std::size_t size) {

@@ -42,7 +42,7 @@ void serialize(tev_type_system_t& types, std::size_t capacity) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  tev::test::formatMessages();
+  const tev::test::CapturedLog formatted;
   const auto lines = tev::test::linesOf(data, size);
   const tev::test::Owned<tev_type_system_t, tev_destroy_type_system> types(
       tev_create_type_system());

@@ -1,6 +1,4 @@
 // Input: the JSON text of a schema.
-#include <string>
-#include <vector>
 
 #include "host/events/schema_view.h"
 #include "host/support/errors.h"

@@ -78,7 +78,7 @@ void loadSets(const Lines& lines) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  tev::test::formatMessages();
+  const tev::test::CapturedLog formatted;
   const Lines lines = tev::test::linesOf(data, size);
   fillDictionary(lines);
   loadSets(lines);

@@ -9,10 +9,7 @@
 #include <thread>
 
 #include "provider/layout_signature.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/fake_machine.h"
 #include "tests/support/local_provider.h"
-#include "tests/support/options.h"
 
 namespace tev::events::multipath {
 namespace {

@@ -5,11 +5,7 @@
 #include <chrono>
 #include <future>
 
-#include "tests/support/captured_log.h"
-#include "tests/support/environment.h"
-#include "tests/support/fake_machine.h"
 #include "tests/support/local_provider.h"
-#include "tests/support/options.h"
 #include "tests/support/plugin.h"
 #include "tests/support/threads.h"
 

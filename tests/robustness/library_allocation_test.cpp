@@ -9,10 +9,7 @@
 #include <thread>
 
 #include "tests/robustness/failing_allocator.h"
-#include "tests/support/environment.h"
-#include "tests/support/owned.h"
 #include "tests/support/plugin.h"
-#include "tests/support/temp_tree.h"
 #include "tev/counter_set.h"
 #include "tev/device_utils.h"
 #include "tev/dict.h"

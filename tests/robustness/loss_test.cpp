@@ -7,10 +7,7 @@
 #include <cstdlib>
 #include <fstream>
 
-#include "tests/support/captured_log.h"
-#include "tests/support/fake_machine.h"
 #include "tests/support/local_provider.h"
-#include "tests/support/options.h"
 
 namespace tev::test {
 namespace {

@@ -13,11 +13,7 @@
 #include <thread>
 
 #include "sdk/vuna_abi.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/environment.h"
-#include "tests/support/options.h"
 #include "tests/support/plugin.h"
-#include "tests/support/temp_tree.h"
 
 namespace tev::test {
 namespace {

@@ -5,10 +5,7 @@
 #include <cstdio>
 
 #include "tests/robustness/failing_allocator.h"
-#include "tests/support/captured_log.h"
-#include "tests/support/fake_machine.h"
 #include "tests/support/local_provider.h"
-#include "tests/support/options.h"
 
 namespace tev::test {
 namespace {

@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <fstream>
-#include <string>
-#include <vector>
 
 #include "tests/support/environment.h"
 #include "tests/support/simulated_sdk.h"

@@ -1,11 +1,13 @@
 // The parts of a machine that a collector needs: a simulated SDK, a clock in memory, and trees for
-// /sys and /dev.
+// /sys and /dev. Its tests also need options and the log.
 #pragma once
 
 #include <thread>
 
 #include "collector/collector.h"
+#include "tests/support/captured_log.h"
 #include "tests/support/fake_clock.h"
+#include "tests/support/options.h"
 #include "tests/support/simulated_sdk.h"
 #include "tests/support/temp_tree.h"
 

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "provider/provider.h"
+#include "tests/support/fake_machine.h"
 #include "tests/support/host.h"
 
 namespace tev::test {

@@ -3,8 +3,11 @@
 
 #include <dlfcn.h>
 
+#include "tests/support/captured_log.h"
+#include "tests/support/environment.h"
 #include "tests/support/host.h"
-#include "tev/logger.h"
+#include "tests/support/options.h"
+#include "tests/support/temp_tree.h"
 
 namespace tev::test {
 

@@ -2,9 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <string>
-#include <vector>
-
 #include "host/support/errors.h"
 #include "tests/host/process.h"
 #include "tests/support/environment.h"

@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
-#include <string>
-#include <vector>
 
 #include "tests/host/process.h"
 #include "tests/support/environment.h"

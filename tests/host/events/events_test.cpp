@@ -4,9 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "host/events/decoder.h"
 #include "host/events/schema_view.h"

@@ -2,8 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <string>
-
 #include "host/support/errors.h"
 #include "host/support/log.h"
 #include "tests/host/sample_types.h"

@@ -5,8 +5,6 @@
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "host/outputs/delivery.h"
 #include "host/outputs/formats.h"
