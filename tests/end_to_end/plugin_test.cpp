@@ -75,25 +75,18 @@ TEST_F(PluginTest, AnswersBeforeInitializeAndAfterARefusal) {
 }
 
 TEST_F(PluginTest, ABrokenSdkIsRefusedWithItsReason) {
-  const auto library = [&](const std::string& folder) {
-    return tree.folder(folder) + "/libvuna_telemetry.so";
+  // The path of a telemetry library with these bytes, beside a common library, unless that is
+  // empty.
+  const auto sdk = [&](const std::string& folder, const std::string& library,
+                       const std::string& common) {
+    if (!common.empty()) tree.write(folder + "/libvuna_common.so", common);
+    return tree.write(folder + "/libvuna_telemetry.so", library);
   };
-  const auto besideCommon = [&](const std::string& folder) {
-    auto path = library(folder);
-    fs::copy_file(fs::path(SIMULATOR).replace_filename("libvuna_common.so"),
-                  fs::path(path).replace_filename("libvuna_common.so"));
-    return path;
-  };
-  const auto alone = library("alone");
-  tree.write("alone/libvuna_telemetry.so", "");
-  const auto text = besideCommon("text");
-  tree.write("text/libvuna_telemetry.so", "this is not a library\n");
-  const auto common = library("common");
-  tree.write("common/libvuna_telemetry.so", "");
-  tree.write("common/libvuna_common.so", "nor is this");
-  const auto incomplete = besideCommon("incomplete");
-  fs::copy_file(INCOMPLETE_SDK, incomplete);
-
+  const auto real = readAll(fs::path(SIMULATOR).replace_filename("libvuna_common.so"));
+  const auto alone = sdk("alone", "", "");
+  const auto text = sdk("text", "this is not a library\n", real);
+  const auto common = sdk("common", "", "nor is this");
+  const auto incomplete = sdk("incomplete", readAll(INCOMPLETE_SDK), real);
   struct Row {
     std::string path;
     std::string message;

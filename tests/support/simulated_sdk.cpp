@@ -1,6 +1,7 @@
 #include "tests/support/simulated_sdk.h"
 
 #include <algorithm>
+#include <atomic>
 #include <memory>
 #include <sstream>
 #include <utility>
@@ -9,7 +10,7 @@ namespace tev::test {
 namespace {
 
 SimulatedSdk* current = nullptr;
-bool unlisted_early = false;  // a list was destroyed while a device was open
+std::atomic<bool> unlisted_early{false};  // a list was destroyed while a device was open
 
 // The values of one started context.
 class Values final : public simulator::CounterSource {
@@ -37,7 +38,7 @@ SimulatedSdk::SimulatedSdk() {
   VUNA_FUNCTIONS(TEV_POINTER)
 #undef TEV_POINTER
   functions.vuna_devinfo_destroy_list = [](auto** list) {
-    unlisted_early |= current->reported("opens") != current->reported("closes");
+    if (current->reported("opens") != current->reported("closes")) unlisted_early = true;
     return ::vuna_devinfo_destroy_list(list);
   };
   for (const vuna_status status : {0u, 5u, 9u, kVunaSlotEmpty, kVunaSlotInvalid})
