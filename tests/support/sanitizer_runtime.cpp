@@ -7,41 +7,24 @@
 #define EXPORTED __attribute__((visibility("default")))
 
 // Tests request sizes that exceed any memory. Such requests must return null.
-static constexpr const char* kOptions = "allocator_may_return_null=1:max_allocation_size_mb=256";
+#define OPTIONS "allocator_may_return_null=1:max_allocation_size_mb=256"
 
 extern "C" {
 EXPORTED const char* __asan_default_options() {
-  return kOptions;
+  return OPTIONS ":alloc_dealloc_mismatch=0";
 }
 EXPORTED const char* __tsan_default_options() {
-  return kOptions;
+  return OPTIONS;
 }
 }
 
 // The sanitizers' version ends the process where the standard one throws.
-EXPORTED void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return std::malloc(size);
-}
 EXPORTED void* operator new(std::size_t size) {
   if (void* const memory = std::malloc(size)) return memory;
   throw std::bad_alloc();
 }
-EXPORTED void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-EXPORTED void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-EXPORTED void operator delete(void* memory, const std::nothrow_t&) noexcept {
-  std::free(memory);
-}
 EXPORTED void* operator new[](std::size_t size) {
   return operator new(size);
 }
-EXPORTED void operator delete[](void* memory) noexcept {
-  std::free(memory);
-}
-EXPORTED void operator delete[](void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
+
 #endif
