@@ -92,9 +92,9 @@ TEST(FastMotion, MillionsOfEventsArriveWholeAndTheRestIsCounted) {
   if (!SANITIZED) {
     EXPECT_LE(resident_after, resident_before + 1024);
   }
-  std::printf("events checked: %llu\nresident memory: %zu KiB, then %zu KiB\n",
-              static_cast<unsigned long long>(device_events + plane_events), resident_before,
-              resident_after);
+  const std::size_t events = device_events + plane_events;
+  std::printf("events checked: %zu\nresident memory: %zu KiB, then %zu KiB\n", events,
+              resident_before, resident_after);
 }
 
 }  // namespace
