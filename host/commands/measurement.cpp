@@ -9,8 +9,7 @@
 #include "host/events/decoder.h"
 #include "host/events/series.h"
 #include "host/events/values.h"
-#include "host/plugin/fetcher.h"
-#include "host/plugin/session.h"
+#include "host/plugin/plugin_source.h"
 #include "host/support/stop_signal.h"
 
 namespace tev::host {
@@ -58,22 +57,19 @@ class Receiver {
 // Samples with these options, and fetches at each update.
 void sample(const PluginOptions& options, Clock::time_point end, milliseconds update,
             Receiver& receiver) {
-  SetUpFindings already_known;
-  Session session(options, &already_known);
-  const SchemaView schema = SchemaView::fromTypeSystem(*session.types());
-  Fetcher fetcher(session.provider(), session.types(), kBufferBytes);
+  PluginSource source(options, kBufferBytes, true);
   const auto is_stopped = [] { return StopSignal::requests() > 0; };
   const BlockConsumer take = [&](Blocks blocks) {
-    decodeBlocks(schema, blocks, [&](const Event& event) { receiver.event(event); });
+    decodeBlocks(source.schema(), blocks, [&](const Event& event) { receiver.event(event); });
   };
-  receiver.begin(schema);
+  receiver.begin(source.schema());
   bool more = true;
   while (more && !is_stopped() && Clock::now() < end) {
     StopSignal::waitUntil(std::min(end, Clock::now() + update));
-    fetcher.round(take, is_stopped);
-    more = receiver.endBatch(session.provider().deviceCounts());
+    source.fetch(take, is_stopped);
+    more = receiver.endBatch(source.counts());
   }
-  session.provider().stop();
+  source.close();
 }
 
 // The steps of all counters.

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "host/commands/interval_advice.h"
+#include "host/commands/known_options.h"
 #include "host/commands/sampling.h"
 #include "host/commands/summary.h"
 #include "host/figures/figures.h"
@@ -27,8 +29,6 @@
 namespace tev::host {
 namespace {
 
-constexpr char kIntervalKey[] = "multipath-sample-interval-usec";
-constexpr char kClearKey[] = "multipath-clear-sampled-counters";
 constexpr std::uint64_t kUsualIntervalUsec = 1'000'000;  // when the plug-in does not describe it
 constexpr std::uint64_t kLongestIntervalUsec = 86'400'000'000;  // a day
 
@@ -50,7 +50,7 @@ std::optional<std::uint64_t> windowUsec(const RunOptions& options) {
 // 0: as fast as possible.
 std::uint64_t intervalUsec(const RunOptions& options, const OptionTable& table) {
   const std::uint64_t interval =
-      numberOption(options.plugin.options, table, kIntervalKey).value_or(kUsualIntervalUsec);
+      numberOption(options.plugin.options, table, kSampleIntervalKey).value_or(kUsualIntervalUsec);
   return std::min(interval, kLongestIntervalUsec);
 }
 
@@ -66,7 +66,7 @@ std::unique_ptr<JitterMeter> jitterMeterFor(const RunOptions& options, const Pro
   if (!options.jitter) return nullptr;
   const std::uint64_t interval = intervalUsec(options, table);
   if (interval == 0)
-    throw UsageError(fmt::format("--jitter needs an interval: {} is 0", kIntervalKey));
+    throw UsageError(fmt::format("--jitter needs an interval: {} is 0", kSampleIntervalKey));
   return std::make_unique<JitterMeter>(projection, interval);
 }
 
@@ -108,20 +108,22 @@ void expectDevices(const DeviceFilter& filter, const Delivery& delivery) {
   filter.expectOneOf(names);
 }
 
-// Throws RunError, with the reason, when no sample was read.
+bool isAnyMissing(const Delivery& delivery) {
+  return std::ranges::any_of(delivery.health().devices(), [](const DeviceHealth& device) {
+    return missingSamples(device.counts) > 0;
+  });
+}
+
+// Throws RunError, with the reason, when no sample was read, unless the user ended the run before
+// the first one.
 void expectSamples(const Delivery& delivery) {
   if (std::ranges::any_of(delivery.series(), &Delivery::SeriesCount::arrived)) return;
+  if (StopSignal::requests() > 0 && !isAnyMissing(delivery)) return;
   std::string text = "no sample was read";
   for (const DeviceHealth& device : delivery.health().devices())
     if (const std::string missing = describeMissing(device.counts); !missing.empty())
       text += fmt::format("\n  {}: {}", device.counts.device, missing);
   throw RunError(text);
-}
-
-bool isAnyMissing(const Delivery& delivery) {
-  return std::ranges::any_of(delivery.health().devices(), [](const DeviceHealth& device) {
-    return missingSamples(device.counts) > 0;
-  });
 }
 
 // Says which interval counters of bytes need, if the interval of this run is longer.
@@ -132,6 +134,21 @@ void adviseInterval(const RunOptions& options, const PluginSource& source,
   const std::string advice =
       intervalAdvice(source.devices(), projection, *interval, options.link_gbits);
   if (!advice.empty()) Log::instance().say("tev-host: " + advice);
+}
+
+// A counter of bytes may go round more than once between two samples when its link is too fast for
+// the interval.
+Figures::Doubt doubtFor(const RunOptions& options, const PluginSource& source) {
+  const auto interval = sampleInterval(options.plugin.options, source.options());
+  std::map<std::string, double> link_gbits;
+  if (interval)
+    for (const DeviceInfo& device : source.devices())
+      if (const auto speed = linkSpeedOf(device, options.link_gbits))
+        link_gbits.emplace(device.name, *speed);
+  return [interval, link_gbits](const Series& series, const Column& column) {
+    const auto speed = link_gbits.find(series.device);
+    return speed != link_gbits.end() && !followsByteCounters(*interval, speed->second, column);
+  };
 }
 
 // Writes what a run that failed has left in the buffer.
@@ -160,7 +177,8 @@ int run(const RunOptions& options) {
 
   CountingOptions counting = options.counting;
   counting.clear_on_read = booleanOption(options.plugin.options, source.options(), kClearKey);
-  Figures figures(projection, counting, intervalUsec(options, source.options()));
+  Figures figures(projection, counting, intervalUsec(options, source.options()),
+                  doubtFor(options, source));
 
   LogHold log_hold;  // declared first, so that it is released after the outputs
   const auto written = formatFor(options, file)

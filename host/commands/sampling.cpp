@@ -33,10 +33,7 @@ std::uint64_t nowUsec() {
 
 Sampling::Sampling(const RunOptions& options, EventSource& source, Delivery& delivery,
                    const Figures& figures)
-    : options_(options),
-      source_(source),
-      delivery_(delivery),
-      announcements_(delivery, figures) {}
+    : options_(options), source_(source), delivery_(delivery), announcements_(delivery, figures) {}
 
 void Sampling::run() {
   start_ = Clock::now();

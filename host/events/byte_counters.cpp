@@ -15,7 +15,7 @@ namespace {
 constexpr double kSafeShare = 0.25;  // of a counter's range, per sample
 constexpr double kBytesPerGbit = 1e9 / 8;
 
-enum class Unit { bytes, other };
+enum class Unit { bytes, packets, bits };
 
 bool isLower(char c) {
   return c >= 'a' && c <= 'z';
@@ -41,10 +41,11 @@ std::vector<std::string> wordsOf(std::string_view text) {
 
 std::optional<Unit> unitOf(const std::string& word) {
   constexpr std::string_view kBytes[] = {"byte", "bytes", "octet", "octets"};
-  constexpr std::string_view kOthers[] = {"bit", "bits", "packet", "packets",
-                                          "pkt", "pkts", "frame",  "frames"};
+  constexpr std::string_view kPackets[] = {"packet", "packets", "pkt", "pkts", "frame", "frames"};
+  constexpr std::string_view kBits[] = {"bit", "bits"};
   if (std::ranges::find(kBytes, word) != std::end(kBytes)) return Unit::bytes;
-  if (std::ranges::find(kOthers, word) != std::end(kOthers)) return Unit::other;
+  if (std::ranges::find(kPackets, word) != std::end(kPackets)) return Unit::packets;
+  if (std::ranges::find(kBits, word) != std::end(kBits)) return Unit::bits;
   return std::nullopt;
 }
 
@@ -53,18 +54,27 @@ bool saysRate(const std::vector<std::string>& words) {
                              [](const auto& word) { return word == "per" || word == "rate"; });
 }
 
+// The unit that the column counts.
+std::optional<Unit> countedUnit(const Column& column) {
+  if (column.key != 0 || !isCounterSized(column)) return std::nullopt;
+  const auto described = wordsOf(column.description);
+  const auto named = wordsOf(column.name);
+  if (saysRate(described) || saysRate(named)) return std::nullopt;
+  for (const std::string& word : described)
+    if (const auto unit = unitOf(word)) return unit;
+  for (auto word = named.rbegin(); word != named.rend(); ++word)
+    if (const auto unit = unitOf(*word)) return unit;
+  return std::nullopt;
+}
+
 }  // namespace
 
 bool countsBytes(const Column& column) {
-  if (column.key != 0 || !isCounterSized(column)) return false;
-  const auto described = wordsOf(column.description);
-  const auto named = wordsOf(column.name);
-  if (saysRate(described) || saysRate(named)) return false;
-  for (const std::string& word : described)
-    if (const auto unit = unitOf(word)) return *unit == Unit::bytes;
-  for (auto word = named.rbegin(); word != named.rend(); ++word)
-    if (const auto unit = unitOf(*word)) return *unit == Unit::bytes;
-  return false;
+  return countedUnit(column) == Unit::bytes;
+}
+
+bool countsPackets(const Column& column) {
+  return countedUnit(column) == Unit::packets;
 }
 
 Seconds longestSafeInterval(unsigned bits, double per_second) {

@@ -14,6 +14,9 @@ using Seconds = std::chrono::duration<double>;
 // A rate ("bytes per second") is not a number of bytes.
 bool countsBytes(const Column& column);
 
+// The same for packets and frames.
+bool countsPackets(const Column& column);
+
 // The longest interval in which a counter of this many bits moves by at most a quarter of its range
 // at this rate. Longer intervals are not safe, because the rate varies and samples can be missing.
 // The rate must be greater than 0.

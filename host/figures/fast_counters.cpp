@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <map>
 
+#include "host/support/duration_text.h"
 #include "host/support/short_number.h"
 #include "host/support/text.h"
 
@@ -34,14 +35,14 @@ std::string nameOf(const Series& series) {
 void add(FastCounter& counter, const Track& track) {
   if (track.ambiguousSteps() >= kAmbiguousSteps) {
     counter.share = std::max(counter.share, 0.5);
-    counter.safe_interval_usec.reset();
+    counter.safe_interval.reset();
     return;
   }
   counter.share =
       std::max(counter.share, static_cast<double>(track.largestStep()) / rangeOf(track));
   counter.per_second = std::max(counter.per_second, track.highestPerSecond());
   if (counter.share < 0.5)
-    counter.safe_interval_usec = longestSafeIntervalUsec(rangeOf(track), counter.per_second);
+    counter.safe_interval = longestSafeInterval(track.bits(), counter.per_second);
 }
 
 }  // namespace
@@ -63,13 +64,8 @@ std::vector<FastCounter> fastCounters(const Figures& figures) {
   return all;
 }
 
-std::uint64_t longestSafeIntervalUsec(double range, double per_second) {
-  constexpr double kMost = 1e18;
-  return static_cast<std::uint64_t>(std::min(kSafeShare * range * 1e6 / per_second, kMost));
-}
-
 std::string describe(const FastCounter& counter) {
-  if (!counter.safe_interval_usec)
+  if (!counter.safe_interval)
     return fmt::format(
         "{} of {} moves by half of its range or more per sample, so its rate is not known: lower "
         "multipath-sample-interval-usec",
@@ -77,9 +73,9 @@ std::string describe(const FastCounter& counter) {
   return fmt::format(
       "{} of {} moves by {:.0f} % of its range per sample ({}/s): the longest interval that "
       "follows "
-      "it safely is {} us",
+      "it safely is {}",
       counter.name, counter.series, 100 * counter.share, shortNumber(counter.per_second),
-      *counter.safe_interval_usec);
+      durationText(*counter.safe_interval));
 }
 
 }  // namespace tev::host

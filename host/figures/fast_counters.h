@@ -1,11 +1,11 @@
 // Counters that move too far from one sample to the next.
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "host/events/byte_counters.h"
 #include "host/figures/figures.h"
 
 namespace tev::host {
@@ -17,14 +17,11 @@ struct FastCounter {
   std::string series;  // the first one in which it was too fast: "rdma0, plane 1"
   double share = 0;    // the largest step, as a share of the range
   double per_second = 0;
-  std::optional<std::uint64_t> safe_interval_usec;  // nothing: the rate is not known
+  std::optional<Seconds> safe_interval;  // nothing: the rate is not known
 };
 
 // One row per column.
 std::vector<FastCounter> fastCounters(const Figures& figures);
-
-// The longest interval at which a counter with this range follows this rate safely.
-std::uint64_t longestSafeIntervalUsec(double range, double per_second);
 
 // "tx_bytes of rdma0, plane 1 moves by 41 % of its range per sample (17.6G/s): ...".
 std::string describe(const FastCounter& counter);

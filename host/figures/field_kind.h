@@ -3,8 +3,6 @@
 
 #include <cstdint>
 
-#include "host/events/schema_view.h"
-
 namespace tev::host {
 
 enum class FieldKind : std::uint8_t {
@@ -16,9 +14,6 @@ enum class FieldKind : std::uint8_t {
 
 // "undecided", "counter", "gauge" or "increase".
 const char* nameOf(FieldKind kind);
-
-// Whether the name or the description of the column says that it counts bytes.
-bool saysBytes(const Column& column);
 
 // Decides the kind of a field from the samples of all of its series. The decision is final.
 //
@@ -55,8 +50,5 @@ class KindJudge {
   std::uint64_t rises_ = 0;  // of all series
   std::uint64_t falls_ = 0;
 };
-
-// Whether the name or the description of the column says bytes or packets.
-bool saysCounter(const Column& column);
 
 }  // namespace tev::host

@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "host/events/byte_counters.h"
 #include "host/events/values.h"
 #include "host/support/errors.h"
 #include "host/support/text.h"
@@ -86,7 +87,7 @@ Figures::Figures(const Projection& projection, const CountingOptions& options,
         kind = FieldKind::counter;
       if (gauges.match(own_name, column.name)) kind = FieldKind::gauge;
       followed.push_back({&column, judges_.size()});
-      judges_.emplace_back(kind, saysCounter(column));
+      judges_.emplace_back(kind, countsBytes(column) || countsPackets(column));
     }
   }
   counters.expectAllMatched(names);

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace tev::host {
 const char* nameOf(DeviceState state) {
@@ -58,9 +59,13 @@ void HealthWatch::update(const std::vector<DeviceCounts>& counts, std::uint64_t 
   are_counted_ = !counts.empty();
   missing_.clear();
   changes_.clear();
-  if (last_update_usec_ == 0) last_update_usec_ = now_usec;
-  std::vector<DeviceCounts> before;
   for (const DeviceCounts& one : counts) deviceNamed(one.device);
+  if (!std::exchange(has_begun_, true)) {  // nothing was fetched yet
+    last_update_usec_ = now_usec;
+    for (DeviceHealth& one : devices_) one.since_usec = now_usec;
+    return;
+  }
+  std::vector<DeviceCounts> before;
   for (const DeviceHealth& one : devices_) before.push_back(one.counts);
   for (const DeviceCounts& one : counts) deviceNamed(one.device).counts = one;
 

@@ -69,8 +69,8 @@ class HealthWatch {
   // To be called with each sample.
   void sample(const std::string& device, std::uint64_t timestamp_usec);
 
-  // To be called after each fetch. `counts` are those of the source; if there are none, the devices
-  // are known from their samples.
+  // To be called once at the beginning, and after each fetch. `counts` are those of the source; if
+  // there are none, the devices are known from their samples.
   void update(const std::vector<DeviceCounts>& counts, std::uint64_t now_usec);
 
   const std::vector<DeviceHealth>& devices() const { return devices_; }
@@ -91,6 +91,7 @@ class HealthWatch {
                       std::uint64_t now_usec) const;
 
   std::uint64_t patience_usec_;
+  bool has_begun_ = false;  // after the first update
   bool are_counted_ = false;
   std::uint64_t last_update_usec_ = 0;
   std::vector<DeviceHealth> devices_;

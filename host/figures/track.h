@@ -68,6 +68,7 @@ class Track {
   std::uint64_t ambiguousSteps() const { return ambiguous_; }
 
   std::uint64_t halfRange() const { return half_range_; }
+  unsigned bits() const { return is_32_bits_ ? 32 : 64; }
 
  private:
   void loseTrack();

@@ -10,8 +10,10 @@
 #include "host/support/stop_signal.h"
 
 namespace tev::host {
-PluginSource::PluginSource(const PluginOptions& options, std::uint64_t buffer_bytes) {
-  setUp(options);
+
+PluginSource::PluginSource(const PluginOptions& options, std::uint64_t buffer_bytes,
+                           bool findings_are_known) {
+  setUp(options, findings_are_known);
   try {
     fetcher_ =
         std::make_unique<Fetcher>(session_->provider(), session_->types(), buffer_bytes, thread_);
@@ -21,7 +23,7 @@ PluginSource::PluginSource(const PluginOptions& options, std::uint64_t buffer_by
   }
 }
 
-void PluginSource::setUp(const PluginOptions& options) {
+void PluginSource::setUp(const PluginOptions& options, bool findings_are_known) {
   struct SetUp {
     PluginOptions options;
     std::unique_ptr<Session> session;
@@ -29,8 +31,10 @@ void PluginSource::setUp(const PluginOptions& options) {
   };
   // Shared with the call, which may never return.
   const auto set_up = std::make_shared<SetUp>(SetUp{options, nullptr, {}});
-  const auto call = [set_up] {
-    auto session = std::make_unique<Session>(set_up->options);
+  const auto call = [set_up, findings_are_known] {
+    SetUpFindings known;
+    auto session =
+        std::make_unique<Session>(set_up->options, findings_are_known ? &known : nullptr);
     set_up->schema = SchemaView::fromTypeSystem(*session->types());
     set_up->session = std::move(session);
   };

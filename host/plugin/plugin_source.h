@@ -17,7 +17,9 @@ class PluginSource final : public EventSource {
  public:
   // Sets up the plug-in, which then samples. Throws RunError when the plug-in refuses, or a request
   // to stop comes while its set-up does not return, and UsageError when the buffer is too small.
-  PluginSource(const PluginOptions& options, std::uint64_t buffer_bytes);
+  // Findings about the options are shown, unless they are known already.
+  PluginSource(const PluginOptions& options, std::uint64_t buffer_bytes,
+               bool findings_are_known = false);
   ~PluginSource() override;
 
   std::string name() const override { return session_->provider().name(); }
@@ -33,7 +35,7 @@ class PluginSource final : public EventSource {
 
   // The devices that the SDK lists; empty when the plug-in does not describe them.
   std::vector<DeviceInfo> devices() const {
-    return session_.provider().deviceInfos().value_or(std::vector<DeviceInfo>{});
+    return session_->provider().deviceInfos().value_or(std::vector<DeviceInfo>{});
   }
 
   // The options that the plug-in describes.
@@ -44,7 +46,7 @@ class PluginSource final : public EventSource {
   bool close();
 
  private:
-  void setUp(const PluginOptions& options);
+  void setUp(const PluginOptions& options, bool findings_are_known);
 
   PluginThread thread_;
   // What the calls use. It is never destroyed when a call does not return.

@@ -51,7 +51,8 @@ JitterMeter::Reading JitterMeter::read(const RunStatus& status) {
   Reading reading{.lost_samples = status.lost_samples,
                   .reference = reference_.usage(),
                   .threads = threadTimes()};
-  for (const pid_t own : {gettid(), reference_.threadId(), status.source_thread}) reading.threads.erase(own);
+  for (const pid_t own : {gettid(), reference_.threadId(), status.source_thread})
+    reading.threads.erase(own);
   return reading;
 }
 

@@ -9,16 +9,19 @@
 //   burst=N           samples taken from one progress to the next, default 1
 //   after_stop=N      samples that are there after stop
 //   failures=N        calls of progress that fail before the first that does not
-//   wrong=WHAT        progress misbehaves: "stuck", "overrun", "endless" or "magic"
+//   wrong=WHAT        progress misbehaves: "stuck", "overrun", "endless" or "magic"; or, from the
+//                     second call on, "hang" or "abort"
 //   lost=N            samples that are said to have been lost
 //   failed=N          reads of each device that are said to have failed
 #include <dlfcn.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <map>
 #include <string>
+#include <thread>
 
 #include "tev/event_provider.h"
 #include "tev/logger.h"
@@ -87,6 +90,8 @@ void takeSamples() {
 
 int progress(tev_event_provider_t*, std::uint16_t, tev_data_serializer_t* serializer) {
   trace("progress");
+  if (next_event > 0 && is("wrong", "hang")) std::this_thread::sleep_for(std::chrono::hours(1));
+  if (next_event > 0 && is("wrong", "abort")) std::abort();
   if (is("wrong", "stuck")) return TEV_PROGRESS_FULL;
   if (failures > 0) {
     --failures;

@@ -103,7 +103,7 @@ TEST_F(RunTest, SignalsEndItCleanly) {
     EXPECT_EQ(json::parse(result.out.back()).at("timestamp"), result.out.size() / 4 * 1000000);
   }
   // Also in the middle of a long wait.
-  HostProcess process(commandLine("after_stop=1 --update=3600000 --format=csv"));
+  HostProcess process(commandLine("--update=3600000 --format=csv"));
   process.awaitOutput();
   process.signal(SIGINT);
   EXPECT_EQ(process.finish().exit, 0);
@@ -246,7 +246,10 @@ TEST(SummaryOfARun, SaysWhySamplesAreMissing) {
                  {"function": "vuna_telemetry_mp_get_counters", "device": "rdma2",
                   "call": 2, "latency_usec": 200000}]})");
   const std::string summary =
-      runSimulated("--jitter --option multipath-sampling-threads=0 --simulate=" + scenario).err;
+      runSimulated(
+          "--jitter --option multipath-sampling-threads=0 --option update=1000 --simulate=" +
+          scenario)
+          .err;
   EXPECT_THAT(summary, testing::ContainsRegex(
                            "\n  rdma1: 1 refused by the device;.* last failure: LINK_ON_FIRE\n"));
   EXPECT_THAT(summary, testing::ContainsRegex("\n  rdma2: .*[1-9] times left out of a batch, "));

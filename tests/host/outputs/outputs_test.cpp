@@ -32,6 +32,7 @@ std::vector<std::string> written(const char* format, const SampleTypes& types, c
   const auto output = findOutputFormat(format)->make({projection, figures, file, rates, {}});
   Delivery delivery(schema, {output.get()}, figures, std::nullopt, 0);
   delivery.begin();
+  delivery.update({});
   delivery.take(blocks);
   delivery.end({});
   return test::linesOf(test::readAll(tree.path("out")));
