@@ -80,7 +80,8 @@ void HealthWatch::update(const std::vector<DeviceCounts>& counts, std::uint64_t 
     if (state == device.state) continue;
     changes_.push_back({i, device.state, now_usec - std::min(now_usec, device.since_usec)});
     device.state = state;
-    device.since_usec = now_usec;
+    const bool has_ceased = state != DeviceState::sampling && device.arrived_usec > 0;
+    device.since_usec = has_ceased ? device.arrived_usec : now_usec;
   }
   last_update_usec_ = now_usec;
 }

@@ -25,7 +25,7 @@ struct DeviceHealth {
   std::uint64_t last_sample_usec = 0;  // time stamp; 0: no sample yet
   // When the host saw it, since the Unix epoch.
   std::uint64_t arrived_usec = 0;  // the last sample
-  std::uint64_t since_usec = 0;    // the state
+  std::uint64_t since_usec = 0;    // the state; of a device that delivers no more: that sample
 
   // The time since the last sample arrived.
   std::uint64_t ageUsec(std::uint64_t now_usec) const {
