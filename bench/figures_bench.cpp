@@ -55,7 +55,7 @@ class Batch {
     for (const bool planes : {false, true})
       for (std::uint32_t device = 0; device < devices_; ++device)
         for (int pass = 0; pass < kPasses; ++pass)
-          for (std::uint8_t plane = 0; plane < (planes ? kPlanes : 1); ++plane)
+          for (std::uint32_t plane = 0; plane < (planes ? kPlanes : 1); ++plane)
             addEvent(planes, device, plane, pass_ + static_cast<std::uint64_t>(pass));
     pass_ += kPasses;
   }
@@ -70,12 +70,13 @@ class Batch {
     bytes_.insert(bytes_.end(), bytes, bytes + sizeof value);
   }
 
-  void addEvent(bool is_plane, std::uint32_t device, std::uint8_t plane, std::uint64_t pass) {
+  void addEvent(bool is_plane, std::uint32_t device, std::uint32_t plane, std::uint64_t pass) {
     const std::size_t begin = bytes_.size();
     bytes_.resize(begin + TEV_EVENT_BLOCK_HEADER_SIZE);
     std::uint8_t* const header = &bytes_[begin];
     const std::uint64_t timestamp = 1'700'000'000'000'000 + pass * 1000;
-    std::memcpy(header, "TEVE", 4);
+    constexpr std::uint8_t kMagic[] = {'T', 'E', 'V', 'E'};
+    std::memcpy(header, kMagic, sizeof kMagic);
     std::memcpy(header + TEV_EVENT_BLOCK_TIMESTAMP_OFFSET, &timestamp, sizeof timestamp);
     header[TEV_EVENT_BLOCK_TYPE_INDEX_OFFSET] = is_plane;
     header[TEV_EVENT_BLOCK_COUNT_OFFSET] = 1;
@@ -83,7 +84,7 @@ class Batch {
     name[3] = static_cast<char>('A' + device / 26);
     name[4] = static_cast<char>('a' + device % 26);
     add(name);
-    if (is_plane) add(plane);
+    if (is_plane) add(static_cast<std::uint8_t>(plane));
     // One field in eight is a gauge.
     for (std::uint32_t i = 0; i < (is_plane ? kPlaneCounters : kDeviceCounters); ++i)
       add(static_cast<std::uint32_t>(i % 8 == 7 ? 50 + (pass + i) % 20 : pass * (i + 1) * 100));

@@ -55,7 +55,7 @@ int exitCode(int argc, char** argv) {
   try {
     return dispatch(argc, argv);
   } catch (const tev::host::UsageError& error) {
-    showError(std::string(error.what()) + "\nMore about the options: tev-host run --help");
+    showError(std::string(error.what()) + "\nMore about the options: tev-host COMMAND --help");
     return tev::host::kExitUsage;
   } catch (const std::exception& error) {
     showError(error.what());

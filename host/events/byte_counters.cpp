@@ -62,9 +62,10 @@ std::optional<Unit> countedUnit(const Column& column) {
   if (saysRate(described) || saysRate(named)) return std::nullopt;
   for (const std::string& word : described)
     if (const auto unit = unitOf(word)) return unit;
-  for (auto word = named.rbegin(); word != named.rend(); ++word)
-    if (const auto unit = unitOf(*word)) return unit;
-  return std::nullopt;
+  std::optional<Unit> last;
+  for (const std::string& word : named)
+    if (const auto unit = unitOf(word)) last = unit;
+  return last;
 }
 
 }  // namespace

@@ -35,14 +35,13 @@ bool DeviceFilter::passes(const std::string& device) const {
 }
 
 void DeviceFilter::expectOneOf(const std::vector<std::string>& devices) const {
-  if (devices.empty() ||
-      std::ranges::any_of(devices, [this](const std::string& device) { return passes(device); }))
-    return;
-  std::vector<std::string> texts;
-  for (const Expression& one : expressions_) texts.push_back(one.text);
-  throw UsageError(
-      fmt::format("--filter {}: no device passes that has a chosen type\n  The devices are: {}",
-                  commaSeparated(texts), commaSeparated(devices)));
+  if (devices.empty()) return;
+  for (const Expression& one : expressions_)
+    if (std::ranges::none_of(devices,
+                             [&](const std::string& device) { return one.passes(device); }))
+      throw UsageError(
+          fmt::format("--filter {}: no device passes that has a chosen type\n  The devices are: {}",
+                      asPrintable(one.text), commaSeparated(devices)));
 }
 
 }  // namespace tev::host

@@ -18,7 +18,7 @@ class DeviceFilter {
 
   bool passes(const std::string& device) const;
 
-  // Throws UsageError when there are devices but none of them passes.
+  // Throws UsageError when there are devices but none of them passes one of the expressions.
   void expectOneOf(const std::vector<std::string>& devices) const;
 
  private:

@@ -31,6 +31,7 @@ struct DeviceCounts {
   std::uint64_t missed_by_overrun = 0;      // not read, because an earlier pass took too long
   std::uint64_t missed_by_late_wakeup = 0;  // not read, because the thread was woken too late
   std::uint64_t discarded = 0;              // read, and dropped before the host fetched them
+  std::uint64_t last_good_usec = 0;         // time stamp of the last sample that was fetched
   std::uint64_t left_out = 0;               // batches without the device, whose read took too long
   std::string last_failure{};               // text of the last failure
 };

@@ -5,8 +5,8 @@
 
 namespace tev::host {
 
-// What the user says about the fields. Patterns are those of counter sets: a name, "prefix*" or
-// "*suffix".
+// What the user says about the fields. Patterns are those of counter sets: a name, "^PREFIX" or
+// "SUFFIX$".
 struct CountingOptions {
   std::vector<std::string> counters;  // patterns
   std::vector<std::string> gauges;    // patterns

@@ -2,8 +2,8 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <map>
+#include <utility>
 
 #include "host/support/duration_text.h"
 #include "host/support/short_number.h"
@@ -32,17 +32,14 @@ std::string nameOf(const Series& series) {
   return name;
 }
 
-void add(FastCounter& counter, const Track& track) {
-  if (track.ambiguousSteps() >= kAmbiguousSteps) {
-    counter.share = std::max(counter.share, 0.5);
-    counter.safe_interval.reset();
-    return;
-  }
-  counter.share =
-      std::max(counter.share, static_cast<double>(track.largestStep()) / rangeOf(track));
-  counter.per_second = std::max(counter.per_second, track.highestPerSecond());
-  if (counter.share < 0.5)
-    counter.safe_interval = longestSafeInterval(track.bits(), counter.per_second);
+// The row of one series.
+FastCounter rowOf(const Column& column, const Series& series, const Track& track) {
+  FastCounter row{asPrintable(column.name), nameOf(series), 0.5, 0, std::nullopt};
+  if (track.ambiguousSteps() >= kAmbiguousSteps) return row;
+  row.share = static_cast<double>(track.largestStep()) / rangeOf(track);
+  row.per_second = track.highestPerSecond();
+  if (row.per_second > 0) row.safe_interval = longestSafeInterval(track.bits(), row.per_second);
+  return row;
 }
 
 }  // namespace
@@ -54,11 +51,13 @@ std::vector<FastCounter> fastCounters(const Figures& figures) {
     if (!one.series) continue;
     for (std::size_t i = 0; i < one.tracks.size(); ++i) {
       if (!isTooFast(one.tracks[i])) continue;
-      const Column* const column = figures.columns(*one.series->type)[i];
-      const auto [found, is_new] = index_of.emplace(column, all.size());
+      const Column& column = *figures.columns(*one.series->type)[i];
+      FastCounter row = rowOf(column, *one.series, one.tracks[i]);
+      const auto [found, is_new] = index_of.emplace(&column, all.size());
       if (is_new)
-        all.push_back({asPrintable(column->name), nameOf(*one.series), 0, 0, std::nullopt});
-      add(all[found->second], one.tracks[i]);
+        all.push_back(std::move(row));
+      else if (row.share > all[found->second].share)
+        all[found->second] = std::move(row);
     }
   }
   return all;

@@ -14,7 +14,7 @@ namespace tev::host {
 // longer be followed.
 struct FastCounter {
   std::string name;
-  std::string series;  // the first one in which it was too fast: "rdma0, plane 1"
+  std::string series;  // the one in which it is fastest: "rdma0, plane 1"
   double share = 0;    // the largest step, as a share of the range
   double per_second = 0;
   std::optional<Seconds> safe_interval;  // nothing: the rate is not known

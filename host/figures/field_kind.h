@@ -35,10 +35,13 @@ class KindJudge {
 
   FieldKind kind() const { return kind_; }
 
-  // A decrease by more than this may just as well be a step forward. A field whose text says that
-  // it is a counter needs better evidence against it.
+  // A larger fall may just as well be a step forward, and a larger rise a step back. A field whose
+  // text says that it is a counter needs better evidence against it.
   std::uint64_t largestFall(std::uint64_t half_range) const {
     return text_says_counter_ ? half_range / 32 : half_range / 2;
+  }
+  std::uint64_t largestRise(std::uint64_t half_range) const {
+    return text_says_counter_ ? half_range : half_range / 2;
   }
 
   // To be called after each change of a series, unless the kind is decided. `rose` is that change.

@@ -9,6 +9,7 @@
 #include "host/events/byte_counters.h"
 #include "host/events/values.h"
 #include "host/support/errors.h"
+#include "host/support/log.h"
 #include "host/support/text.h"
 #include "tev/counter_set.h"
 #include "tev/schema.h"
@@ -22,16 +23,15 @@ class Patterns {
   Patterns(const char* option, const std::vector<std::string>& given,
            const std::vector<std::string>& tagged)
       : option_(option) {
-    for (const std::string& pattern : given) patterns_.push_back({pattern, false});
-    // A tag may also name counters that this plug-in does not have.
-    for (const std::string& pattern : tagged) patterns_.push_back({pattern, true});
+    for (const std::string& pattern : given) patterns_.push_back({pattern, false, false});
+    for (const std::string& pattern : tagged) patterns_.push_back({pattern, true, false});
     set_.loadFromLines({"^"});
   }
 
   // A field is known by its own name and by the alias under which it is written.
   bool match(const std::string& name, const std::string& alias) {
     bool any = false;
-    for (auto& [pattern, matched] : patterns_) {
+    for (auto& [pattern, is_tag, matched] : patterns_) {
       if (!set_.shouldIncludeCounter(name, pattern) && !set_.shouldIncludeCounter(alias, pattern))
         continue;
       any = matched = true;
@@ -39,16 +39,22 @@ class Patterns {
     return any;
   }
 
+  // A tag may also name counters that this plug-in does not have.
   void expectAllMatched(const std::vector<std::string>& names) const {
-    for (const auto& [pattern, matched] : patterns_)
-      if (!matched)
+    for (const auto& [pattern, is_tag, matched] : patterns_) {
+      if (matched) continue;
+      if (!is_tag)
         throw UsageError(fmt::format("{} {}: no field matches\n  The fields are: {}", option_,
                                      asPrintable(pattern), commaSeparated(names)));
+      Log::instance().say(
+          fmt::format("tev-host: --cset: {} in a tag: no field matches", asPrintable(pattern)));
+    }
   }
 
  private:
   struct Pattern {
     std::string text;
+    bool is_tag;
     bool matched;
   };
 
@@ -104,16 +110,25 @@ void Figures::add(const Series& series) {
   }
 }
 
+// Whether a read that began this long before the next one may have been slow.
+bool Figures::isLong(const SeriesFigures& series, std::uint64_t elapsed_usec) const {
+  const std::uint64_t usual = interval_usec_ > 0 ? interval_usec_ : 2 * series.step_usec;
+  return usual > 0 && elapsed_usec > usual + usual / 2;
+}
+
 void Figures::sample(const Event& event, const Series& series) {
   if (series.number >= all_.size() || !all_[series.number].series) add(series);
   SeriesFigures& figures = all_[series.number];
-  const auto time = SampleTime::after(figures.last_usec, event.timestamp_usec);
+  auto time = SampleTime::after(figures.last_usec, event.timestamp_usec);
+  time.after_slow_read = figures.samples > 0 && isLong(figures, time.elapsed_usec);
+  figures.after_slow_read = time.after_slow_read;
   if (figures.samples++ == 0) {
     figures.first_usec = event.timestamp_usec;
   } else {
     figures.step_usec = time.elapsed_usec;
+    // A sample that is late by three quarters of an interval stands for a missing one.
     const std::uint64_t intervals =
-        interval_usec_ == 0 ? 0 : (time.elapsed_usec + interval_usec_ / 2) / interval_usec_;
+        interval_usec_ == 0 ? 0 : (time.elapsed_usec + interval_usec_ / 4) / interval_usec_;
     figures.missing = intervals > 1 ? intervals - 1 : 0;
   }
   figures.last_usec = event.timestamp_usec;

@@ -22,7 +22,10 @@ struct SeriesFigures {
   std::uint64_t first_usec = 0;  // time stamps of the first and of the last sample
   std::uint64_t last_usec = 0;
   std::uint64_t step_usec = 0;  // from the sample before the last one; 0: not known
-  std::uint64_t missing = 0;    // samples between these two, by the interval; 0: not known
+  std::uint64_t missing = 0;    // samples between these two, by the interval
+  // The sample before the last one may have been read later than its time stamp says, so its rates
+  // may be too high, and those of the last one too low.
+  bool after_slow_read = false;
   std::vector<Track> tracks;    // in the order of Figures::columns()
   std::vector<bool> uncertain;  // by track: it may go round more than once between two samples
 };
@@ -42,6 +45,9 @@ class Figures {
           std::uint64_t interval_usec = 0, Doubt doubt = {});
 
   const Projection& projection() const { return projection_; }
+
+  // 0: not known.
+  std::uint64_t intervalUsec() const { return interval_usec_; }
 
   // To be called with each event that the projection chooses, before its figures are used.
   void sample(const Event& event, const Series& series);
@@ -63,6 +69,7 @@ class Figures {
   };
 
   void add(const Series& series);
+  bool isLong(const SeriesFigures& series, std::uint64_t elapsed_usec) const;
 
   const Projection& projection_;
   std::uint64_t interval_usec_;

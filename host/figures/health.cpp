@@ -67,7 +67,11 @@ void HealthWatch::update(const std::vector<DeviceCounts>& counts, std::uint64_t 
   }
   std::vector<DeviceCounts> before;
   for (const DeviceHealth& one : devices_) before.push_back(one.counts);
-  for (const DeviceCounts& one : counts) deviceNamed(one.device).counts = one;
+  for (const DeviceCounts& one : counts) {
+    DeviceHealth& device = deviceNamed(one.device);
+    device.counts = one;
+    device.last_sample_usec = std::max(device.last_sample_usec, one.last_good_usec);
+  }
 
   for (std::size_t i = 0; i < devices_.size(); ++i) {
     DeviceHealth& device = devices_[i];
@@ -78,12 +82,20 @@ void HealthWatch::update(const std::vector<DeviceCounts>& counts, std::uint64_t 
     const DeviceState state = stateOf(device, before[i], delivered, now_usec);
     if (device.since_usec == 0) device.since_usec = now_usec;
     if (state == device.state) continue;
-    changes_.push_back({i, device.state, now_usec - std::min(now_usec, device.since_usec)});
-    device.state = state;
     const bool has_ceased = state != DeviceState::sampling && device.arrived_usec > 0;
-    device.since_usec = has_ceased ? device.arrived_usec : now_usec;
+    const std::uint64_t since = has_ceased ? device.arrived_usec : now_usec;
+    changes_.push_back({i, device.state, since - std::min(since, device.since_usec)});
+    device.state = state;
+    device.since_usec = since;
   }
   last_update_usec_ = now_usec;
+}
+
+void HealthWatch::end() {
+  for (std::size_t i = 0; i < devices_.size(); ++i)
+    if (devices_[i].state == DeviceState::waiting)
+      changes_.push_back({i, DeviceState::waiting,
+                          last_update_usec_ - std::min(last_update_usec_, devices_[i].since_usec)});
 }
 
 void HealthWatch::noteMissing(const DeviceCounts& before, const DeviceCounts& now,
@@ -125,7 +137,7 @@ std::string describe(const StateChange& change, const DeviceHealth& device) {
       if (change.before == DeviceState::waiting) return {};
       return fmt::format("{}: delivers samples again, after {:.1f} s", name, lasted);
     case DeviceState::waiting:
-      break;
+      return fmt::format("{}: no sample came", name);
   }
   return {};
 }

@@ -73,6 +73,9 @@ class HealthWatch {
   // there are none, the devices are known from their samples.
   void update(const std::vector<DeviceCounts>& counts, std::uint64_t now_usec);
 
+  // To be called after the last update: a device that never delivered is a change, too.
+  void end();
+
   const std::vector<DeviceHealth>& devices() const { return devices_; }
 
   // Whether the source counts the samples of its devices.

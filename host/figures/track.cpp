@@ -18,13 +18,14 @@ void Track::sample(std::uint64_t value, const SampleTime& time) {
     changes_.begin_usec = time.now_usec;
     return;
   }
+  if (time.after_slow_read && step_state_ == StepState::known) reconsider(time);
   if (kind() == FieldKind::increase) raw_step = value;
   moved_ |= raw_step != 0;
   if (kind() != FieldKind::increase) {
     if (kind() == FieldKind::undecided) gatherEvidence(raw_step, time);
     if (raw_step >= half_range_) {                            // it decreased, or moved too far
       const std::uint64_t fall = 2 * half_range_ - raw_step;  // modulo 2^64
-      ambiguous_ += fall > half_range_ / 2;
+      ambiguous_ += fall > judge_->largestFall(half_range_);
       loseTrack();
       return;
     }
@@ -38,6 +39,18 @@ void Track::loseTrack() {
   ++unknown_;
 }
 
+// The last step may have taken as long as until now. Its rate is then not known; and if the counter
+// may have moved by half of its range in that time, neither is the step.
+void Track::reconsider(const SampleTime& time) {
+  highest_per_usec_ = highest_before_;
+  recent_per_usec_ = recent_before_;
+  const double possible = recent_before_ * static_cast<double>(step_usec_ + time.elapsed_usec);
+  if (kind() == FieldKind::increase || possible < static_cast<double>(half_range_)) return;
+  total_ -= increase_;
+  known_usec_ -= step_usec_;
+  ++unknown_;
+}
+
 void Track::count(std::uint64_t raw_step, const SampleTime& time) {
   const double possible = recent_per_usec_ * static_cast<double>(time.elapsed_usec);
   const bool followed = time.elapsed_usec > 0 && possible < static_cast<double>(half_range_);
@@ -46,6 +59,9 @@ void Track::count(std::uint64_t raw_step, const SampleTime& time) {
     return;
   }
   const double per_usec = static_cast<double>(raw_step) * time.per_usec;
+  highest_before_ = highest_per_usec_;
+  recent_before_ = recent_per_usec_;
+  step_usec_ = time.elapsed_usec;
   highest_per_usec_ = std::max(highest_per_usec_, per_usec);
   recent_per_usec_ = std::max(per_usec, recent_per_usec_ * kFading);
   step_state_ = StepState::known;
@@ -62,7 +78,8 @@ void Track::gatherEvidence(std::uint64_t raw_step, const SampleTime& time) {
     if (changes_.rises + changes_.falls == 0) changes_.begin_usec = time.now_usec;
     return;
   }
-  if (!rose && fall > judge_->largestFall(half_range_)) return;  // it may have moved forward
+  if (rose ? raw_step > judge_->largestRise(half_range_) : fall > judge_->largestFall(half_range_))
+    return;
   ++(rose ? changes_.rises : changes_.falls);
   judge_->judge(changes_, rose, time.now_usec);
 }

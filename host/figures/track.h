@@ -13,6 +13,9 @@ struct SampleTime {
   std::uint64_t now_usec = 0;
   std::uint64_t elapsed_usec = 0;  // since the previous sample; 0: not known
   double per_usec = 0;             // 1 / elapsed_usec, or 0
+  // The previous read may have been slow: its values may be newer than its time stamp, by up to
+  // elapsed_usec.
+  bool after_slow_read = false;
 
   static SampleTime after(std::uint64_t previous_usec, std::uint64_t now_usec) {
     if (now_usec <= previous_usec) return {now_usec, 0, 0};  // the clock was stepped back
@@ -32,7 +35,8 @@ enum class StepState : std::uint8_t {
 //
 // A step of a counter is known when the counter cannot have moved by half of its range since the
 // previous sample, by the rate that it had and by the time that has passed, and when it did not
-// decrease. An unknown step does not change the total.
+// decrease. An unknown step does not change the total. A slow read is known only at the next
+// sample, which then takes back what it cannot confirm.
 class Track {
  public:
   // `judge` is the field's and must outlive this.
@@ -72,6 +76,7 @@ class Track {
 
  private:
   void loseTrack();
+  void reconsider(const SampleTime& time);
   void count(std::uint64_t raw_step, const SampleTime& time);
   void gatherEvidence(std::uint64_t raw_step, const SampleTime& time);
 
@@ -84,6 +89,10 @@ class Track {
   std::uint64_t largest_ = 0;
   double highest_per_usec_ = 0;
   double recent_per_usec_ = 0;  // the highest rate of the last steps, which fades
+  // Before the last step.
+  double highest_before_ = 0;
+  double recent_before_ = 0;
+  std::uint64_t step_usec_ = 0;  // the time of the last known step
   KindJudge::Changes changes_;
   std::uint32_t unknown_ = 0;
   std::uint32_t ambiguous_ = 0;

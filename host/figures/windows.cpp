@@ -13,6 +13,8 @@ void add(FieldWindow& field, const Track& track, bool is_first, const SeriesFigu
          double per_usec) {
   if (track.step() == StepState::known) {
     field.sum += track.increase();
+    field.highest_before = field.highest_per_usec;
+    field.highest_before_at_usec = field.highest_at_usec;
     const double rate = static_cast<double>(track.increase()) * per_usec;
     if (rate > field.highest_per_usec || field.highest_at_usec == 0) {
       field.highest_per_usec = rate;
@@ -25,6 +27,12 @@ void add(FieldWindow& field, const Track& track, bool is_first, const SeriesFigu
   field.min = is_first ? value : std::min(field.min, value);
   field.max = is_first ? value : std::max(field.max, value);
   field.values += static_cast<double>(value);
+}
+
+// The rate of the last step does not count, because its time is not known.
+void takeBackRate(FieldWindow& field) {
+  field.highest_per_usec = field.highest_before;
+  field.highest_at_usec = field.highest_before_at_usec;
 }
 
 bool isPlane(const Series& series) {
@@ -52,10 +60,11 @@ void compare(Comparison& comparison) {
   comparison.imbalance = mean > 0 ? *largest / mean : 1;
   // A count of independent events varies by the root of its mean.
   constexpr double kDeviations = 4;
+  constexpr double kShare = 0.1;
+  const double chance = kDeviations * std::sqrt(std::max(mean, 1.0));
   comparison.is_significant =
-      *largest - mean > (comparison.kind == FieldKind::gauge
-                             ? 0.25 * mean
-                             : kDeviations * std::sqrt(std::max(mean, 1.0)));
+      *largest - mean >
+      (comparison.kind == FieldKind::gauge ? 0.25 * mean : std::max(chance, kShare * mean));
 }
 
 Windows::Windows(const Figures& figures, std::uint64_t length_usec, Receiver receiver)
@@ -78,6 +87,8 @@ void Windows::sample(const Event& event, const Series& series) {
   if (series.number >= windows_.size()) windows_.resize(series.number + 1);
   SeriesWindow& window = windows_[series.number];
   const std::uint64_t now = event.timestamp_usec;
+  if (window.samples > 0 && window.series->after_slow_read)
+    for (FieldWindow& field : window.fields) takeBackRate(field);
   if (window.samples > 0 && (now >= window.end_usec || now < window.begin_usec)) close(window);
   if (window.samples == 0) open(series, now);
 
@@ -134,6 +145,7 @@ void Windows::addToGroup(const SeriesWindow& window) {
     const FieldWindow& field = window.fields[i];
     comparison->kind = track.kind();
     comparison->has_unknown |= track.counts() && field.unknown > 0;
+    comparison->is_uncertain |= track.counts() && window.series->uncertain[i];
     comparison->planes.push_back(&series);
     comparison->amounts.push_back(track.counts() ? static_cast<double>(field.sum) : window.mean(i));
   }

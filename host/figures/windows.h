@@ -20,6 +20,9 @@ struct FieldWindow {
   std::uint64_t unknown = 0;          // steps; when there are any, `sum` is a lower bound
   double highest_per_usec = 0;        // of any single step
   std::uint64_t highest_at_usec = 0;  // time stamp at the end of that step; 0: none
+  // The same before the last step, whose rate a slow read may have made too high.
+  double highest_before = 0;
+  std::uint64_t highest_before_at_usec = 0;
   // Of a gauge, and of a field that is undecided.
   std::uint64_t min = 0;
   std::uint64_t max = 0;
@@ -54,7 +57,8 @@ struct SeriesWindow {
 struct Comparison {
   std::string field;  // the column's name
   FieldKind kind = FieldKind::counter;
-  bool has_unknown = false;  // a plane has unknown steps
+  bool has_unknown = false;   // a plane has unknown steps
+  bool is_uncertain = false;  // a plane's counter may go round more than once
   std::vector<const Series*> planes;
   std::vector<double> amounts;  // by plane: the sum of a counter, the mean of a gauge
   std::size_t worst = 0;        // index of the plane with the largest amount

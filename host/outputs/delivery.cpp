@@ -49,6 +49,7 @@ void Delivery::redraw(RunStatus status) {
 
 void Delivery::end(RunStatus status) {
   watchHealth(status);
+  health_.end();
   for (Output* const output : outputs_) output->end(status);
 }
 

@@ -21,9 +21,12 @@ Derived derive(const SeriesFigures& series, std::size_t index) {
   if (series.step_usec > 0)
     derived.per_second =
         static_cast<double>(track.increase()) * 1e6 / static_cast<double>(series.step_usec);
+  const bool is_lower_bound = track.unknownSteps() > 0;
   if (series.uncertain[index])
-    derived.mark = "uncertain";
-  else if (track.unknownSteps() > 0)
+    derived.mark = is_lower_bound ? "uncertain lower_bound" : "uncertain";
+  else if (series.after_slow_read)
+    derived.mark = is_lower_bound ? "after_slow_read lower_bound" : "after_slow_read";
+  else if (is_lower_bound)
     derived.mark = "lower_bound";
   return derived;
 }

@@ -17,8 +17,10 @@ struct Derived {
   std::optional<double> per_second;    // since the previous sample
   // "": both are right. "first": there is no previous sample. "unknown": the step is not known, so
   // the total is a lower bound from here on. "lower_bound": an earlier step is not known.
-  // "uncertain": the counter may have gone round more than once. "gauge" and "undecided": the field
-  // does not count, or this is not known.
+  // "uncertain": the counter may have gone round more than once. "after_slow_read": the previous
+  // sample may have been read late, so the previous rate may be too high and this one too low.
+  // "lower_bound" may follow either of these two. "gauge" and "undecided": the field does not
+  // count, or this is not known.
   const char* mark = "";
 };
 

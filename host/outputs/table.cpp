@@ -84,6 +84,7 @@ class TableOutput final : public TextOutput {
   void update(const RunStatus& status) override {
     for (SeriesFields& one : all_)
       if (one.series) endUpdate(one);
+    has_news_ |= !status.health->changes().empty() || !status.health->missing().empty();
     if (live_)
       screen_.draw(lines(status, false), status.notes);
     else
@@ -137,8 +138,9 @@ class TableOutput final : public TextOutput {
       return {shortNumber(static_cast<double>(track.value())), undecided ? "?" : ""};
     }
     TableCell cell;
+    const char* const doubt = isUncertain(one, field) ? "~" : "";
     cell.value =
-        (track.unknownSteps() > 0 ? ">" : "") + shortNumber(static_cast<double>(track.total()));
+        (track.unknownSteps() > 0 ? ">" : doubt) + shortNumber(static_cast<double>(track.total()));
     if (!whole_run && !one.is_fresh) {
       cell.rate = "-";
       return cell;
@@ -149,7 +151,7 @@ class TableOutput final : public TextOutput {
     if (!rate)
       cell.rate = is_partial ? "?" : "";
     else
-      cell.rate = (isUncertain(one, field) ? "~" : "") + shortNumber(*rate);
+      cell.rate = doubt + shortNumber(*rate);
     return cell;
   }
 

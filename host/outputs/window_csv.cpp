@@ -11,10 +11,11 @@ namespace {
 
 constexpr char kHeader[] =
     "begin,end,type,kind,device,series,field,field_kind,samples,missing,causes,sum,unknown,"
-    "uncertain,rate_mean,rate_max,rate_max_at,min,mean,max,p50,p99,worst,imbalance,significant,"
+    "lower_bound,uncertain,rate_mean,rate_max,rate_max_at,min,mean,max,p50,p99,worst,imbalance,"
+    "significant,"
     "shares,state,from,to,reason\n";
 
-constexpr std::size_t kFigures = 11;     // from sum to p99
+constexpr std::size_t kFigures = 12;     // from sum to p99
 constexpr std::size_t kComparisons = 4;  // from worst to shares
 constexpr std::size_t kConditions = 4;   // from state to reason
 
@@ -45,7 +46,7 @@ class WindowCsv final : public WindowOutput {
         appendCsvText(out, text);
       }
       fmt::format_to(std::back_inserter(out), ",{},{},{},{},", nameOf(track.kind()), window.samples,
-                     window.missing, kCauses);
+                     figures_.intervalUsec() > 0 ? fmt::format("{}", window.missing) : "", kCauses);
       if (track.counts())
         appendCounter(out, window.fields[i], window.series->uncertain[i]);
       else
@@ -63,7 +64,9 @@ class WindowCsv final : public WindowOutput {
       out += ",,";
       appendCsvText(out, field.field);
       fmt::format_to(std::back_inserter(out), ",{}", nameOf(field.kind));
-      appendCommas(out, 3 + kFigures + 1);
+      appendCommas(out, 6);  // to lower_bound
+      fmt::format_to(std::back_inserter(out), "{},{}", field.has_unknown, field.is_uncertain);
+      appendCommas(out, kFigures - 3);
       appendCsvText(out, seriesName(*field.planes[field.worst]));
       fmt::format_to(std::back_inserter(out), ",{:.9g},{},", field.imbalance,
                      field.is_significant ? "true" : "false");
@@ -104,8 +107,8 @@ class WindowCsv final : public WindowOutput {
   }
 
   static void appendCounter(std::string& out, const FieldWindow& field, bool is_uncertain) {
-    fmt::format_to(std::back_inserter(out), "{},{},{}", field.sum, field.unknown,
-                   is_uncertain ? "true" : "false");
+    fmt::format_to(std::back_inserter(out), "{},{},{},{}", field.sum, field.unknown,
+                   field.unknown > 0, is_uncertain);
     if (const auto mean = field.meanPerSecond())
       fmt::format_to(std::back_inserter(out), ",{:.9g},{:.9g},{}", *mean,
                      field.highest_per_usec * 1e6, field.highest_at_usec);
@@ -115,7 +118,7 @@ class WindowCsv final : public WindowOutput {
   }
 
   static void appendGauge(std::string& out, const SeriesWindow& window, std::size_t field) {
-    appendCommas(out, 6);
+    appendCommas(out, 7);
     fmt::format_to(std::back_inserter(out), "{},{:.9g},{},{},{}", window.fields[field].min,
                    window.mean(field), window.fields[field].max, window.quantile(field, 0.5),
                    window.quantile(field, 0.99));

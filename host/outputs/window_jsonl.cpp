@@ -90,8 +90,8 @@ class WindowJsonl final : public WindowOutput {
       const Comparison& field = window.fields[i];
       if (i > 0) out += ',';
       appendJsonText(out, field.field);
-      fmt::format_to(std::back_inserter(out), R"(:{{"kind":"{}","lower_bound":{})",
-                     nameOf(field.kind), field.has_unknown);
+      fmt::format_to(std::back_inserter(out), R"(:{{"kind":"{}","lower_bound":{},"uncertain":{})",
+                     nameOf(field.kind), field.has_unknown, field.is_uncertain);
       appendMember(out, "imbalance", field.imbalance);
       fmt::format_to(std::back_inserter(out), R"(,"significant":{})", field.is_significant);
       appendText(out, "worst", lastKey(*field.planes[field.worst]));

@@ -31,7 +31,7 @@ class WindowOutput : public TextOutput {
   // Appends the lines of what the last update found.
   virtual void append(std::string& out, const RunStatus& status) = 0;
 
-  static constexpr char kCauses = '\1';
+  static constexpr char kCauses = '\0';  // not part of any text
 
   const Figures& figures_;
 

@@ -51,6 +51,7 @@ bool Provider::readCounts(std::uint32_t device_index, DeviceCounts& counts) cons
               .missed_by_overrun = ledger.missed_by_overrun,
               .missed_by_late_wakeup = ledger.missed_by_late_wakeup,
               .discarded = ledger.discarded,
+              .last_good_usec = ledger.last_good_usec,
               .left_out = ledger.left_out,
               .last_failure = asPrintable({failure, strnlen(failure, sizeof ledger.last_failure)})};
   } else {

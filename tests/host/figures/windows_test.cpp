@@ -87,5 +87,49 @@ TEST(Windows, HaveTheFiguresOfTheirSamples) {
   EXPECT_NE(text.find("20000 1: 1 samples, 0 missing, sum 1000"), std::string::npos) << text;
 }
 
+// The time stamp of a sample is from before its read. A slow read returns a newer value, whose step
+// then looks too fast.
+TEST(Figures, DoNotTrustTheStepOfASlowRead) {
+  test::SampleTypes types;
+  types.add("t", {{"device", nullptr, "char", 0, 4}, {"rx_bytes", nullptr, "uint32_t", 0, 1}},
+            {"device"});
+  const SchemaView schema = SchemaView::fromTypeSystem(*types);
+  const Projection projection(schema);
+  const struct {
+    double per_usec;
+    std::uint64_t slow_usec;  // the fifth read
+    std::uint64_t unknown;    // steps
+  } rows[] = {{100, 50'000, 0}, {10'000, 100'000, 0}, {10'000, 600'000, 2}};
+  for (const auto& row : rows) {
+    Figures figures(projection, {.counters = {"rx_bytes"}, .gauges = {}}, 10'000);
+    SeriesTable series;
+    double highest = 0;
+    Windows windows(figures, 100'000'000,
+                    {[&](const SeriesWindow& one) { highest = one.fields[0].highest_per_usec; },
+                     [](const DeviceWindow&) {}});
+    std::uint64_t now = 0;
+    for (int i = 0; i < 20; ++i) {
+      now += 10'000;
+      const std::uint64_t late = i == 5 ? row.slow_usec : 0;
+      const auto value = static_cast<std::uint64_t>(row.per_usec * static_cast<double>(now + late));
+      test::Bytes bytes;
+      bytes.block(now, 0, 0, 1).text("d0", 4).add(static_cast<std::uint32_t>(value));
+      decodeBlocks(schema, bytes, [&](const Event& event) {
+        figures.sample(event, series.of(event));
+        windows.sample(event, series.of(event));
+      });
+      now += late;
+    }
+    windows.complete(UINT64_MAX);
+    const Track& track = figures.all()[0].tracks[0];
+    EXPECT_EQ(track.unknownSteps(), row.unknown) << row.slow_usec;
+    EXPECT_LE(track.highestPerSecond(), row.per_usec * 1.01e6) << row.slow_usec;
+    EXPECT_LE(highest, row.per_usec * 1.01) << row.slow_usec;
+    if (row.unknown == 0) {
+      EXPECT_EQ(track.total(), static_cast<std::uint64_t>(row.per_usec) * (now - 10'000));
+    }
+  }
+}
+
 }  // namespace
 }  // namespace tev::host
