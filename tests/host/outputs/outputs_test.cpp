@@ -100,7 +100,7 @@ TEST(Rates, MarkEachCounterAndNumberEachEvent) {
     EXPECT_EQ(csv[i + 1], fmt::format("{},t,device,{},d,{},{},,,,,,,", 1000 * (i + 1), i + 1,
                                       values[i], in_csv));
     const auto object = nlohmann::json::parse(json[i]);
-    const auto rate = object["bytes_per_second"];
+    const auto& rate = object["bytes_per_second"];
     EXPECT_EQ(fmt::format("{},{},{}", object["bytes_total"].dump(), rate.is_null() ? "" : "10000",
                           object["bytes_mark"].get<std::string>()),
               figures[i]);
