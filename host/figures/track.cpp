@@ -18,6 +18,7 @@ void Track::sample(std::uint64_t value, const SampleTime& time) {
     changes_.begin_usec = time.now_usec;
     return;
   }
+  taken_back_ = {};
   if (time.after_slow_read && step_state_ == StepState::known) reconsider(time);
   if (kind() == FieldKind::increase) raw_step = value;
   moved_ |= raw_step != 0;
@@ -46,6 +47,7 @@ void Track::reconsider(const SampleTime& time) {
   recent_per_usec_ = recent_before_;
   const double possible = recent_before_ * static_cast<double>(step_usec_ + time.elapsed_usec);
   if (kind() == FieldKind::increase || possible < static_cast<double>(half_range_)) return;
+  taken_back_ = {increase_, step_usec_};
   total_ -= increase_;
   known_usec_ -= step_usec_;
   ++unknown_;
@@ -85,7 +87,8 @@ void Track::gatherEvidence(std::uint64_t raw_step, const SampleTime& time) {
 }
 
 std::optional<double> perSecondSince(const TrackMark& mark, const Track& track) {
-  if (!track.counts() || track.knownUsec() <= mark.known_usec) return std::nullopt;
+  if (!track.counts() || track.knownUsec() <= mark.known_usec || track.total() < mark.total)
+    return std::nullopt;
   return static_cast<double>(track.total() - mark.total) * 1e6 /
          static_cast<double>(track.knownUsec() - mark.known_usec);
 }

@@ -64,6 +64,13 @@ class Track {
   // The time that the known steps took.
   std::uint64_t knownUsec() const { return known_usec_; }
 
+  // What the last sample took back of the step before it, which was counted as known.
+  struct TakenBack {
+    std::uint64_t increase = 0;
+    std::uint64_t usec = 0;  // 0: nothing was taken back
+  };
+  const TakenBack& takenBack() const { return taken_back_; }
+
   // The largest known step, and the highest rate of a known step.
   std::uint64_t largestStep() const { return largest_; }
   double highestPerSecond() const { return highest_per_usec_ * 1e6; }
@@ -93,6 +100,7 @@ class Track {
   double highest_before_ = 0;
   double recent_before_ = 0;
   std::uint64_t step_usec_ = 0;  // the time of the last known step
+  TakenBack taken_back_;
   KindJudge::Changes changes_;
   std::uint32_t unknown_ = 0;
   std::uint32_t ambiguous_ = 0;

@@ -11,10 +11,10 @@ namespace {
 // Adds the last sample of a track.
 void add(FieldWindow& field, const Track& track, bool is_first, const SeriesFigures& series,
          double per_usec) {
+  field.highest_before = field.highest_per_usec;
+  field.highest_before_at_usec = field.highest_at_usec;
   if (track.step() == StepState::known) {
     field.sum += track.increase();
-    field.highest_before = field.highest_per_usec;
-    field.highest_before_at_usec = field.highest_at_usec;
     const double rate = static_cast<double>(track.increase()) * per_usec;
     if (rate > field.highest_per_usec || field.highest_at_usec == 0) {
       field.highest_per_usec = rate;
@@ -29,10 +29,16 @@ void add(FieldWindow& field, const Track& track, bool is_first, const SeriesFigu
   field.values += static_cast<double>(value);
 }
 
-// The rate of the last step does not count, because its time is not known.
-void takeBackRate(FieldWindow& field) {
+// The read before the last one may have been slow: the rate of its step does not count, and neither
+// does the step if the track has taken it back.
+void takeBack(FieldWindow& field, const Track& track) {
   field.highest_per_usec = field.highest_before;
   field.highest_at_usec = field.highest_before_at_usec;
+  const Track::TakenBack& step = track.takenBack();
+  if (step.usec == 0) return;
+  field.sum -= step.increase;
+  field.known_usec -= step.usec;
+  ++field.unknown;
 }
 
 bool isPlane(const Series& series) {
@@ -88,7 +94,8 @@ void Windows::sample(const Event& event, const Series& series) {
   SeriesWindow& window = windows_[series.number];
   const std::uint64_t now = event.timestamp_usec;
   if (window.samples > 0 && window.series->after_slow_read)
-    for (FieldWindow& field : window.fields) takeBackRate(field);
+    for (std::size_t i = 0; i < window.fields.size(); ++i)
+      takeBack(window.fields[i], window.series->tracks[i]);
   if (window.samples > 0 && (now >= window.end_usec || now < window.begin_usec)) close(window);
   if (window.samples == 0) open(series, now);
 
