@@ -1,8 +1,6 @@
 #include "host/figures/windows.h"
 
 #include <algorithm>
-#include <cmath>
-#include <numeric>
 #include <utility>
 
 namespace tev::host {
@@ -41,36 +39,10 @@ void takeBack(FieldWindow& field, const Track& track) {
   ++field.unknown;
 }
 
-bool isPlane(const Series& series) {
-  return !series.keys.empty();
-}
-
 }  // namespace
 
 std::uint64_t SeriesWindow::quantile(std::size_t field, double q) const {
   return std::clamp(buckets[field].quantile(q, samples), fields[field].min, fields[field].max);
-}
-
-double Comparison::share(std::size_t plane) const {
-  const double sum = std::accumulate(amounts.begin(), amounts.end(), 0.0);
-  return sum > 0 ? amounts[plane] / sum : 0;
-}
-
-void compare(Comparison& comparison) {
-  const auto& amounts = comparison.amounts;
-  if (amounts.empty()) return;
-  const auto largest = std::ranges::max_element(amounts);
-  comparison.worst = static_cast<std::size_t>(largest - amounts.begin());
-  const double mean =
-      std::accumulate(amounts.begin(), amounts.end(), 0.0) / static_cast<double>(amounts.size());
-  comparison.imbalance = mean > 0 ? *largest / mean : 1;
-  // A count of independent events varies by the root of its mean.
-  constexpr double kDeviations = 4;
-  constexpr double kShare = 0.1;
-  const double chance = kDeviations * std::sqrt(std::max(mean, 1.0));
-  comparison.is_significant =
-      *largest - mean >
-      (comparison.kind == FieldKind::gauge ? 0.25 * mean : std::max(chance, kShare * mean));
 }
 
 Windows::Windows(const Figures& figures, std::uint64_t length_usec, Receiver receiver)
@@ -144,17 +116,13 @@ void Windows::addToGroup(const SeriesWindow& window) {
   for (std::size_t i = 0; i < columns.size(); ++i) {
     const Track& track = window.series->tracks[i];
     if (track.kind() == FieldKind::undecided) continue;
-    auto comparison = std::ranges::find(group.fields, columns[i]->name, &Comparison::field);
-    if (comparison == group.fields.end()) {
-      comparison = group.fields.insert(comparison, Comparison());
-      comparison->field = columns[i]->name;
-    }
     const FieldWindow& field = window.fields[i];
-    comparison->kind = track.kind();
-    comparison->has_unknown |= track.counts() && field.unknown > 0;
-    comparison->is_uncertain |= track.counts() && window.series->uncertain[i];
-    comparison->planes.push_back(&series);
-    comparison->amounts.push_back(track.counts() ? static_cast<double>(field.sum) : window.mean(i));
+    addPlane(group.fields, columns[i]->name,
+             {.plane = &series,
+              .kind = track.kind(),
+              .amount = track.counts() ? static_cast<double>(field.sum) : window.mean(i),
+              .has_unknown = track.counts() && field.unknown > 0,
+              .is_uncertain = track.counts() && window.series->uncertain[i]});
   }
   if (++group.complete == group.series) emit(group);
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/figures/buckets.h"
+#include "host/figures/comparison.h"
 #include "host/figures/figures.h"
 
 namespace tev::host {
@@ -51,26 +52,6 @@ struct SeriesWindow {
   // Between the smallest and the largest value.
   std::uint64_t quantile(std::size_t field, double q) const;
 };
-
-// One field of a device in one window, compared over the device's planes: over its series that have
-// a longer key than the device.
-struct Comparison {
-  std::string field;  // the column's name
-  FieldKind kind = FieldKind::counter;
-  bool has_unknown = false;   // a plane has unknown steps
-  bool is_uncertain = false;  // a plane's counter may go round more than once
-  std::vector<const Series*> planes;
-  std::vector<double> amounts;  // by plane: the sum of a counter, the mean of a gauge
-  std::size_t worst = 0;        // index of the plane with the largest amount
-  double imbalance = 1;         // the largest amount over the mean of all
-  bool is_significant = false;  // the difference is larger than chance explains
-
-  // The share of each plane in the sum; 0 when nothing was counted.
-  double share(std::size_t plane) const;
-};
-
-// Compares the amounts and fills in the rest.
-void compare(Comparison& comparison);
 
 struct DeviceWindow {
   std::string device;

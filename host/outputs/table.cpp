@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "host/events/values.h"
+#include "host/figures/recent.h"
 #include "host/outputs/table_layout.h"
 #include "host/outputs/terminal.h"
 #include "host/outputs/text_output.h"
@@ -24,15 +25,11 @@ constexpr std::uint64_t kFoldAfter = 3;  // samples
 struct Field {
   const Column* column;
   int track;         // -1: it is not followed
-  TrackMark before;  // at the update before the last one
-  TrackMark now;     // at the last update
   std::string text;  // when it is not followed
 };
 
 struct SeriesFields {
   const Series* series = nullptr;  // null for a series that this output does not get
-  std::uint64_t samples = 0;       // at the last update
-  bool is_fresh = false;           // the last update brought samples
   std::vector<Field> fields;
 };
 
@@ -66,7 +63,7 @@ std::string titleOf(const Series& series) {
 class TableOutput final : public TextOutput {
  public:
   explicit TableOutput(const OutputSetup& setup)
-      : TextOutput(setup), figures_(setup.figures), screen_(setup.file) {}
+      : TextOutput(setup), figures_(setup.figures), recent_(figures_), screen_(setup.file) {}
 
   bool drawsOnTerminal() const override { return live_; }
 
@@ -82,8 +79,7 @@ class TableOutput final : public TextOutput {
   }
 
   void update(const RunStatus& status) override {
-    for (SeriesFields& one : all_)
-      if (one.series) endUpdate(one);
+    recent_.update(status.now_usec);
     has_news_ |= !status.health->changes().empty() || !status.health->missing().empty();
     if (live_)
       screen_.draw(lines(status, false), status.notes);
@@ -115,48 +111,29 @@ class TableOutput final : public TextOutput {
     added.series = &series;
     for (const Column& column : projection_.columns(*series.type))
       if (column.key == 0)
-        added.fields.push_back({&column, figures_.trackOf(*series.type, column), {}, {}, ""});
-  }
-
-  const Track& trackOf(const SeriesFields& one, const Field& field) const {
-    return figures_.of(*one.series).tracks[static_cast<std::size_t>(field.track)];
-  }
-
-  void endUpdate(SeriesFields& one) {
-    const std::uint64_t samples = figures_.of(*one.series).samples;
-    one.is_fresh = samples != std::exchange(one.samples, samples);
-    for (Field& field : one.fields)
-      if (field.track >= 0)
-        field.before = std::exchange(field.now, TrackMark::of(trackOf(one, field)));
+        added.fields.push_back({&column, figures_.trackOf(*series.type, column), ""});
   }
 
   TableCell cellOf(const SeriesFields& one, const Field& field, bool whole_run) const {
     if (field.track < 0) return {field.text, ""};
-    const Track& track = trackOf(one, field);
-    if (!track.counts()) {
-      const bool undecided = track.kind() == FieldKind::undecided && track.hasMoved();
-      return {shortNumber(static_cast<double>(track.value())), undecided ? "?" : ""};
+    const auto track = static_cast<std::size_t>(field.track);
+    const Reading reading =
+        whole_run ? recent_.ofWholeRun(*one.series, track) : recent_.of(*one.series, track);
+    if (!reading.counts()) {
+      const bool undecided = reading.kind == FieldKind::undecided && reading.has_moved;
+      return {shortNumber(static_cast<double>(reading.value)), undecided ? "?" : ""};
     }
     TableCell cell;
-    const char* const doubt = isUncertain(one, field) ? "~" : "";
+    const char* const doubt = reading.is_uncertain ? "~" : "";
     cell.value =
-        (track.unknownSteps() > 0 ? ">" : doubt) + shortNumber(static_cast<double>(track.total()));
-    if (!whole_run && !one.is_fresh) {
+        (reading.is_lower_bound ? ">" : doubt) + shortNumber(static_cast<double>(reading.total));
+    if (!whole_run && !recent_.isFresh(*one.series))
       cell.rate = "-";
-      return cell;
-    }
-    const TrackMark& since = whole_run ? TrackMark{} : field.before;
-    const bool is_partial = track.unknownSteps() > since.unknown;
-    const auto rate = is_partial && !whole_run ? std::nullopt : perSecondSince(since, track);
-    if (!rate)
-      cell.rate = is_partial ? "?" : "";
-    else
-      cell.rate = doubt + shortNumber(*rate);
+    else if (reading.per_second)
+      cell.rate = doubt + shortNumber(*reading.per_second);
+    else if (reading.has_unknown)
+      cell.rate = "?";
     return cell;
-  }
-
-  bool isUncertain(const SeriesFields& one, const Field& field) const {
-    return figures_.of(*one.series).uncertain[static_cast<std::size_t>(field.track)];
   }
 
   // Prints plain text, below the earlier text.
@@ -213,11 +190,12 @@ class TableOutput final : public TextOutput {
   void addToRow(std::map<std::string, Row>& rows, const SeriesFields& one,
                 const Field& field) const {
     Row& row = rows[asPrintable(field.column->name)];
-    if (field.track < 0 || one.samples < kFoldAfter) {
+    const SeriesFigures& figures = figures_.of(*one.series);
+    if (field.track < 0 || figures.samples < kFoldAfter) {
       row.moved = true;
       return;
     }
-    const Track& track = trackOf(one, field);
+    const Track& track = figures.tracks[static_cast<std::size_t>(field.track)];
     row.moved |= track.hasMoved();
     if (row.value && *row.value != track.value()) row.same = false;
     row.value = track.value();
@@ -249,6 +227,7 @@ class TableOutput final : public TextOutput {
   }
 
   const Figures& figures_;
+  RecentFigures recent_;
   LiveScreen screen_;
   const bool live_ = canRedraw(file_);
   const bool bold_ = live_ && !std::getenv("NO_COLOR");

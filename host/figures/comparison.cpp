@@ -1,0 +1,49 @@
+#include "host/figures/comparison.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+namespace tev::host {
+
+bool isPlane(const Series& series) {
+  return !series.keys.empty();
+}
+
+double Comparison::share(std::size_t plane) const {
+  const double sum = std::accumulate(amounts.begin(), amounts.end(), 0.0);
+  return sum > 0 ? amounts[plane] / sum : 0;
+}
+
+void addPlane(std::vector<Comparison>& comparisons, const std::string& field,
+              const PlaneAmount& plane) {
+  auto comparison = std::ranges::find(comparisons, field, &Comparison::field);
+  if (comparison == comparisons.end()) {
+    comparison = comparisons.insert(comparison, Comparison());
+    comparison->field = field;
+  }
+  comparison->kind = plane.kind;
+  comparison->has_unknown |= plane.has_unknown;
+  comparison->is_uncertain |= plane.is_uncertain;
+  comparison->planes.push_back(plane.plane);
+  comparison->amounts.push_back(plane.amount);
+}
+
+void compare(Comparison& comparison) {
+  const auto& amounts = comparison.amounts;
+  if (amounts.empty()) return;
+  const auto largest = std::ranges::max_element(amounts);
+  comparison.worst = static_cast<std::size_t>(largest - amounts.begin());
+  const double mean =
+      std::accumulate(amounts.begin(), amounts.end(), 0.0) / static_cast<double>(amounts.size());
+  comparison.imbalance = mean > 0 ? *largest / mean : 1;
+  // A count of independent events varies by the root of its mean.
+  constexpr double kDeviations = 4;
+  constexpr double kShare = 0.1;
+  const double chance = kDeviations * std::sqrt(std::max(mean, 1.0));
+  comparison.is_significant =
+      *largest - mean >
+      (comparison.kind == FieldKind::gauge ? 0.25 * mean : std::max(chance, kShare * mean));
+}
+
+}  // namespace tev::host
