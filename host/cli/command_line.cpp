@@ -34,6 +34,8 @@ constexpr char kProgramText[] =
 constexpr char kExamples[] = R"(Examples:
   tev-host run --simulate
       live table of the simulated adapters; Ctrl-C ends it
+  tev-host top --simulate
+      the same on the full screen: the worst plane of each adapter, with keys
   tev-host run --simulate=netdev --format jsonl --samples 5
       five samples of every network interface of this machine, as JSON lines
   tev-host run --simulate --option multipath-sample-interval-usec=1000 --duration 10 --output run.jsonl
@@ -187,20 +189,25 @@ void addUpdate(CLI::App& command, RunOptions& options) {
       ->type_name("MILLISECONDS");
 }
 
-void addRunOptions(CLI::App& command, RunOptions& options) {
-  addParsed(command, "--format", options.format, formatNamed, formatHelp())->type_name("FORMAT");
-  command.add_option("--output", options.output, "Write to this file instead of standard output")
-      ->type_name("FILE");
+void addLinkSpeed(CLI::App& command, RunOptions& options) {
+  addParsed(command, "--link-speed", options.link_gbits, gbits,
+            "Speed of every device's link, instead of the one that the kernel reports; the longest "
+            "interval that follows counters of bytes depends on it")
+      ->type_name("GBITS");
+}
+
+// What `run` and `top` have in common: which events, and what their fields are.
+void addSelection(CLI::App& command, RunOptions& options) {
   command
       .add_option("--fset", options.selection.field_set,
-                  "Write only the types and fields that this field-set file names")
+                  "Use only the types and fields that this field-set file names")
       ->type_name("FILE");
   command
       .add_option("--cset", options.selection.counter_set,
-                  "Write only the counters that this counter-set file names, under their aliases")
+                  "Use only the counters that this counter-set file names, under their aliases")
       ->type_name("FILE");
   addRepeated(command, "--filter", options.selection.filters,
-              "Write only the devices whose names pass this filter, for example eth+np0 or -lo; if "
+              "Use only the devices whose names pass this filter, for example eth+np0 or -lo; if "
               "repeated, a device needs to pass one of them. A part of a name is sufficient: rdma1 "
               "also means rdma10")
       ->type_name("EXPRESSION");
@@ -212,6 +219,35 @@ void addRunOptions(CLI::App& command, RunOptions& options) {
               "These fields are gauges, which have neither a rate nor a sum; takes precedence over "
               "--counter; may be repeated")
       ->type_name("PATTERN");
+  addParsed(command, "--duration", options.duration, seconds,
+            "Stop after this time; may be a fraction")
+      ->type_name("SECONDS");
+  addUpdate(command, options);
+  addParsed(command, "--buffer-size", options.buffer_bytes, byteSize,
+            "Size of the serializer's buffer; K, M and G stand for powers of 1024 (default 1M)")
+      ->type_name("BYTES");
+  addLinkSpeed(command, options);
+}
+
+SymbolSet symbolSet(const char* option, const std::string& text) {
+  const auto set = symbolSetNamed(text);
+  if (!set) refuse(option, text, symbolSetNames() + " is needed");
+  return *set;
+}
+
+void addTopOptions(CLI::App& command, RunOptions& options) {
+  addSelection(command, options);
+  addParsed(command, "--symbols", options.symbols, symbolSet,
+            "Characters of the traces: " + symbolSetNames() +
+                " (default: braille on a terminal with UTF-8, else plain)")
+      ->type_name("SET");
+}
+
+void addRunOptions(CLI::App& command, RunOptions& options) {
+  addParsed(command, "--format", options.format, formatNamed, formatHelp())->type_name("FORMAT");
+  command.add_option("--output", options.output, "Write to this file instead of standard output")
+      ->type_name("FILE");
+  addSelection(command, options);
   command
       .add_flag(
           "--rates", options.rates,
@@ -230,9 +266,6 @@ void addRunOptions(CLI::App& command, RunOptions& options) {
       .add_flag("--strict", options.strict,
                 "Exit with code 3 when a sample was lost, refused or missed")
       ->disable_flag_override();
-  addParsed(command, "--duration", options.duration, seconds,
-            "Stop after this time; may be a fraction")
-      ->type_name("SECONDS");
   addParsed(
       command, "--samples", options.samples,
       [](const char* name, const std::string& text) {
@@ -246,17 +279,6 @@ void addRunOptions(CLI::App& command, RunOptions& options) {
           "Measure the intervals of the first series and the CPU time per pass; compare both with "
           "a bare loop that only sleeps")
       ->disable_flag_override();
-  addUpdate(command, options);
-  addParsed(command, "--buffer-size", options.buffer_bytes, byteSize,
-            "Size of the serializer's buffer; K, M and G stand for powers of 1024 (default 1M)")
-      ->type_name("BYTES");
-}
-
-void addLinkSpeed(CLI::App& command, RunOptions& options) {
-  addParsed(command, "--link-speed", options.link_gbits, gbits,
-            "Speed of every device's link, instead of the one that the kernel reports; the longest "
-            "interval that follows counters of bytes depends on it")
-      ->type_name("GBITS");
 }
 
 void addCheckOptions(CLI::App& command, CheckOptions& options) {
@@ -302,17 +324,19 @@ void refuseOddValues(std::span<const char* const> words, const CLI::App& app) {
 
 // Names an unknown command in the error, which the parser does not do.
 void refuseUnknownCommand(std::span<const char* const> words, const CLI::App& app) {
-  if (words.empty()) throw UsageError("a command is needed: run, check, schema or options");
+  if (words.empty()) throw UsageError("a command is needed: run, top, check, schema or options");
   if (std::string_view(words[0]).starts_with("-")) return;
   if (std::ranges::none_of(commandsOf(app), [&](const CLI::App* command) {
         return command->get_name() == words[0];
       }))
-    throw UsageError(fmt::format("unknown command '{}': run, check, schema or options is needed",
-                                 asPrintable(words[0])));
+    throw UsageError(
+        fmt::format("unknown command '{}': run, top, check, schema or options is needed",
+                    asPrintable(words[0])));
 }
 
 Command commandNamed(std::string_view name) {
   if (name == "run") return Command::run;
+  if (name == "top") return Command::top;
   if (name == "check") return Command::check;
   return name == "schema" ? Command::schema : Command::options;
 }
@@ -329,8 +353,12 @@ void describe(CLI::App& app, CommandLine& line, Given& given) {
       app.add_subcommand("run", "Sample, and write the events until the end of the run or Ctrl-C");
   addPluginOptions(*run, line.run.plugin, given);
   addRunOptions(*run, line.run);
-  addLinkSpeed(*run, line.run);
   run->footer(kExamples);
+
+  CLI::App* const top = app.add_subcommand(
+      "top", "Show the adapters on the full screen, those with the worst planes first");
+  addPluginOptions(*top, line.run.plugin, given);
+  addTopOptions(*top, line.run);
 
   CLI::App* const check = app.add_subcommand(
       "check", "Show what would be sampled with these options, and whether it would work");
@@ -375,6 +403,7 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const Companions
 
   const CLI::App& command = *app.get_subcommands().front();
   line.command = commandNamed(command.get_name());
+  line.run.full_screen = line.command == Command::top;
   for (const std::string& pattern : line.run.counting.counters) expectPattern("--counter", pattern);
   for (const std::string& pattern : line.run.counting.gauges) expectPattern("--gauge", pattern);
   if (line.run.rates && line.run.window)

@@ -7,7 +7,7 @@
 
 namespace tev::host {
 
-enum class Command { run, check, schema, options, answered };
+enum class Command { run, top, check, schema, options, answered };
 
 struct CommandLine {
   Command command = Command::answered;  // help or version, which the parser has printed

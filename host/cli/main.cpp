@@ -21,6 +21,7 @@ int dispatch(int argc, char** argv) {
   const CommandLine line = parseCommandLine(argc, argv, findCompanions());
   switch (line.command) {
     case Command::run:
+    case Command::top:
       return run(line.run);
     case Command::check:
       return check(line.run, line.check);

@@ -20,6 +20,7 @@
 #include "host/outputs/delivery.h"
 #include "host/outputs/record_marks.h"
 #include "host/plugin/plugin_source.h"
+#include "host/screen/screen_output.h"
 #include "host/support/errors.h"
 #include "host/support/log.h"
 #include "host/support/stderr_text.h"
@@ -45,6 +46,14 @@ const OutputFormat& formatFor(const RunOptions& options, const OutputFile& file)
 std::optional<std::uint64_t> windowUsec(const RunOptions& options) {
   if (!options.window) return std::nullopt;
   return static_cast<std::uint64_t>(std::chrono::microseconds(*options.window).count());
+}
+
+std::unique_ptr<Output> makeOutput(const RunOptions& options, const Projection& projection,
+                                   const Figures& figures, OutputFile& file) {
+  if (options.full_screen)
+    return std::make_unique<ScreenOutput>(projection, figures, options.update, options.symbols);
+  return formatFor(options, file)
+      .make({projection, figures, file, options.rates, windowUsec(options)});
 }
 
 // 0: as fast as possible.
@@ -168,6 +177,7 @@ std::string missingText(const OutputFile& file) {
 }  // namespace
 
 int run(const RunOptions& options) {
+  if (options.full_screen) expectTerminal();
   const StopSignal stop_signal;
   OutputFile file(options.output);
   PluginSource source(options.plugin, options.buffer_bytes);
@@ -181,19 +191,19 @@ int run(const RunOptions& options) {
                   doubtFor(options, source));
 
   LogHold log_hold;  // declared first, so that it is released after the outputs
-  const auto written = formatFor(options, file)
-                           .make({projection, figures, file, options.rates, windowUsec(options)});
+  const auto written = makeOutput(options, projection, figures, file);
   const auto jitter = jitterMeterFor(options, projection, source.options());
   log_hold.holdFor(*written);
 
   RecordMarks marks(projection, file);
-  std::vector<Output*> outputs{&marks, written.get()};
+  std::vector<Output*> outputs{written.get()};
+  if (!options.full_screen) outputs.insert(outputs.begin(), &marks);
   if (jitter) outputs.push_back(jitter.get());
   Delivery delivery(source.schema(), outputs, figures, options.samples,
                     patienceUsec(options, source.options()));
   delivery.begin();
 
-  Sampling sampling(options, source, delivery, figures);
+  Sampling sampling(options, source, delivery, figures, written->interaction());
   file.whileStalled([&](auto stalled) { return sampling.isWorthWaiting(stalled, file.name()); });
   const auto finish = [&] {
     const double elapsed = sampling.elapsedSeconds();
@@ -202,6 +212,7 @@ int run(const RunOptions& options) {
     closeAfterFailure(file);
     for (const std::size_t series : file.missingRecords()) delivery.takeBack(series);
     log_hold.release();
+    if (options.full_screen) return source.close();
     std::string text = summarize(elapsed, cpuTime(), delivery, figures);
     text += missingText(file);
     if (jitter) text += jitter->report();

@@ -9,6 +9,7 @@
 #include "host/figures/counting_options.h"
 #include "host/outputs/formats.h"
 #include "host/plugin/plugin_options.h"
+#include "host/screen/symbols.h"
 
 namespace tev::host {
 
@@ -17,6 +18,8 @@ struct RunOptions {
   SelectionOptions selection;
   std::uint64_t buffer_bytes = std::uint64_t{1} << 20;
   std::chrono::milliseconds update{1000};
+  bool full_screen = false;              // instead of an output that writes
+  std::optional<SymbolSet> symbols;      // of the screen; nothing: depends on the terminal
   const OutputFormat* format = nullptr;  // null: depends on where the output goes
   std::string output;                    // path; empty: standard output
   std::optional<std::chrono::nanoseconds> duration;

@@ -17,6 +17,7 @@ constexpr std::size_t kNotes = 3;  // log lines below the live table
 constexpr std::chrono::seconds kNoticed{1};
 constexpr std::chrono::milliseconds kSilence{1500};  // a call may wait a second for a read
 constexpr std::chrono::milliseconds kRedraw{500};    // while the source does not answer
+constexpr std::chrono::milliseconds kGlance{1};      // for keys, while the source is asked
 
 // After the end of the run, the reader of the output may take nothing for kGrace, and may take
 // kLongestGrace in all.
@@ -32,8 +33,12 @@ std::uint64_t nowUsec() {
 }  // namespace
 
 Sampling::Sampling(const RunOptions& options, EventSource& source, Delivery& delivery,
-                   const Figures& figures)
-    : options_(options), source_(source), delivery_(delivery), announcements_(delivery, figures) {}
+                   const Figures& figures, const Interaction* interaction)
+    : options_(options),
+      source_(source),
+      delivery_(delivery),
+      interaction_(interaction),
+      announcements_(delivery, figures) {}
 
 void Sampling::run() {
   start_ = Clock::now();
@@ -112,7 +117,8 @@ std::optional<double> Sampling::silentSeconds() const {
 }
 
 void Sampling::showSilence() {
-  const bool redraw = TerminalGuard::takeRedraw();
+  const bool redraw = TerminalGuard::isRedrawDue() ||
+                      (interaction_ && StopSignal::waitUntil(Clock::now() + kGlance, descriptor()));
   const auto silent = silentSeconds();
   if (silent && !std::exchange(said_silent_, true))
     Log::instance().say("tev-host: " + silenceText(*silent));
@@ -129,9 +135,10 @@ std::string Sampling::silenceText(double seconds) const {
 }
 
 void Sampling::waitUntil(Clock::time_point time) {
-  while (StopSignal::requests() == 0 && Clock::now() < time) {
-    StopSignal::waitUntil(time);
-    if (TerminalGuard::takeRedraw()) delivery_.redraw(status());
+  const auto interval = updateInterval();
+  while (StopSignal::requests() == 0 && Clock::now() < time && updateInterval() == interval) {
+    const bool has_input = StopSignal::waitUntil(time, descriptor());
+    if (has_input || TerminalGuard::isRedrawDue()) delivery_.redraw(status());
   }
 }
 
@@ -151,10 +158,20 @@ bool Sampling::isWorthWaiting(Clock::duration stalled, const std::string& reader
          (waited < kGrace || stalled < kGrace);
 }
 
+int Sampling::descriptor() const {
+  return interaction_ ? interaction_->descriptor() : -1;
+}
+
+// The plug-in's buffers are made for the interval of the options, so it is not exceeded.
+std::chrono::milliseconds Sampling::updateInterval() const {
+  return interaction_ ? std::min(options_.update, interaction_->interval()) : options_.update;
+}
+
 // Due times are on a fixed grid. Missed due times are skipped.
 Sampling::Clock::time_point Sampling::nextDue(Clock::time_point due) const {
   const Clock::duration late = std::max(Clock::now() - due, Clock::duration::zero());
-  return due + options_.update * (late / options_.update + 1);
+  const auto update = updateInterval();
+  return due + update * (late / update + 1);
 }
 
 RunStatus Sampling::status() {

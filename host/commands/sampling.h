@@ -10,14 +10,15 @@
 #include "host/commands/run_options.h"
 #include "host/events/event_source.h"
 #include "host/outputs/delivery.h"
+#include "host/outputs/interaction.h"
 
 namespace tev::host {
 
 class Sampling {
  public:
-  // The arguments must outlive this.
+  // `interaction` may be null. The arguments must outlive this.
   Sampling(const RunOptions& options, EventSource& source, Delivery& delivery,
-           const Figures& figures);
+           const Figures& figures, const Interaction* interaction);
 
   // Throws RunError and ClosedPipe.
   void run();
@@ -43,6 +44,8 @@ class Sampling {
   std::string silenceText(double seconds) const;
   void waitUntil(Clock::time_point time);
   bool isOver() const;
+  int descriptor() const;
+  std::chrono::milliseconds updateInterval() const;
   Clock::time_point nextDue(Clock::time_point due) const;
   RunStatus status();
   void warnOfLoss();
@@ -50,6 +53,7 @@ class Sampling {
   const RunOptions& options_;
   EventSource& source_;
   Delivery& delivery_;
+  const Interaction* interaction_;
   const BlockConsumer take_ = [this](Blocks blocks) { take(blocks); };
   Announcements announcements_;
   bool warned_of_loss_ = false;

@@ -9,6 +9,18 @@ std::string kindOf(const TypeView& type) {
   return type.keys.size() < 2 ? "device" : type.keys.back().name;
 }
 
+std::string headingOf(const Series& series) {
+  std::string heading;
+  for (std::size_t i = 0; i < series.keys.size(); ++i)
+    heading += (i ? ", " : "") + asPrintable(series.type->keys[i + 1].name) + " " + series.keys[i];
+  if (!heading.empty()) return heading;
+
+  heading = asPrintable(series.type->name);
+  const std::size_t last = heading.find_last_not_of("0123456789");
+  if (last != std::string::npos && heading[last] == '_') heading.resize(last);
+  return heading.substr(heading.rfind('_') + 1);
+}
+
 const Series& SeriesTable::of(const Event& event) {
   key_.assign(reinterpret_cast<const char*>(&event.type->number), sizeof event.type->number);
   for (const Column& column : event.type->keys)

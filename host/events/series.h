@@ -23,6 +23,11 @@ struct Series {
 // the type's name does: "device", or the name of the last field of the key, for example "plane".
 std::string kindOf(const TypeView& type);
 
+// Distinguishes the series from the other series of its device. It is the rest of the key:
+// "plane 1". Without such a rest, it is the last word of the type's name without the number at its
+// end.
+std::string headingOf(const Series& series);
+
 class SeriesTable {
  public:
   // The event's series, which is added when it is new. Its address does not change.

@@ -6,6 +6,18 @@
 
 namespace tev::host {
 
+namespace {
+
+// Of the amounts apart from the one at `index`; there is at least one.
+double medianOfOthers(std::vector<double> amounts, std::size_t index) {
+  amounts.erase(amounts.begin() + static_cast<std::ptrdiff_t>(index));
+  const auto middle = amounts.begin() + static_cast<std::ptrdiff_t>(amounts.size() / 2);
+  std::ranges::nth_element(amounts, middle);
+  return *middle;
+}
+
+}  // namespace
+
 bool isPlane(const Series& series) {
   return !series.keys.empty();
 }
@@ -44,6 +56,10 @@ void compare(Comparison& comparison) {
   comparison.is_significant =
       *largest - mean >
       (comparison.kind == FieldKind::gauge ? 0.25 * mean : std::max(chance, kShare * mean));
+  // When one plane is below the others, none of the others stands out.
+  const double clearly = comparison.kind == FieldKind::gauge ? 1.5 : 1.25;
+  comparison.stands_out = comparison.is_significant && amounts.size() > 1 &&
+                          *largest > clearly * medianOfOthers(amounts, comparison.worst);
 }
 
 }  // namespace tev::host

@@ -22,6 +22,7 @@ struct Comparison {
   std::size_t worst = 0;        // index of the plane with the largest amount
   double imbalance = 1;         // the largest amount over the mean of all
   bool is_significant = false;  // the difference is larger than chance explains
+  bool stands_out = false;      // the worst plane does: it is clearly above the median of the others
 
   // The share of each plane in the sum; 0 when nothing was counted.
   double share(std::size_t plane) const;

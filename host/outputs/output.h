@@ -10,6 +10,7 @@
 #include "host/events/projection.h"
 #include "host/events/series.h"
 #include "host/figures/health.h"
+#include "host/outputs/interaction.h"
 
 namespace tev::host {
 
@@ -42,6 +43,9 @@ class Output {
   // Whether the output draws on the terminal. Other lines must not appear there during the run.
   virtual bool drawsOnTerminal() const { return false; }
 
+  // The user's control of the run while the output shows it; null when there is none.
+  virtual const Interaction* interaction() const { return nullptr; }
+
   // Called when the set-up is complete. An existing file must not be changed before this call.
   virtual void begin() {}
 
@@ -56,7 +60,7 @@ class Output {
   virtual void update(const RunStatus&) {}
 
   // Called between two updates when what the terminal shows is out of date: its size or the notes
-  // have changed.
+  // have changed, or the user has pressed a key.
   virtual void redraw(const RunStatus&) {}
 
   // Called after the last event, unless the run failed.

@@ -40,21 +40,6 @@ struct Row {
   std::optional<std::uint64_t> value;
 };
 
-// The heading of a series, which distinguishes it from the other series of its device. It is the
-// rest of the key. Without such a rest, it is the last word of the type's name without the number
-// at its end.
-std::string headingOf(const Series& series) {
-  std::string heading;
-  for (std::size_t i = 0; i < series.keys.size(); ++i)
-    heading += (i ? ", " : "") + asPrintable(series.type->keys[i + 1].name) + " " + series.keys[i];
-  if (!heading.empty()) return heading;
-
-  heading = asPrintable(series.type->name);
-  const std::size_t last = heading.find_last_not_of("0123456789");
-  if (last != std::string::npos && heading[last] == '_') heading.resize(last);
-  return heading.substr(heading.rfind('_') + 1);
-}
-
 // The block of a series.
 std::string titleOf(const Series& series) {
   return series.type->keys.empty() ? asPrintable(series.type->name) : series.device;
@@ -230,7 +215,7 @@ class TableOutput final : public TextOutput {
   RecentFigures recent_;
   LiveScreen screen_;
   const bool live_ = canRedraw(file_);
-  const bool bold_ = live_ && !std::getenv("NO_COLOR");
+  const bool bold_ = live_ && coloursAreWanted();
   std::deque<SeriesFields> all_;  // by the series' number
   bool has_news_ = false;
 };

@@ -38,6 +38,10 @@ TerminalSize terminalSize(const OutputFile& output) {
   return {fromEnvironment("COLUMNS", usual.columns), fromEnvironment("LINES", usual.rows)};
 }
 
+bool coloursAreWanted() {
+  return !std::getenv("NO_COLOR");
+}
+
 bool canRedraw(const OutputFile& output) {
   const char* const kind = std::getenv("TERM");
   return output.isTerminal() && kind && *kind && std::string_view(kind) != "dumb";

@@ -19,6 +19,10 @@ struct TerminalSize {
 // COLUMNS and LINES are used; without these, 80 and 24.
 TerminalSize terminalSize(const OutputFile& output);
 
+// Whether the user wants colours and other attributes: the environment variable NO_COLOR is not
+// set.
+bool coloursAreWanted();
+
 // Whether the output goes to a terminal that can be redrawn.
 bool canRedraw(const OutputFile& output);
 

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
@@ -73,18 +74,27 @@ int StopSignal::requests() {
   return request_count;
 }
 
-void StopSignal::waitUntil(std::chrono::steady_clock::time_point time) {
+void StopSignal::request() {
+  ++request_count;
+  wake();
+}
+
+bool StopSignal::waitUntil(std::chrono::steady_clock::time_point time, int descriptor) {
   using std::chrono::nanoseconds;
   while (requests() == 0) {
     const nanoseconds left = time - std::chrono::steady_clock::now();
-    if (left <= nanoseconds::zero()) return;
+    if (left <= nanoseconds::zero()) return false;
     const timespec timeout{static_cast<time_t>(left.count() / 1'000'000'000),
                            static_cast<long>(left.count() % 1'000'000'000)};
-    pollfd event{event_descriptor, POLLIN, 0};
-    ppoll(&event, 1, &timeout, nullptr);
+    std::array<pollfd, 2> events{{{event_descriptor, POLLIN, 0}, {descriptor, POLLIN, 0}}};
+    if (ppoll(events.data(), events.size(), &timeout, nullptr) <= 0) continue;
     std::uint64_t wakes = 0;
-    if (read(event_descriptor, &wakes, sizeof wakes) > 0) return;
+    const bool woken = read(event_descriptor, &wakes, sizeof wakes) > 0;
+    if ((events[1].revents & POLLIN) != 0) return true;
+    if (events[1].revents != 0) request();
+    if (woken) return false;
   }
+  return false;
 }
 
 void StopSignal::wake() {

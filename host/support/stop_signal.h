@@ -17,8 +17,12 @@ class StopSignal {
   // The number of signals so far.
   static int requests();
 
-  // Returns at this time, as soon as there is a request to stop, and after wake().
-  static void waitUntil(std::chrono::steady_clock::time_point time);
+  // Requests to stop, as a signal does.
+  static void request();
+
+  // Returns at this time, as soon as there is a request to stop, and after wake(). Also when
+  // `descriptor` is readable; then returns true. That its other end is closed is a request to stop.
+  static bool waitUntil(std::chrono::steady_clock::time_point time, int descriptor = -1);
 
   // Ends the current or the next waitUntil(). Async-signal-safe.
   static void wake();

@@ -165,7 +165,7 @@ TerminalGuard::TerminalGuard(const Screen& given) {
   for (const int signal_number : kFatal) handle(signal_number, onFatal);
   handle(SIGTSTP, onStop);
   handle(SIGCONT, onContinue);
-  if (screen.handle_resize) handle(SIGWINCH, onResize);
+  handle(SIGWINCH, onResize);
 }
 
 TerminalGuard::~TerminalGuard() {
@@ -187,6 +187,10 @@ void TerminalGuard::leave() noexcept {
 bool TerminalGuard::isInForeground() {
   const pid_t foreground = tcgetpgrp(screen.output);
   return foreground < 0 || foreground == getpgrp();  // below 0: not the controlling terminal
+}
+
+bool TerminalGuard::isRedrawDue() {
+  return redraw;
 }
 
 bool TerminalGuard::takeRedraw() {

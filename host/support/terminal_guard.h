@@ -19,7 +19,6 @@ class TerminalGuard {
     const char* leave;  // written on every way out
     // The descriptor whose modes (termios) are put back too; -1: the modes are not changed.
     int input = -1;
-    bool handle_resize = true;  // false: a library handles SIGWINCH
   };
 
   // The texts must live as long as the process. The modes are those of this moment.
@@ -35,8 +34,9 @@ class TerminalGuard {
   // Whether the process may draw. False in the background of a shell.
   static bool isInForeground();
 
-  // Whether the terminal was resized, or the process was continued, since the last call. The whole
-  // screen must then be drawn again. The signal has also ended a wait of StopSignal.
+  // Whether the terminal was resized, or the process was continued, since the last takeRedraw().
+  // The whole screen must then be drawn again. The signal has also ended a wait of StopSignal.
+  static bool isRedrawDue();
   static bool takeRedraw();
 };
 
