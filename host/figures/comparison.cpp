@@ -27,39 +27,31 @@ double Comparison::share(std::size_t plane) const {
   return sum > 0 ? amounts[plane] / sum : 0;
 }
 
-void addPlane(std::vector<Comparison>& comparisons, const std::string& field,
-              const PlaneAmount& plane) {
-  auto comparison = std::ranges::find(comparisons, field, &Comparison::field);
-  if (comparison == comparisons.end()) {
-    comparison = comparisons.insert(comparison, Comparison());
-    comparison->field = field;
-  }
-  comparison->kind = plane.kind;
-  comparison->has_unknown |= plane.has_unknown;
-  comparison->is_uncertain |= plane.is_uncertain;
-  comparison->planes.push_back(plane.plane);
-  comparison->amounts.push_back(plane.amount);
+void Comparison::add(const PlaneAmount& plane) {
+  kind = plane.kind;
+  has_unknown |= plane.has_unknown;
+  is_uncertain |= plane.is_uncertain;
+  planes.push_back(plane.plane);
+  amounts.push_back(plane.amount);
 }
 
-void compare(Comparison& comparison) {
-  const auto& amounts = comparison.amounts;
+void Comparison::finish() {
   if (amounts.empty()) return;
   const auto largest = std::ranges::max_element(amounts);
-  comparison.worst = static_cast<std::size_t>(largest - amounts.begin());
+  worst = static_cast<std::size_t>(largest - amounts.begin());
   const double mean =
       std::accumulate(amounts.begin(), amounts.end(), 0.0) / static_cast<double>(amounts.size());
-  comparison.imbalance = mean > 0 ? *largest / mean : 1;
+  imbalance = mean > 0 ? *largest / mean : 1;
   // A count of independent events varies by the root of its mean.
   constexpr double kDeviations = 4;
   constexpr double kShare = 0.1;
   const double chance = kDeviations * std::sqrt(std::max(mean, 1.0));
-  comparison.is_significant =
-      *largest - mean >
-      (comparison.kind == FieldKind::gauge ? 0.25 * mean : std::max(chance, kShare * mean));
+  const bool is_gauge = kind == FieldKind::gauge;
+  is_significant = *largest - mean > (is_gauge ? 0.25 * mean : std::max(chance, kShare * mean));
   // When one plane is below the others, none of the others stands out.
-  const double clearly = comparison.kind == FieldKind::gauge ? 1.5 : 1.25;
-  comparison.stands_out = comparison.is_significant && amounts.size() > 1 &&
-                          *largest > clearly * medianOfOthers(amounts, comparison.worst);
+  const double clearly = is_gauge ? 1.5 : 1.25;
+  stands_out =
+      is_significant && amounts.size() > 1 && *largest > clearly * medianOfOthers(amounts, worst);
 }
 
 }  // namespace tev::host

@@ -10,6 +10,15 @@
 
 namespace tev::host {
 
+// The amount of one plane: the sum of a counter's steps, or the mean of a gauge.
+struct PlaneAmount {
+  const Series* plane;
+  FieldKind kind;
+  double amount;
+  bool has_unknown;
+  bool is_uncertain;
+};
+
 // One field of a device, compared over the device's planes: over its series that have a longer key
 // than the device.
 struct Comparison {
@@ -22,27 +31,17 @@ struct Comparison {
   std::size_t worst = 0;        // index of the plane with the largest amount
   double imbalance = 1;         // the largest amount over the mean of all
   bool is_significant = false;  // the difference is larger than chance explains
-  bool stands_out = false;      // the worst plane does: it is clearly above the median of the others
+  bool stands_out = false;  // the worst plane does: it is clearly above the median of the others
+
+  void add(const PlaneAmount& plane);
+
+  // Compares the amounts and fills in the rest.
+  void finish();
 
   // The share of each plane in the sum; 0 when nothing was counted.
   double share(std::size_t plane) const;
 };
 
 bool isPlane(const Series& series);
-
-struct PlaneAmount {
-  const Series* plane;
-  FieldKind kind;
-  double amount;
-  bool has_unknown;
-  bool is_uncertain;
-};
-
-// Adds a plane to the comparison of this field. If there is none, adds the comparison, too.
-void addPlane(std::vector<Comparison>& comparisons, const std::string& field,
-              const PlaneAmount& plane);
-
-// Compares the amounts and fills in the rest.
-void compare(Comparison& comparison);
 
 }  // namespace tev::host

@@ -54,23 +54,4 @@ Reading RecentFigures::since(const TrackMark& mark, const Series& series, std::s
   return reading;
 }
 
-std::vector<Comparison> RecentFigures::compare(const std::vector<const Series*>& planes) const {
-  std::vector<Comparison> all;
-  for (const Series* const plane : planes) {
-    const auto columns = figures_.columns(*plane->type);
-    for (std::size_t i = 0; i < columns.size(); ++i) {
-      const Reading reading = of(*plane, i);
-      if (reading.kind == FieldKind::undecided) continue;
-      addPlane(all, columns[i]->name,
-               {.plane = plane,
-                .kind = reading.kind,
-                .amount = static_cast<double>(reading.counts() ? reading.increase : reading.value),
-                .has_unknown = reading.has_unknown,
-                .is_uncertain = reading.is_uncertain});
-    }
-  }
-  for (Comparison& one : all) tev::host::compare(one);
-  return all;
-}
-
 }  // namespace tev::host

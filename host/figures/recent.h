@@ -7,7 +7,6 @@
 #include <optional>
 #include <vector>
 
-#include "host/figures/comparison.h"
 #include "host/figures/figures.h"
 
 namespace tev::host {
@@ -47,9 +46,6 @@ class RecentFigures {
 
   // The rate is that of the known steps.
   Reading ofWholeRun(const Series& series, std::size_t track) const;
-
-  // Each field whose kind is decided, compared over those of the series that have it.
-  std::vector<Comparison> compare(const std::vector<const Series*>& planes) const;
 
  private:
   struct Marks {

@@ -39,6 +39,14 @@ void takeBack(FieldWindow& field, const Track& track) {
   ++field.unknown;
 }
 
+// The comparison of this field, which is added when there is none.
+Comparison& comparisonOf(std::vector<Comparison>& all, const std::string& field) {
+  const auto found = std::ranges::find(all, field, &Comparison::field);
+  if (found != all.end()) return *found;
+  all.emplace_back().field = field;
+  return all.back();
+}
+
 }  // namespace
 
 std::uint64_t SeriesWindow::quantile(std::size_t field, double q) const {
@@ -117,8 +125,8 @@ void Windows::addToGroup(const SeriesWindow& window) {
     const Track& track = window.series->tracks[i];
     if (track.kind() == FieldKind::undecided) continue;
     const FieldWindow& field = window.fields[i];
-    addPlane(group.fields, columns[i]->name,
-             {.plane = &series,
+    comparisonOf(group.fields, columns[i]->name)
+        .add({.plane = &series,
               .kind = track.kind(),
               .amount = track.counts() ? static_cast<double>(field.sum) : window.mean(i),
               .has_unknown = track.counts() && field.unknown > 0,
@@ -128,7 +136,7 @@ void Windows::addToGroup(const SeriesWindow& window) {
 }
 
 void Windows::emit(Group& group) {
-  for (Comparison& one : group.fields) compare(one);
+  for (Comparison& one : group.fields) one.finish();
   receiver_.device({group.device, group.begin_usec, group.begin_usec + length_usec_, group.fields});
   group.complete = 0;
   group.fields.clear();

@@ -58,8 +58,7 @@ std::string shareOf(const FieldModel& field, const Series& series) {
 
 double topOf(const FieldModel& field, const std::vector<std::size_t>& series) {
   double top = 0;
-  for (const std::size_t i : series)
-    if (const auto summary = field.cells[i]->trace.summary()) top = std::max(top, summary->max);
+  for (const std::size_t i : series) top = std::max(top, field.cells[i]->trace.max());
   return top;
 }
 

@@ -53,17 +53,19 @@ short pairOf(Role role) {
   return static_cast<short>(static_cast<short>(role) + 1);
 }
 
-void setUpColours() {
-  if (!coloursAreWanted() || !has_colors()) return;
+// False when there are none.
+bool setUpColours() {
+  if (!coloursAreWanted() || !has_colors()) return false;
   start_color();
   use_default_colors();
   for (const Look& look : kLooks)
     init_pair(pairOf(look.role), COLORS >= 256 ? look.colour : look.basic_colour, kOwnColour);
+  return true;
 }
 
-attr_t attributesOf(Role role) {
+attr_t attributesOf(Role role, bool has_colours) {
   const Look& look = kLooks[static_cast<std::size_t>(role)];
-  if (!coloursAreWanted() || !has_colors()) return look.attributes;
+  if (!has_colours) return look.attributes;
   return look.attributes | static_cast<attr_t>(COLOR_PAIR(pairOf(role)));
 }
 
@@ -160,7 +162,7 @@ CursesTerminal::CursesTerminal()
   leaveok(stdscr, TRUE);
   curs_set(0);
   set_escdelay(kEscapeMilliseconds);
-  setUpColours();
+  has_colours_ = setUpColours();
 }
 
 CursesTerminal::~CursesTerminal() {
@@ -182,7 +184,7 @@ void CursesTerminal::draw(const Lines& lines) {
     const attr_t selected = lines[row].is_selected ? A_REVERSE : A_NORMAL;
     wmove(stdscr, static_cast<int>(row), 0);
     for (const Piece& piece : lines[row].pieces) {
-      wattrset(stdscr, static_cast<int>(attributesOf(piece.role) | selected));
+      wattrset(stdscr, static_cast<int>(attributesOf(piece.role, has_colours_) | selected));
       waddnstr(stdscr, piece.text.data(), static_cast<int>(piece.text.size()));
     }
     if (selected != A_NORMAL) {

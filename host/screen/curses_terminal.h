@@ -42,6 +42,7 @@ class CursesTerminal {
 
   TerminalGuard guard_;
   void* screen_ = nullptr;  // of the library
+  bool has_colours_ = false;
 };
 
 // Whether the terminal shows UTF-8. Sets the locale of characters to that of the environment.

@@ -132,20 +132,27 @@ void ModelCollector::update(const RunStatus& status) {
 }
 
 void ModelCollector::read(DeviceModel& device) {
-  for (FieldModel& field : device.fields)
-    for (std::size_t i = 0; i < device.series.size(); ++i)
-      if (auto& cell = field.cells[i]) cell->reading = recent_.of(*device.series[i], cell->track);
-
-  std::vector<const Series*> planes;
-  for (const Series* const one : device.series)
-    if (isPlane(*one)) planes.push_back(one);
-  std::vector<Comparison> comparisons = recent_.compare(planes);
+  if (std::ranges::none_of(device.series, [this](auto* one) { return recent_.isFresh(*one); }))
+    return;
   for (FieldModel& field : device.fields) {
-    const auto found = std::ranges::find(comparisons, field.name, &Comparison::field);
-    if (found == comparisons.end())
-      field.comparison.reset();
-    else
-      field.comparison = std::move(*found);
+    Comparison comparison;
+    for (std::size_t i = 0; i < device.series.size(); ++i) {
+      if (!field.cells[i]) continue;
+      CellModel& cell = *field.cells[i];
+      const Series& series = *device.series[i];
+      cell.reading = recent_.of(series, cell.track);
+      const Reading& reading = cell.reading;
+      if (cell.is_plane && reading.kind != FieldKind::undecided)
+        comparison.add(
+            {.plane = &series,
+             .kind = reading.kind,
+             .amount = static_cast<double>(reading.counts() ? reading.increase : reading.value),
+             .has_unknown = reading.has_unknown,
+             .is_uncertain = reading.is_uncertain});
+    }
+    comparison.finish();
+    field.comparison.reset();
+    if (!comparison.planes.empty()) field.comparison = std::move(comparison);
   }
 }
 

@@ -46,6 +46,7 @@ const FieldModel* comparedField(const DeviceModel& device, const ScreenModel& mo
 
 Piece bars(const FieldModel* field, const DeviceModel& device, const Symbols& symbols) {
   if (!field || !field->comparison) return {"", Role::quiet};
+  if (device.health.state != DeviceState::sampling) return {"-", Role::quiet};
   const Comparison& comparison = *field->comparison;
   const double top = *std::ranges::max_element(comparison.amounts);
   std::string text;
@@ -65,9 +66,7 @@ Piece traceOf(const FieldModel* field, const DeviceModel& device, const Symbols&
     if (!shown || is_worst) shown = &*field->cells[i];
   }
   if (!shown) return {"", Role::quiet};
-  const auto summary = shown->trace.summary();
-  const double top = summary ? summary->max : 0;
-  return {symbols.trace(shown->trace.points(), top, width, 1).front(),
+  return {symbols.trace(shown->trace.points(), shown->trace.max(), width, 1).front(),
           device.worst ? Role::warning : Role::trace};
 }
 

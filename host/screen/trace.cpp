@@ -46,6 +46,13 @@ void Trace::push(TracePoint point, float peak) {
   peaks_.push_back(peak);
 }
 
+double Trace::max() const {
+  float max = 0;
+  for (const TracePoint& point : points_)
+    if (point.state == TracePoint::State::known) max = std::max(max, point.value);
+  return static_cast<double>(max);
+}
+
 std::optional<TraceSummary> Trace::summary() const {
   std::vector<float> known;
   double sum = 0;

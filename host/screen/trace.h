@@ -33,6 +33,9 @@ class Trace {
   // In order of time.
   const std::vector<TracePoint>& points() const { return points_; }
 
+  // The largest known point; 0 when no point is known.
+  double max() const;
+
   // Nothing when no point is known.
   std::optional<TraceSummary> summary() const;
 

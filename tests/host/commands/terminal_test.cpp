@@ -1,97 +1,26 @@
-// The live table on a pseudo-terminal: every way out, a resize, and a device read that hangs.
+// The live table and the full screen on a pseudo-terminal: every way out, a resize, and a device
+// read that hangs.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <pty.h>
-#include <sys/ioctl.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <string>
 
+#include "tests/host/process.h"
+#include "tests/host/terminal_process.h"
 #include "tests/support/temp_tree.h"
 
 namespace tev::host {
 namespace {
 
-using testing::HasSubstr;
+using test::kCtrlC;
+using test::kEnter;
+using test::kLeave;
+using test::TerminalProcess;
 
-constexpr char kEnter[] = "\x1b[?1049h";
-constexpr char kLeave[] = "\x1b[?1049l";
-constexpr char kCtrlC[] = "\x03";
-
-// tev-host in a terminal of its own.
-class TerminalProcess {
- public:
-  explicit TerminalProcess(const std::string& words) {
-    const winsize size{24, 100, 0, 0};
-    pid_ = forkpty(&terminal_, nullptr, nullptr, &size);
-    if (pid_ != 0) return;
-    const rlimit no_core{0, 0};
-    setrlimit(RLIMIT_CORE, &no_core);
-    // A sanitizer would turn a fault into an exit code.
-    const std::string no_handlers = ":handle_segv=0:handle_sigbus=0:handle_sigfpe=0";
-    const std::string command = "unset LINES COLUMNS; export ASAN_OPTIONS=$ASAN_OPTIONS" +
-                                no_handlers + " TSAN_OPTIONS=$TSAN_OPTIONS" + no_handlers +
-                                "; TERM=xterm exec " TEV_HOST " run --plugin " FAKE_PLUGIN " " +
-                                words;
-    execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
-    _exit(127);
-  }
-  ~TerminalProcess() {
-    if (pid_ > 0) ::kill(pid_, SIGKILL);
-    finish();
-    close(terminal_);
-  }
-  TerminalProcess(const TerminalProcess&) = delete;
-  TerminalProcess& operator=(const TerminalProcess&) = delete;
-
-  void type(const char* keys) const { EXPECT_EQ(write(terminal_, keys, 1), 1); }
-  void kill(int signal) const { ::kill(pid_, signal); }
-  void resize(unsigned short rows, unsigned short columns) const {
-    const winsize size{rows, columns, 0, 0};
-    ioctl(terminal_, TIOCSWINSZ, &size);
-  }
-
-  // Reads until the terminal has shown this text, and returns everything since the last call.
-  std::string until(const std::string& text) {
-    std::string shown;
-    while (shown.find(text) == std::string::npos && readSome(shown)) {
-    }
-    EXPECT_THAT(shown, HasSubstr(text));
-    return shown;
-  }
-
-  // Reads all. Sets `status` to the exit code or minus the signal.
-  std::string finish() {
-    std::string shown;
-    while (readSome(shown)) {
-    }
-    int result = 0;
-    if (pid_ > 0) waitpid(pid_, &result, 0);
-    pid_ = -1;
-    status = WIFEXITED(result) ? WEXITSTATUS(result) : -WTERMSIG(result);
-    return shown;
-  }
-
-  int status = 0;
-
- private:
-  bool readSome(std::string& shown) const {
-    constexpr int kPatience = 20'000;  // milliseconds
-    pollfd readable{terminal_, POLLIN, 0};
-    if (poll(&readable, 1, kPatience) != 1) return false;
-    char bytes[4096];
-    const ssize_t count = read(terminal_, bytes, sizeof bytes);
-    if (count > 0) shown.append(bytes, static_cast<std::size_t>(count));
-    return count > 0;
-  }
-
-  int terminal_ = -1;
-  pid_t pid_ = -1;
-};
+const std::string kRun = "run --plugin " FAKE_PLUGIN " ";
+const std::string kTop = "top --plugin " FAKE_PLUGIN " ";
 
 TEST(Terminal, IsPutBackByEveryWayOut) {
   const struct {
@@ -112,10 +41,11 @@ TEST(Terminal, IsPutBackByEveryWayOut) {
       {"--option wrong=abort", "", 0, -SIGABRT},
       {"--option wrong=magic", "", 0, 1},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::Message() << row.options << " " << row.signal << " " << -row.status);
-    TerminalProcess process(std::string("--update 5 ") + row.options);
-    std::string shown = process.until("\x1b[J");
+  const auto leaves = [](const std::string& command, const char* drawn, const auto& row) {
+    SCOPED_TRACE(testing::Message()
+                 << command << row.options << " " << row.signal << " " << -row.status);
+    TerminalProcess process(command + "--update 5 " + row.options);
+    std::string shown = process.until(drawn);
     if (row.status == -SIGINT) process.until("has not answered");
     if (row.signal) process.kill(row.signal);
     for (int i = 0; i < (row.status == -SIGINT ? 3 : 1) && *row.keys; ++i) {
@@ -128,11 +58,53 @@ TEST(Terminal, IsPutBackByEveryWayOut) {
     ASSERT_NE(leave, std::string::npos);
     EXPECT_GT(leave, shown.rfind(kEnter));
     EXPECT_THAT(shown.substr(0, leave), testing::EndsWith("\x1b[0m\x1b[?7h\x1b[?25h"));
+    EXPECT_TRUE(process.hasFirstModes());
+  };
+  for (const auto& row : rows) {
+    leaves(kRun, "\x1b[J", row);
+    leaves(kTop, "quit", row);
   }
 }
 
+TEST(Top, FollowsTheKeysAndTheWindow) {
+  TerminalProcess process(kTop + "--update 20");
+  process.until("alpha");
+  process.type("\r");  // opens the adapter
+  process.until("back");
+  process.resize(40, 140);
+  process.until("Tab");
+  process.resize(5, 20);
+  process.until("The window needs");
+  process.resize(24, 80);
+  process.until("back");
+  process.type("?");
+  process.until("any key");
+  process.type("q");
+  process.finish();
+  EXPECT_EQ(process.status, 0);
+}
+
+TEST(Top, ShowsADeviceThatDies) {
+  test::TempTree tree;
+  tree.write("dies.json", R"({"base": "default", "status_names": {"42": "LINK_ON_FIRE"},
+    "faults": [{"function": "vuna_telemetry_mp_get_counters", "device": "rdma1", "call": "every",
+                "status": 42}]})");
+  TerminalProcess process(
+      "top --option multipath-sample-interval-usec=50000 --update 50 --simulate=" +
+      tree.path("dies.json"));
+  process.until("LINK_ON_FIRE");
+  process.type("q");
+  EXPECT_THAT(process.finish(), testing::HasSubstr("rdma1: its reads fail: LINK_ON_FIRE"));
+}
+
+TEST(Top, NeedsATerminal) {
+  const test::Result result = test::HostProcess("top --simulate").finish();
+  EXPECT_EQ(result.exit, 2);
+  EXPECT_THAT(result.err, testing::HasSubstr("tev-host: top needs a terminal, and standard input"));
+}
+
 TEST(Terminal, IsRedrawnAtOnceAfterAResizeAndAStop) {
-  TerminalProcess process("--update 3600000");
+  TerminalProcess process(kRun + "--update 3600000");
   process.until("Waiting");
   process.resize(10, 40);
   process.until("Waiting");
@@ -145,7 +117,7 @@ TEST(Terminal, IsRedrawnAtOnceAfterAResizeAndAStop) {
 }
 
 TEST(Terminal, SaysThatAReadHangsAndWhatCtrlCDoes) {
-  TerminalProcess process("--update 50 --option wrong=hang");
+  TerminalProcess process(kRun + "--update 50 --option wrong=hang");
   process.until("the plug-in has not answered for 2 s");
   process.resize(12, 90);
   process.until("the plug-in has not answered for");
