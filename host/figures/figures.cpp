@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstring>
 #include <set>
 #include <utility>
 
@@ -68,6 +69,13 @@ FieldKind declaredKind(const Column& column, const CountingOptions& options) {
   return column.counting_mode == TEV_VALUE_RUNNING_SUM ? FieldKind::counter : FieldKind::undecided;
 }
 
+template <class T>
+T load(const std::uint8_t* bytes) {
+  T value;
+  std::memcpy(&value, bytes, sizeof value);
+  return value;
+}
+
 // The column's own name, which an alias may have replaced.
 const std::string& ownName(const TypeView& type, const Column& column) {
   return std::ranges::find(type.columns, column.offset, &Column::offset)->name;
@@ -92,7 +100,7 @@ Figures::Figures(const Projection& projection, const CountingOptions& options,
       if (counters.match(own_name, column.name) && kind != FieldKind::increase)
         kind = FieldKind::counter;
       if (gauges.match(own_name, column.name)) kind = FieldKind::gauge;
-      followed.push_back({&column, judges_.size()});
+      followed.push_back({&column, judges_.size(), column.offset, bitsOf(column) == 64});
       judges_.emplace_back(kind, countsBytes(column) || countsPackets(column));
     }
   }
@@ -100,13 +108,18 @@ Figures::Figures(const Projection& projection, const CountingOptions& options,
   gauges.expectAllMatched(names);
 }
 
+std::uint64_t Figures::Followed::valueIn(const std::uint8_t* event) const {
+  if (is_64_bits) return load<std::uint64_t>(event + offset);
+  return load<std::uint32_t>(event + offset);
+}
+
 void Figures::add(const Series& series) {
   if (all_.size() <= series.number) all_.resize(series.number + 1);  // other outputs have others
   SeriesFigures& added = all_[series.number];
   added.series = &series;
-  for (const auto& [column, judge] : followed_[series.type->number]) {
-    added.tracks.emplace_back(static_cast<unsigned>(column->element_size * 8), judges_[judge]);
-    added.uncertain.push_back(doubt_ && doubt_(series, *column));
+  for (const Followed& one : followed_[series.type->number]) {
+    added.tracks.emplace_back(bitsOf(*one.column), judges_[one.judge]);
+    added.uncertain.push_back(doubt_ && doubt_(series, *one.column));
   }
 }
 
@@ -120,6 +133,7 @@ void Figures::sample(const Event& event, const Series& series) {
   if (series.number >= all_.size() || !all_[series.number].series) add(series);
   SeriesFigures& figures = all_[series.number];
   auto time = SampleTime::after(figures.last_usec, event.timestamp_usec);
+  time.previous_elapsed_usec = figures.step_usec;
   time.after_slow_read = figures.samples > 0 && isLong(figures, time.elapsed_usec);
   figures.after_slow_read = time.after_slow_read;
   if (figures.samples++ == 0) {
@@ -132,9 +146,9 @@ void Figures::sample(const Event& event, const Series& series) {
     figures.missing = intervals > 1 ? intervals - 1 : 0;
   }
   figures.last_usec = event.timestamp_usec;
-  const auto& followed = followed_[event.type->number];
-  for (std::size_t i = 0; i < followed.size(); ++i)
-    figures.tracks[i].sample(unsignedOf(*followed[i].column, event.data), time);
+  auto track = figures.tracks.begin();
+  for (const Followed& one : followed_[event.type->number])
+    (track++)->sample(one.valueIn(event.data), time);
 }
 
 std::vector<const Column*> Figures::columns(const TypeView& type) const {

@@ -1,6 +1,7 @@
 // One field of one series, sample by sample.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 
@@ -12,15 +13,20 @@ namespace tev::host {
 struct SampleTime {
   std::uint64_t now_usec = 0;
   std::uint64_t elapsed_usec = 0;  // since the previous sample; 0: not known
+  double elapsed = 0;              // elapsed_usec
   double per_usec = 0;             // 1 / elapsed_usec, or 0
   // The previous read may have been slow: its values may be newer than its time stamp, by up to
   // elapsed_usec.
   bool after_slow_read = false;
+  std::uint64_t previous_elapsed_usec = 0;  // of the previous sample
 
   static SampleTime after(std::uint64_t previous_usec, std::uint64_t now_usec) {
-    if (now_usec <= previous_usec) return {now_usec, 0, 0};  // the clock was stepped back
-    const std::uint64_t elapsed = now_usec - previous_usec;
-    return {now_usec, elapsed, 1 / static_cast<double>(elapsed)};
+    SampleTime time{.now_usec = now_usec};
+    if (now_usec <= previous_usec) return time;  // the clock was stepped back
+    time.elapsed_usec = now_usec - previous_usec;
+    time.elapsed = static_cast<double>(time.elapsed_usec);
+    time.per_usec = 1 / time.elapsed;
+    return time;
   }
 };
 
@@ -41,8 +47,9 @@ class Track {
  public:
   // `judge` is the field's and must outlive this.
   Track(unsigned bits, KindJudge& judge)
-      : judge_(&judge), half_range_(std::uint64_t{1} << (bits - 1)), is_32_bits_(bits == 32) {}
+      : half_range_(std::uint64_t{1} << (bits - 1)), judge_(&judge) {}
 
+  // Of a gauge, only the value is followed, and whether it has moved.
   void sample(std::uint64_t value, const SampleTime& time);
 
   FieldKind kind() const { return judge_->kind(); }
@@ -51,7 +58,7 @@ class Track {
   std::uint64_t value() const { return value_; }
 
   // Whether any sample differed from the first. An increase has moved when it was not 0.
-  bool hasMoved() const { return moved_; }
+  bool hasMoved() const { return moved_ || largest_ > 0; }
 
   // The last step. Without meaning for a gauge.
   StepState step() const { return step_state_; }
@@ -64,13 +71,6 @@ class Track {
   // The time that the known steps took.
   std::uint64_t knownUsec() const { return known_usec_; }
 
-  // What the last sample took back of the step before it, which was counted as known.
-  struct TakenBack {
-    std::uint64_t increase = 0;
-    std::uint64_t usec = 0;  // 0: nothing was taken back
-  };
-  const TakenBack& takenBack() const { return taken_back_; }
-
   // The largest known step, and the highest rate of a known step.
   std::uint64_t largestStep() const { return largest_; }
   double highestPerSecond() const { return highest_per_usec_ * 1e6; }
@@ -79,36 +79,65 @@ class Track {
   std::uint64_t ambiguousSteps() const { return ambiguous_; }
 
   std::uint64_t halfRange() const { return half_range_; }
-  unsigned bits() const { return is_32_bits_ ? 32 : 64; }
+  unsigned bits() const { return half_range_ == std::uint64_t{1} << 31 ? 32 : 64; }
 
  private:
-  void loseTrack();
+  void sampleGauge(std::uint64_t value);
+  void sampleUnusual(std::uint64_t value, SampleTime time);
   void reconsider(const SampleTime& time);
-  void count(std::uint64_t raw_step, const SampleTime& time);
-  void gatherEvidence(std::uint64_t raw_step, const SampleTime& time);
+  void gatherEvidence(std::uint64_t raw_step, std::uint64_t now_usec);
+  bool isFollowed(std::uint64_t raw_step, const SampleTime& time) const;
+  void count(std::uint64_t step, double per_usec, std::uint64_t elapsed_usec);
+  void loseTrack(std::uint64_t raw_step);
 
-  KindJudge* judge_;
-  std::uint64_t half_range_;
+  static constexpr double kFading = 15.0 / 16;  // of the recent rate, per sample
+
+  // What the usual sample needs comes first.
   std::uint64_t value_ = 0;
   std::uint64_t increase_ = 0;
   std::uint64_t total_ = 0;
   std::uint64_t known_usec_ = 0;
-  std::uint64_t largest_ = 0;
-  double highest_per_usec_ = 0;
   double recent_per_usec_ = 0;  // the highest rate of the last steps, which fades
-  // Before the last step.
-  double highest_before_ = 0;
-  double recent_before_ = 0;
-  std::uint64_t step_usec_ = 0;  // the time of the last known step
-  TakenBack taken_back_;
-  KindJudge::Changes changes_;
+  double recent_before_ = 0;    // before the last step
+  double highest_per_usec_ = 0;
+  double highest_before_ = 0;  // before the last step
+  std::uint64_t largest_ = 0;
+  StepState step_state_ = StepState::none;
+  bool is_steady_ = false;  // a counter of 32 bits whose last step is known
+  bool is_gauge_ = false;   // and has a sample
+  bool started_ = false;
+  bool moved_ = false;  // in a sample whose step is not known
   std::uint32_t unknown_ = 0;
   std::uint32_t ambiguous_ = 0;
-  StepState step_state_ = StepState::none;
-  bool started_ = false;
-  bool moved_ = false;
-  bool is_32_bits_;
+  KindJudge::Changes changes_;
+  std::uint64_t half_range_;
+  KindJudge* judge_;
 };
+
+inline void Track::sample(std::uint64_t value, const SampleTime& time) {
+  const auto step = static_cast<std::uint32_t>(value - value_);
+  const bool is_usual = is_steady_ && !time.after_slow_read && time.elapsed_usec > 0 &&
+                        step <= INT32_MAX && recent_per_usec_ * time.elapsed < 0x1p31;
+  if (!is_usual) return is_gauge_ ? sampleGauge(value) : sampleUnusual(value, time);
+  value_ = value;
+  count(step, static_cast<std::int32_t>(step) * time.per_usec, time.elapsed_usec);
+}
+
+inline void Track::sampleGauge(std::uint64_t value) {
+  moved_ |= value != value_;
+  value_ = value;
+}
+
+inline void Track::count(std::uint64_t step, double per_usec, std::uint64_t elapsed_usec) {
+  increase_ = step;
+  total_ += step;
+  known_usec_ += elapsed_usec;
+  if (step > largest_) largest_ = step;
+  highest_before_ = highest_per_usec_;
+  recent_before_ = recent_per_usec_;
+  highest_per_usec_ = std::max(highest_per_usec_, per_usec);
+  recent_per_usec_ = std::max(per_usec, recent_per_usec_ * kFading);
+}
 
 // The total of a track at some time, from which the rate since then is computed.
 struct TrackMark {

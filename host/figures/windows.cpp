@@ -1,42 +1,35 @@
 #include "host/figures/windows.h"
 
 #include <algorithm>
+#include <span>
 #include <utility>
 
 namespace tev::host {
 namespace {
 
-// Adds the last sample of a track.
-void add(FieldWindow& field, const Track& track, bool is_first, const SeriesFigures& series,
-         double per_usec) {
-  field.highest_before = field.highest_per_usec;
-  field.highest_before_at_usec = field.highest_at_usec;
-  if (track.step() == StepState::known) {
-    field.sum += track.increase();
-    const double rate = static_cast<double>(track.increase()) * per_usec;
-    if (rate > field.highest_per_usec || field.highest_at_usec == 0) {
-      field.highest_per_usec = rate;
-      field.highest_at_usec = series.last_usec;
-    }
-  } else if (track.step() == StepState::unknown) {
-    ++field.unknown;
-  }
-  const std::uint64_t value = track.value();
-  field.min = is_first ? value : std::min(field.min, value);
-  field.max = is_first ? value : std::max(field.max, value);
-  field.values += static_cast<double>(value);
+// The totals of the tracks, and those before the last step of each.
+std::vector<TrackMark> marksOf(const SeriesFigures& series) {
+  std::vector<TrackMark> marks;
+  for (const Track& track : series.tracks) marks.push_back(TrackMark::of(track));
+  return marks;
 }
 
-// The read before the last one may have been slow: the rate of its step does not count, and neither
-// does the step if the track has taken it back.
-void takeBack(FieldWindow& field, const Track& track) {
-  field.highest_per_usec = field.highest_before;
-  field.highest_at_usec = field.highest_before_at_usec;
-  const Track::TakenBack& step = track.takenBack();
-  if (step.usec == 0) return;
-  field.sum -= step.increase;
-  field.known_usec -= step.usec;
-  ++field.unknown;
+std::vector<TrackMark> marksBeforeLastStep(const SeriesFigures& series) {
+  std::vector<TrackMark> marks = marksOf(series);
+  for (std::size_t i = 0; i < marks.size(); ++i) {
+    const Track& track = series.tracks[i];
+    marks[i].total -= track.increase();
+    if (track.step() == StepState::known) marks[i].known_usec -= series.step_usec;
+    if (track.step() == StepState::unknown) --marks[i].unknown;
+  }
+  return marks;
+}
+
+void addValue(FieldWindow& field, Buckets& buckets, std::uint64_t value) {
+  field.min = std::min(field.min, value);
+  field.max = std::max(field.max, value);
+  field.values += static_cast<double>(value);
+  buckets.add(value);
 }
 
 // The comparison of this field, which is added when there is none.
@@ -56,55 +49,91 @@ std::uint64_t SeriesWindow::quantile(std::size_t field, double q) const {
 Windows::Windows(const Figures& figures, std::uint64_t length_usec, Receiver receiver)
     : figures_(figures), length_usec_(length_usec), receiver_(std::move(receiver)) {}
 
-void Windows::open(const Series& series, std::uint64_t timestamp_usec) {
-  SeriesWindow& window = windows_[series.number];
-  if (!window.series) {
-    window.series = &figures_.of(series);
-    window.fields.resize(window.series->tracks.size());
-    if (isPlane(series)) ++groupOf(series.device).series;
-    for (const Column* const column : figures_.columns(*series.type))
-      window.buckets.emplace_back(static_cast<unsigned>(column->element_size * 8));
-  }
+void Windows::add(Current& added, const Series& series) {
+  added.window.series = &figures_.of(series);
+  const auto columns = figures_.columns(*series.type);
+  added.window.fields.resize(columns.size());
+  added.highest_before.resize(columns.size());
+  for (const Column* const column : columns)
+    added.window.buckets.emplace_back(static_cast<unsigned>(column->element_size * 8));
+  if (isPlane(series)) ++groupOf(series.device).series;
+}
+
+void Windows::open(Current& current, std::uint64_t timestamp_usec) {
+  SeriesWindow& window = current.window;
+  auto begin = marksBeforeLastStep(*window.series);
+  if (window.samples > 0) close(current, begin);
+  current.begin = std::move(begin);
   window.begin_usec = timestamp_usec - timestamp_usec % length_usec_;
   window.end_usec = window.begin_usec + length_usec_;
 }
 
 void Windows::sample(const Event& event, const Series& series) {
-  if (series.number >= windows_.size()) windows_.resize(series.number + 1);
-  SeriesWindow& window = windows_[series.number];
-  const std::uint64_t now = event.timestamp_usec;
-  if (window.samples > 0 && window.series->after_slow_read)
-    for (std::size_t i = 0; i < window.fields.size(); ++i)
-      takeBack(window.fields[i], window.series->tracks[i]);
-  if (window.samples > 0 && (now >= window.end_usec || now < window.begin_usec)) close(window);
-  if (window.samples == 0) open(series, now);
-
+  if (series.number >= current_.size()) current_.resize(series.number + 1);
+  Current& current = current_[series.number];
+  SeriesWindow& window = current.window;
+  if (!window.series) add(current, series);
   const SeriesFigures& figures = *window.series;
+  const std::uint64_t now = event.timestamp_usec;
+  if (figures.after_slow_read) takeBackRates(current);
+  if (window.samples == 0 || now >= window.end_usec || now < window.begin_usec) open(current, now);
+
   const double per_usec = figures.step_usec == 0 ? 0 : 1 / static_cast<double>(figures.step_usec);
-  const bool is_first = window.samples++ == 0;
+  ++window.samples;
   window.missing += figures.missing;
-  for (std::size_t i = 0; i < figures.tracks.size(); ++i) {
-    const Track& track = figures.tracks[i];
-    FieldWindow& field = window.fields[i];
-    add(field, track, is_first, figures, per_usec);
-    if (track.step() == StepState::known) field.known_usec += figures.step_usec;
-    if (!track.counts()) window.buckets[i].add(track.value());
+  const std::span tracks(figures.tracks);
+  const std::span fields(window.fields);
+  for (std::size_t i = 0; i < tracks.size(); ++i) {
+    const Track& track = tracks[i];
+    FieldWindow& field = fields[i];
+    if (track.step() == StepState::known) {
+      const double rate = static_cast<double>(track.increase()) * per_usec;
+      if (rate > field.highest_per_usec || field.highest_at_usec == 0) raise(current, i, rate);
+    }
+    if (!track.counts()) addValue(field, window.buckets[i], track.value());
+  }
+}
+
+void Windows::raise(Current& current, std::size_t index, double per_usec) {
+  FieldWindow& field = current.window.fields[index];
+  current.highest_before[index] = {current.window.samples, field.highest_per_usec,
+                                   field.highest_at_usec};
+  field.highest_per_usec = per_usec;
+  field.highest_at_usec = current.window.series->last_usec;
+}
+
+// The rates of the previous sample do not count: its read may have been slow.
+void Windows::takeBackRates(Current& current) {
+  SeriesWindow& window = current.window;
+  for (std::size_t i = 0; i < window.fields.size(); ++i) {
+    const HighestBefore& before = current.highest_before[i];
+    if (window.samples == 0 || before.sample != window.samples) continue;
+    window.fields[i].highest_per_usec = before.per_usec;
+    window.fields[i].highest_at_usec = before.at_usec;
   }
 }
 
 void Windows::complete(std::uint64_t before_usec) {
-  for (SeriesWindow& window : windows_)
-    if (window.samples > 0 && window.end_usec <= before_usec) close(window);
+  for (Current& one : current_)
+    if (one.window.samples > 0 && one.window.end_usec <= before_usec)
+      close(one, marksOf(*one.window.series));
   for (Group& group : groups_)
     if (group.complete > 0 && group.begin_usec + length_usec_ <= before_usec) emit(group);
 }
 
-void Windows::close(SeriesWindow& window) {
+void Windows::close(Current& current, const std::vector<TrackMark>& end) {
+  SeriesWindow& window = current.window;
+  for (std::size_t i = 0; i < end.size(); ++i) {
+    window.fields[i].sum = end[i].total - current.begin[i].total;
+    window.fields[i].known_usec = end[i].known_usec - current.begin[i].known_usec;
+    window.fields[i].unknown = end[i].unknown - current.begin[i].unknown;
+  }
   receiver_.series(window);
   if (isPlane(*window.series->series)) addToGroup(window);
   window.samples = 0;
   window.missing = 0;
   std::ranges::fill(window.fields, FieldWindow());
+  std::ranges::fill(current.highest_before, HighestBefore());
   for (std::size_t i = 0; i < window.buckets.size(); ++i)
     if (!window.series->tracks[i].counts()) window.buckets[i].clear();
 }

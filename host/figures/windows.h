@@ -16,16 +16,13 @@ namespace tev::host {
 // One field of one series in one window.
 struct FieldWindow {
   // Of a counter. A step belongs to the window in which it ends.
+  double highest_per_usec = 0;        // of any single step
+  std::uint64_t highest_at_usec = 0;  // time stamp at the end of that step; 0: none
   std::uint64_t sum = 0;              // of the known steps
   std::uint64_t known_usec = 0;       // the time that they took
   std::uint64_t unknown = 0;          // steps; when there are any, `sum` is a lower bound
-  double highest_per_usec = 0;        // of any single step
-  std::uint64_t highest_at_usec = 0;  // time stamp at the end of that step; 0: none
-  // The same before the last step, whose rate a slow read may have made too high.
-  double highest_before = 0;
-  std::uint64_t highest_before_at_usec = 0;
   // Of a gauge, and of a field that is undecided.
-  std::uint64_t min = 0;
+  std::uint64_t min = UINT64_MAX;
   std::uint64_t max = 0;
   double values = 0;  // their sum
 
@@ -87,8 +84,26 @@ class Windows {
     std::vector<Comparison> fields;
   };
 
-  void open(const Series& series, std::uint64_t timestamp_usec);
-  void close(SeriesWindow& window);
+  // The highest rate of a field before the sample that made it higher. That sample may turn out to
+  // be of a slow read.
+  struct HighestBefore {
+    std::uint64_t sample = 0;  // the number of that sample in the window
+    double per_usec = 0;
+    std::uint64_t at_usec = 0;
+  };
+
+  // A series and its window, which is closed when it has no samples.
+  struct Current {
+    SeriesWindow window;
+    std::vector<TrackMark> begin;               // by track: before the first step of the window
+    std::vector<HighestBefore> highest_before;  // by track
+  };
+
+  void add(Current& added, const Series& series);
+  void open(Current& current, std::uint64_t timestamp_usec);
+  void raise(Current& current, std::size_t field, double per_usec);
+  void takeBackRates(Current& current);
+  void close(Current& current, const std::vector<TrackMark>& end);
   void addToGroup(const SeriesWindow& window);
   void emit(Group& group);
   Group& groupOf(const std::string& device);
@@ -96,7 +111,7 @@ class Windows {
   const Figures& figures_;
   std::uint64_t length_usec_;
   Receiver receiver_;
-  std::vector<SeriesWindow> windows_;  // by the series' number; closed when `samples` is 0
+  std::vector<Current> current_;  // by the series' number
   std::vector<Group> groups_;
 };
 
