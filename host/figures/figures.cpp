@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstring>
 #include <set>
 #include <utility>
 
@@ -69,13 +68,6 @@ FieldKind declaredKind(const Column& column, const CountingOptions& options) {
   return column.counting_mode == TEV_VALUE_RUNNING_SUM ? FieldKind::counter : FieldKind::undecided;
 }
 
-template <class T>
-T load(const std::uint8_t* bytes) {
-  T value;
-  std::memcpy(&value, bytes, sizeof value);
-  return value;
-}
-
 // The column's own name, which an alias may have replaced.
 const std::string& ownName(const TypeView& type, const Column& column) {
   return std::ranges::find(type.columns, column.offset, &Column::offset)->name;
@@ -100,7 +92,7 @@ Figures::Figures(const Projection& projection, const CountingOptions& options,
       if (counters.match(own_name, column.name) && kind != FieldKind::increase)
         kind = FieldKind::counter;
       if (gauges.match(own_name, column.name)) kind = FieldKind::gauge;
-      followed.push_back({&column, judges_.size(), column.offset, bitsOf(column) == 64});
+      followed.push_back({&column, judges_.size()});
       judges_.emplace_back(kind, countsBytes(column) || countsPackets(column));
     }
   }
@@ -108,18 +100,13 @@ Figures::Figures(const Projection& projection, const CountingOptions& options,
   gauges.expectAllMatched(names);
 }
 
-std::uint64_t Figures::Followed::valueIn(const std::uint8_t* event) const {
-  if (is_64_bits) return load<std::uint64_t>(event + offset);
-  return load<std::uint32_t>(event + offset);
-}
-
 void Figures::add(const Series& series) {
   if (all_.size() <= series.number) all_.resize(series.number + 1);  // other outputs have others
   SeriesFigures& added = all_[series.number];
   added.series = &series;
-  for (const Followed& one : followed_[series.type->number]) {
-    added.tracks.emplace_back(bitsOf(*one.column), judges_[one.judge]);
-    added.uncertain.push_back(doubt_ && doubt_(series, *one.column));
+  for (const auto& [column, judge] : followed_[series.type->number]) {
+    added.tracks.emplace_back(bitsOf(*column), judges_[judge]);
+    added.uncertain.push_back(doubt_ && doubt_(series, *column));
   }
 }
 
@@ -148,7 +135,7 @@ void Figures::sample(const Event& event, const Series& series) {
   figures.last_usec = event.timestamp_usec;
   auto track = figures.tracks.begin();
   for (const Followed& one : followed_[event.type->number])
-    (track++)->sample(one.valueIn(event.data), time);
+    (track++)->sample(unsignedOf(*one.column, event.data), time);
 }
 
 std::vector<const Column*> Figures::columns(const TypeView& type) const {

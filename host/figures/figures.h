@@ -66,11 +66,6 @@ class Figures {
   struct Followed {
     const Column* column;
     std::size_t judge;  // index in judges_
-    // Of the column, beside each other for all columns.
-    std::uint64_t offset;
-    bool is_64_bits;
-
-    std::uint64_t valueIn(const std::uint8_t* event) const;
   };
 
   void add(const Series& series);

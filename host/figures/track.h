@@ -46,8 +46,7 @@ enum class StepState : std::uint8_t {
 class Track {
  public:
   // `judge` is the field's and must outlive this.
-  Track(unsigned bits, KindJudge& judge)
-      : half_range_(std::uint64_t{1} << (bits - 1)), judge_(&judge) {}
+  Track(unsigned bits, KindJudge& judge) : is_32_bits_(bits == 32), judge_(&judge) {}
 
   // Of a gauge, only the value is followed, and whether it has moved.
   void sample(std::uint64_t value, const SampleTime& time);
@@ -62,7 +61,9 @@ class Track {
 
   // The last step. Without meaning for a gauge.
   StepState step() const { return step_state_; }
-  std::uint64_t increase() const { return increase_; }  // 0 unless the step is known
+  // 0 unless the step is known.
+  std::uint64_t increase() const { return increase_; }
+  double perUsec() const { return per_usec_; }
 
   // The sum of all known steps. A lower bound when there were unknown steps.
   std::uint64_t total() const { return total_; }
@@ -73,16 +74,15 @@ class Track {
 
   // The largest known step, and the highest rate of a known step.
   std::uint64_t largestStep() const { return largest_; }
-  double highestPerSecond() const { return highest_per_usec_ * 1e6; }
+  double highestPerSecond() const { return std::max(highest_before_, per_usec_) * 1e6; }
 
   // The number of steps that were too large to be told from a decrease.
   std::uint64_t ambiguousSteps() const { return ambiguous_; }
 
-  std::uint64_t halfRange() const { return half_range_; }
-  unsigned bits() const { return half_range_ == std::uint64_t{1} << 31 ? 32 : 64; }
+  std::uint64_t halfRange() const { return std::uint64_t{1} << (bits() - 1); }
+  unsigned bits() const { return is_32_bits_ ? 32 : 64; }
 
  private:
-  void sampleGauge(std::uint64_t value);
   void sampleUnusual(std::uint64_t value, SampleTime time);
   void reconsider(const SampleTime& time);
   void gatherEvidence(std::uint64_t raw_step, std::uint64_t now_usec);
@@ -92,50 +92,53 @@ class Track {
 
   static constexpr double kFading = 15.0 / 16;  // of the recent rate, per sample
 
-  // What the usual sample needs comes first.
+  // Each sample of a counter uses these.
   std::uint64_t value_ = 0;
   std::uint64_t increase_ = 0;
   std::uint64_t total_ = 0;
   std::uint64_t known_usec_ = 0;
+  double per_usec_ = 0;
   double recent_per_usec_ = 0;  // the highest rate of the last steps, which fades
   double recent_before_ = 0;    // before the last step
-  double highest_per_usec_ = 0;
-  double highest_before_ = 0;  // before the last step
+  double highest_before_ = 0;   // the highest rate before the last step
   std::uint64_t largest_ = 0;
   StepState step_state_ = StepState::none;
   bool is_steady_ = false;  // a counter of 32 bits whose last step is known
   bool is_gauge_ = false;   // and has a sample
   bool started_ = false;
-  bool moved_ = false;  // in a sample whose step is not known
+  bool moved_ = false;  // apart from known steps
+  bool is_32_bits_;
+
   std::uint32_t unknown_ = 0;
   std::uint32_t ambiguous_ = 0;
   KindJudge::Changes changes_;
-  std::uint64_t half_range_;
   KindJudge* judge_;
 };
 
+// The usual samples take a short way. All others are judged in sampleUnusual(), which gets a copy
+// of the time so that the caller can keep its own in registers.
 inline void Track::sample(std::uint64_t value, const SampleTime& time) {
   const auto step = static_cast<std::uint32_t>(value - value_);
-  const bool is_usual = is_steady_ && !time.after_slow_read && time.elapsed_usec > 0 &&
-                        step <= INT32_MAX && recent_per_usec_ * time.elapsed < 0x1p31;
-  if (!is_usual) return is_gauge_ ? sampleGauge(value) : sampleUnusual(value, time);
-  value_ = value;
-  count(step, static_cast<std::int32_t>(step) * time.per_usec, time.elapsed_usec);
-}
-
-inline void Track::sampleGauge(std::uint64_t value) {
-  moved_ |= value != value_;
-  value_ = value;
+  if (is_steady_ && !time.after_slow_read && time.elapsed_usec > 0 && step <= INT32_MAX &&
+      recent_per_usec_ * time.elapsed < 0x1p31) {
+    count(step, static_cast<std::int32_t>(step) * time.per_usec, time.elapsed_usec);
+    value_ = value;
+  } else if (is_gauge_) {
+    moved_ |= value != value_;
+    value_ = value;
+  } else {
+    sampleUnusual(value, time);
+  }
 }
 
 inline void Track::count(std::uint64_t step, double per_usec, std::uint64_t elapsed_usec) {
+  highest_before_ = std::max(highest_before_, per_usec_);
+  recent_before_ = recent_per_usec_;
   increase_ = step;
+  per_usec_ = per_usec;
   total_ += step;
   known_usec_ += elapsed_usec;
   if (step > largest_) largest_ = step;
-  highest_before_ = highest_per_usec_;
-  recent_before_ = recent_per_usec_;
-  highest_per_usec_ = std::max(highest_per_usec_, per_usec);
   recent_per_usec_ = std::max(per_usec, recent_per_usec_ * kFading);
 }
 

@@ -7,13 +7,14 @@
 namespace tev::host {
 namespace {
 
-// The totals of the tracks, and those before the last step of each.
+// By track.
 std::vector<TrackMark> marksOf(const SeriesFigures& series) {
   std::vector<TrackMark> marks;
   for (const Track& track : series.tracks) marks.push_back(TrackMark::of(track));
   return marks;
 }
 
+// The same before the last step of each track.
 std::vector<TrackMark> marksBeforeLastStep(const SeriesFigures& series) {
   std::vector<TrackMark> marks = marksOf(series);
   for (std::size_t i = 0; i < marks.size(); ++i) {
@@ -78,7 +79,6 @@ void Windows::sample(const Event& event, const Series& series) {
   if (figures.after_slow_read) takeBackRates(current);
   if (window.samples == 0 || now >= window.end_usec || now < window.begin_usec) open(current, now);
 
-  const double per_usec = figures.step_usec == 0 ? 0 : 1 / static_cast<double>(figures.step_usec);
   ++window.samples;
   window.missing += figures.missing;
   const std::span tracks(figures.tracks);
@@ -86,15 +86,14 @@ void Windows::sample(const Event& event, const Series& series) {
   for (std::size_t i = 0; i < tracks.size(); ++i) {
     const Track& track = tracks[i];
     FieldWindow& field = fields[i];
-    if (track.step() == StepState::known) {
-      const double rate = static_cast<double>(track.increase()) * per_usec;
-      if (rate > field.highest_per_usec || field.highest_at_usec == 0) raise(current, i, rate);
-    }
+    if (track.step() == StepState::known &&
+        (track.perUsec() > field.highest_per_usec || field.highest_at_usec == 0))
+      raiseHighest(current, i, track.perUsec());
     if (!track.counts()) addValue(field, window.buckets[i], track.value());
   }
 }
 
-void Windows::raise(Current& current, std::size_t index, double per_usec) {
+void Windows::raiseHighest(Current& current, std::size_t index, double per_usec) {
   FieldWindow& field = current.window.fields[index];
   current.highest_before[index] = {current.window.samples, field.highest_per_usec,
                                    field.highest_at_usec};

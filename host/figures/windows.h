@@ -101,7 +101,7 @@ class Windows {
 
   void add(Current& added, const Series& series);
   void open(Current& current, std::uint64_t timestamp_usec);
-  void raise(Current& current, std::size_t field, double per_usec);
+  void raiseHighest(Current& current, std::size_t field, double per_usec);
   void takeBackRates(Current& current);
   void close(Current& current, const std::vector<TrackMark>& end);
   void addToGroup(const SeriesWindow& window);
