@@ -25,6 +25,7 @@ CLAIMS = (
     Claim("The [delivery](#delivery) of events of 128 bytes or more", "progress",
           lambda arguments: arguments["bytes"] != "32", 1.3),
     Claim("A [swap](#swap) of the buffers", "swap", lambda arguments: True, None),
+    Claim("The derivation of [figures](#derived-figures)", "figures", lambda arguments: True, None),
     Claim("A [disabled message](#disabled-message)", "disabledMessage",
           lambda arguments: True, None),
 )

@@ -58,6 +58,15 @@ def with_baseline(all_rows, group):
     return table(headings + [COLUMNS[column][0] for column in columns], lines)
 
 
+def derived_figures(all_rows):
+    lines = [
+        [row.arguments["devices"], f"{row['ns_per_value']:.1f}",
+         f"{row['ns_per_value'] / row['ratio']:.1f}", ratio(row)]
+        for row in rows.of_group(all_rows, "figures")
+    ]
+    return table(["devices", "ns per value", "baseline, ns per value", "ratio"], lines)
+
+
 def without_baseline(all_rows, groups):
     lines = [
         [(row.group + " " + row.case.replace(":", " ")).strip(), readable(row["time_ns"])]
@@ -106,10 +115,13 @@ def claim_list(all_rows):
     time = {row.benchmark: readable(row["time_ns"]) for row in all_rows if "time_ns" in row}
     most = [max(growth(of_shape, order)[2] for of_shape in sampling_passes(all_rows).values())
             for order in ("0", "1")]
+    per_value = {row.benchmark: row["ns_per_value"] for row in rows.of_group(all_rows, "figures")}
     sentences = [claims.sentence(claim, all_rows) for claim in claims.CLAIMS] + [
         "The time per value with [16 planes](#planes) is at most "
         f"{most[1]:.2f} times the time with one plane when counters are interleaved, and at most "
         f"{most[0]:.2f} times when they are in runs.",
+        "With 16 devices, the derivation of [figures](#derived-figures) takes "
+        f"{per_value['figures/devices:16']:.1f} ns per value.",
         "The [set-up](#set-up) of 64 devices with 256 counters each takes "
         f"{time['constructAndInitialize/devices:64']}.",
         "A look-up in a [set of 100 patterns](#common-library) takes "
@@ -130,6 +142,7 @@ PARTS = {
     "progress": lambda all_rows: with_baseline(all_rows, "progress"),
     "samplingPass": sampling_ratios,
     "planes": plane_growth,
+    "figures": derived_figures,
     "disabledMessage": lambda all_rows: with_baseline(all_rows, "disabledMessage"),
     "set-up": lambda all_rows: without_baseline(
         all_rows, ("constructAndInitialize", "counterParsing", "schemaAddAndId")),
