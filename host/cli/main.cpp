@@ -26,7 +26,7 @@ int dispatch(int argc, char** argv) {
     case Command::check:
       return check(line.run, line.check);
     case Command::schema:
-      return showSchema(line.run.plugin);
+      return showSchema(line.run);
     case Command::options:
       return showOptions(line.run.plugin.path, line.markdown);
     case Command::answered:

@@ -9,7 +9,7 @@
 #include "host/commands/interval_advice.h"
 #include "host/commands/known_options.h"
 #include "host/outputs/output_file.h"
-#include "host/plugin/session.h"
+#include "host/plugin/plugin_source.h"
 #include "host/support/duration_text.h"
 #include "host/support/errors.h"
 #include "host/support/short_number.h"
@@ -92,10 +92,10 @@ CheckReport describe(const RunOptions& run) {
   withoutClearing(options);
   SetUpFindings findings;
   try {
-    Session session(options, &findings);
-    session.provider().stop();
-    report.plugin_name = asPrintable(session.provider().name());
-    report.schema = SchemaView::fromTypeSystem(*session.types());
+    PluginSource source(options, run.buffer_bytes, &findings);
+    report.plugin_name = asPrintable(source.name());
+    report.schema = source.takeSchema();
+    if (!source.close()) throw RunError("the plug-in did not release its devices");
   } catch (const RunError& error) {
     if (findings.devices && allAreLeftOut(*findings.devices))
       report.reason = fmt::format("no device can be sampled: {} left out",

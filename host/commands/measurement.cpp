@@ -57,7 +57,8 @@ class Receiver {
 // Samples with these options, and fetches at each update.
 void sample(const PluginOptions& options, Clock::time_point end, milliseconds update,
             Receiver& receiver) {
-  PluginSource source(options, kBufferBytes, true);
+  SetUpFindings known;
+  PluginSource source(options, kBufferBytes, &known);
   const auto is_stopped = [] { return StopSignal::requests() > 0; };
   const BlockConsumer take = [&](Blocks blocks) {
     decodeBlocks(source.schema(), blocks, [&](const Event& event) { receiver.event(event); });

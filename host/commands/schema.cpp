@@ -7,15 +7,16 @@
 #include "host/commands/type_listing.h"
 #include "host/events/schema_view.h"
 #include "host/outputs/output_file.h"
-#include "host/plugin/session.h"
+#include "host/plugin/plugin_source.h"
 #include "host/support/errors.h"
 #include "host/support/stop_signal.h"
 
 namespace tev::host {
-int showSchema(const PluginOptions& options) {
+
+int showSchema(const RunOptions& run) {
   const StopSignal stop_signal;
-  Session session(options);
-  const SchemaView view = SchemaView::fromTypeSystem(*session.types());
+  PluginSource source(run.plugin, run.buffer_bytes);
+  const SchemaView& view = source.schema();
 
   OutputFile output("");
   for (const SchemaView::Schema& schema : view.schemas())
@@ -25,6 +26,7 @@ int showSchema(const PluginOptions& options) {
     output.close();
   } catch (const ClosedPipe&) {  // the reader closed the pipe, which is not an error
   }
+  if (!source.close()) throw RunError("the plug-in did not release its devices");
   return kExitFine;
 }
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "host/plugin/plugin_options.h"
+#include "host/commands/run_options.h"
 
 namespace tev::host {
 
 // tev-host schema: prints the types that the plug-in registers. Returns the exit code; throws
 // RunError.
-int showSchema(const PluginOptions& options);
+int showSchema(const RunOptions& run);
 
 }  // namespace tev::host

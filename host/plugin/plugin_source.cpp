@@ -12,8 +12,8 @@
 namespace tev::host {
 
 PluginSource::PluginSource(const PluginOptions& options, std::uint64_t buffer_bytes,
-                           bool findings_are_known) {
-  setUp(options, findings_are_known);
+                           SetUpFindings* findings) {
+  setUp(options, findings);
   try {
     fetcher_ =
         std::make_unique<Fetcher>(session_->provider(), session_->types(), buffer_bytes, thread_);
@@ -23,18 +23,18 @@ PluginSource::PluginSource(const PluginOptions& options, std::uint64_t buffer_by
   }
 }
 
-void PluginSource::setUp(const PluginOptions& options, bool findings_are_known) {
+void PluginSource::setUp(const PluginOptions& options, SetUpFindings* findings) {
   struct SetUp {
     PluginOptions options;
-    std::unique_ptr<Session> session;
-    std::optional<SchemaView> schema;
+    SetUpFindings findings{};
+    std::unique_ptr<Session> session{};
+    std::optional<SchemaView> schema{};
   };
   // Shared with the call, which may never return.
-  const auto set_up = std::make_shared<SetUp>(SetUp{options, nullptr, {}});
-  const auto call = [set_up, findings_are_known] {
-    SetUpFindings known;
+  const auto set_up = std::make_shared<SetUp>(SetUp{options});
+  const auto call = [set_up, are_wanted = findings != nullptr] {
     auto session =
-        std::make_unique<Session>(set_up->options, findings_are_known ? &known : nullptr);
+        std::make_unique<Session>(set_up->options, are_wanted ? &set_up->findings : nullptr);
     set_up->schema = SchemaView::fromTypeSystem(*session->types());
     set_up->session = std::move(session);
   };
@@ -43,7 +43,18 @@ void PluginSource::setUp(const PluginOptions& options, bool findings_are_known) 
     return StopSignal::requests() > 0 &&
            std::chrono::steady_clock::now() - begin >= std::chrono::seconds(1);
   };
-  if (!thread_.run(call, interrupted)) throw RunError("the set-up of the plug-in did not return");
+  const auto pass_findings = [&] {
+    if (findings) *findings = std::move(set_up->findings);
+  };
+  bool has_returned = false;
+  try {
+    has_returned = thread_.run(call, interrupted);
+  } catch (...) {
+    pass_findings();
+    throw;
+  }
+  if (!has_returned) throw RunError("the set-up of the plug-in did not return");
+  pass_findings();
   session_ = std::move(set_up->session);
   schema_ = std::move(set_up->schema);
 }

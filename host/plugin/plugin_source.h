@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "host/events/event_source.h"
 #include "host/plugin/fetcher.h"
@@ -17,9 +18,9 @@ class PluginSource final : public EventSource {
  public:
   // Sets up the plug-in, which then samples. Throws RunError when the plug-in refuses, or a request
   // to stop comes while its set-up does not return, and UsageError when the buffer is too small.
-  // Findings about the options are shown, unless they are known already.
+  // Findings about the options are shown, or passed to `findings`.
   PluginSource(const PluginOptions& options, std::uint64_t buffer_bytes,
-               bool findings_are_known = false);
+               SetUpFindings* findings = nullptr);
   ~PluginSource() override;
 
   std::string name() const override { return session_->provider().name(); }
@@ -41,12 +42,15 @@ class PluginSource final : public EventSource {
   // The options that the plug-in describes.
   const OptionTable& options() const { return session_->options(); }
 
+  // Gives the schema away. Afterwards only close() and the destructor may be called.
+  SchemaView takeSchema() { return std::move(*schema_); }
+
   // Stops and releases the plug-in, and waits for both. False when the user cut this wait short,
   // now or in stop(). Afterwards only the destructor may be called.
   bool close();
 
  private:
-  void setUp(const PluginOptions& options, bool findings_are_known);
+  void setUp(const PluginOptions& options, SetUpFindings* findings);
 
   PluginThread thread_;
   // What the calls use. It is never destroyed when a call does not return.

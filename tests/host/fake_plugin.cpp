@@ -6,6 +6,7 @@
 //   debug
 //                     line behind them
 //   refuse=STEP       construct or initialize; "entry" leaves an entry point out
+//   hang=STEP         initialize, stop or finalize does not return
 //   burst=N           samples taken from one progress to the next, default 1
 //   after_stop=N      samples that are there after stop
 //   failures=N        calls of progress that fail before the first that does not
@@ -49,6 +50,7 @@ unsigned long number(const char* key) {
 
 void trace(const char* call) {
   if (!script["trace"].empty()) std::ofstream(script["trace"], std::ios::app) << call << '\n';
+  if (is("hang", call)) std::this_thread::sleep_for(std::chrono::hours(1));
 }
 
 bool initialize(tev_event_provider_t* provider, tev_type_system_t* types) {

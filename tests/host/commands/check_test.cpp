@@ -78,6 +78,24 @@ TEST(Check, SaysWhetherItWouldWorkAndWarns) {
   }
 }
 
+TEST(Check, AndSchemaEndAtTheFirstCtrlCWhenThePluginDoesNotAnswer) {
+  for (const std::string command : {"check", "schema"})
+    for (const std::string step : {"initialize", "stop"}) {
+      test::TempTree files;
+      const std::string trace = files.path("trace");
+      HostProcess process(command + " --plugin=" FAKE_PLUGIN " --option hang=" + step +
+                          " --option trace=" + trace);
+      while (test::readAll(trace).find(step) == std::string::npos) usleep(5000);
+      process.signal(SIGINT);
+      const auto [exit, out, err] = process.finish();
+      EXPECT_EQ(exit, 1);
+      EXPECT_THAT(std::accumulate(out.begin(), out.end(), err),
+                  HasSubstr(step == "stop" ? "did not release its devices"
+                                           : "the set-up of the plug-in did not return"))
+          << command;
+    }
+}
+
 TEST(Check, MeasuresStepsAndPassesWithoutClearing) {
   test::TempTree files;
   test::Environment environment;
