@@ -24,6 +24,9 @@ constexpr std::chrono::milliseconds kGlance{1};      // for keys, while the sour
 constexpr std::chrono::seconds kGrace{1};
 constexpr std::chrono::seconds kLongestGrace{10};
 
+// After its stop, a plug-in that has not answered for so many seconds is not asked for more events.
+constexpr double kLongestSilence = std::chrono::duration<double>(LastWait::kLongest).count();
+
 std::uint64_t nowUsec() {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   return static_cast<std::uint64_t>(
@@ -98,7 +101,7 @@ void Sampling::drain() {
   ask([this] {
     source_.drain(take_, [this] {
       showSilence();
-      return StopSignal::requests() > 1;
+      return StopSignal::requests() > 1 || silentSeconds() >= kLongestSilence;
     });
     return true;
   });

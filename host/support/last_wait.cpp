@@ -18,12 +18,16 @@ LastWait::LastWait(std::string what)
     : what_(std::move(what)), requests_before_(StopSignal::requests() > 0 ? 1 : 0) {}
 
 bool LastWait::isCutShort() {
-  if (std::chrono::steady_clock::now() - start_ < kUsual) return false;
+  const auto waited = std::chrono::steady_clock::now() - start_;
+  if (waited < kUsual) return false;
   if (StopSignal::requests() > requests_before_) return true;
   if (!std::exchange(said_, true))
     Log::instance().say(
         fmt::format("tev-host: waiting for {}; Ctrl-C ends the program without it", what_));
-  return false;
+  if (waited < kLongest) return false;
+  Log::instance().say(fmt::format("tev-host: waited {} s for {}: the program ends without it",
+                                  kLongest.count(), what_));
+  return true;
 }
 
 }  // namespace tev::host

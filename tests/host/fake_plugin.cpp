@@ -6,7 +6,7 @@
 //   debug
 //                     line behind them
 //   refuse=STEP       construct or initialize; "entry" leaves an entry point out
-//   hang=STEP         initialize, stop or finalize does not return
+//   hang=STEP         initialize, stop, finalize or (drain) the last progress does not return
 //   burst=N           samples taken from one progress to the next, default 1
 //   after_stop=N      samples that are there after stop
 //   failures=N        calls of progress that fail before the first that does not
@@ -93,6 +93,7 @@ void takeSamples() {
 int progress(tev_event_provider_t*, std::uint16_t, tev_data_serializer_t* serializer) {
   trace("progress");
   if (next_event > 0 && is("wrong", "hang")) std::this_thread::sleep_for(std::chrono::hours(1));
+  if (stopped && is("hang", "drain")) std::this_thread::sleep_for(std::chrono::hours(1));
   if (next_event > 0 && is("wrong", "abort")) std::abort();
   if (is("wrong", "stuck")) return TEV_PROGRESS_FULL;
   if (failures > 0) {

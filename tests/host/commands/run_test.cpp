@@ -57,6 +57,17 @@ TEST_F(RunTest, CallsInTheDocumentedOrderAndDeliversTheLastHalf) {
                                  "finalize"));
 }
 
+TEST_F(RunTest, OneSigtermIsSufficientWhenThePluginDoesNotStop) {
+  HostProcess process(commandLine("hang=stop"));
+  process.awaitOutput();
+  process.signal(SIGTERM);
+  const Result result = process.finish();
+  EXPECT_EQ(result.exit, 1);
+  EXPECT_THAT(result.err,
+              HasSubstr("waited 10 s for the plug-in to stop: the program ends without"));
+  EXPECT_THAT(result.err, HasSubstr("fake_plane"));
+}
+
 TEST_F(RunTest, ASerializerThatIsFullIsDrainedAndFilledAgain) {
   // Room for exactly one event of the largest type.
   const Result result = run("burst=5 --samples=5 --buffer-size=26");
