@@ -172,10 +172,14 @@ void addMeasurement(CheckReport& report, const PluginOptions& options,
     return;
   }
   const auto& devices = report.measurement->devices;
+  const std::string& pending = report.measurement->pending_reads;
+  if (!pending.empty()) report.warnings.push_back(pending);
   if (std::ranges::none_of(devices, [](const auto& one) { return one.samples > 0; })) {
     report.reason = fmt::format("no device delivered a sample within {}",
                                 durationText(report.measurement->lasted));
-    if (!devices.empty() && !devices.front().last_failure.empty())
+    if (!pending.empty())
+      report.reason += "; " + pending;
+    else if (!devices.empty() && !devices.front().last_failure.empty())
       report.reason += "; last failure: " + devices.front().last_failure;
   }
   warnOfFastCounters(report);

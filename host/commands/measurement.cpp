@@ -10,6 +10,7 @@
 #include "host/events/series.h"
 #include "host/events/values.h"
 #include "host/plugin/plugin_source.h"
+#include "host/support/errors.h"
 #include "host/support/stop_signal.h"
 
 namespace tev::host {
@@ -23,6 +24,7 @@ constexpr std::uint64_t kIntervalUsec = 1000;
 constexpr milliseconds kUpdate{50};
 constexpr const char* kRoomMsec = "200";  // of samples, so that a late fetch loses nothing
 constexpr milliseconds kPassUpdate{1};
+constexpr milliseconds kLongestFetch{1500};  // a call may wait a second for a read
 constexpr std::size_t kPasses = 200;
 constexpr std::uint64_t kGapUsec = 10'000;
 // A read can be later than its time stamp, which changes the rate of one step, but hardly the rate
@@ -54,23 +56,30 @@ class Receiver {
   virtual bool endBatch(const Counts& counts) = 0;
 };
 
-// Samples with these options, and fetches at each update.
-void sample(const PluginOptions& options, Clock::time_point end, milliseconds update,
-            Receiver& receiver) {
+// Samples with these options, and fetches at each update. Returns which reads have not returned at
+// the end.
+std::string sample(const PluginOptions& options, Clock::time_point end, milliseconds update,
+                   Receiver& receiver) {
   SetUpFindings known;
   PluginSource source(options, kBufferBytes, &known);
-  const auto is_stopped = [] { return StopSignal::requests() > 0; };
+  const auto is_over = [&] { return StopSignal::requests() > 0 || Clock::now() >= end; };
+  const auto hangs = [&] {
+    return StopSignal::requests() > 0 || Clock::now() >= end + kLongestFetch;
+  };
   const BlockConsumer take = [&](Blocks blocks) {
     decodeBlocks(source.schema(), blocks, [&](const Event& event) { receiver.event(event); });
   };
   receiver.begin(source.schema());
   bool more = true;
-  while (more && !is_stopped() && Clock::now() < end) {
+  while (more && !is_over()) {
     StopSignal::waitUntil(std::min(end, Clock::now() + update));
-    source.fetch(take, is_stopped);
+    source.fetch(take, hangs);
     more = receiver.endBatch(source.counts());
   }
-  source.close();
+  std::string pending = source.pendingReads();
+  if (!source.close())
+    throw RunError("the plug-in did not answer" + (pending.empty() ? "" : ": " + pending));
+  return pending;
 }
 
 // The steps of all counters.
@@ -277,14 +286,15 @@ Measurement measure(const PluginOptions& given, std::chrono::nanoseconds duratio
   setOption(busy, kSampleIntervalKey, "0");
   setOption(busy, kSamplingThreadsKey, "1");
   Passes passes;
-  sample(busy, end - duration / 2, kPassUpdate, passes);
+  const std::string pending = sample(busy, end - duration / 2, kPassUpdate, passes);
+  if (!pending.empty()) throw RunError("the plug-in did not answer: " + pending);
   measurement.pass = passes.result();
 
   setOption(options, kSampleIntervalKey, std::to_string(kIntervalUsec));
   setOption(options, kUpdateKey, kRoomMsec);
   Steps steps;
   const auto start = Clock::now();
-  sample(options, end, kUpdate, steps);
+  measurement.pending_reads = sample(options, end, kUpdate, steps);
   steps.report(measurement);
   measurement.interval = Seconds(static_cast<double>(kIntervalUsec) / 1e6);
   measurement.lasted = Clock::now() - start;

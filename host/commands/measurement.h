@@ -48,10 +48,12 @@ struct Measurement {
   std::vector<MeasuredDevice> devices;
   std::vector<MeasuredCounter> counters;
   std::optional<MeasuredPass> pass;  // nothing: fewer than two passes
+  std::string pending_reads;         // at the end; names the devices
 };
 
 // Sets the plug-in up again, twice, with other intervals. The counters are not cleared, whatever
-// the options say. Ends early when the user asks to stop. Throws RunError.
+// the options say. Ends early when the user asks to stop. Throws RunError, also when a read does
+// not return while the passes are measured.
 Measurement measure(const PluginOptions& options, std::chrono::nanoseconds duration);
 
 // The time of a pass of the thread that takes longest, when so many threads share the devices.

@@ -20,20 +20,19 @@ class ReadWatch {
   // To be called after each batch.
   void batchEnded(const std::vector<DeviceReads>& reads);
 
-  // Names the devices that were left out of the last batch, and for how long. Empty without such
-  // devices.
+  // Names the devices that were left out of the last batch, for how long, and which of them the
+  // read that has not returned may belong to. Empty without such devices.
   std::string leftOut() const;
 
   // While the plug-in does not answer: which devices were read in the pass that has not ended.
-  // Empty when the numbers do not tell.
+  // Empty when the plug-in does not report it.
   static std::string passInProgress(const std::vector<DeviceReads>& reads);
 
  private:
   using Clock = std::chrono::steady_clock;
 
   struct Device {
-    std::string name;
-    std::uint64_t left_out = 0;
+    DeviceReads reads;
     bool is_left_out = false;
     Clock::time_point since;  // when it is left out
   };

@@ -96,6 +96,23 @@ TEST(Check, AndSchemaEndAtTheFirstCtrlCWhenThePluginDoesNotAnswer) {
     }
 }
 
+TEST(Check, NamesTheDeviceWhoseReadHangs) {
+  const std::string slots = R"(", "slots": [{"counters": [{"text": "c"}]}]})";
+  const std::string devices = R"({"ibdev_name": "a)" + slots + R"(, {"ibdev_name": "b)" + slots;
+  test::TempTree files;
+  for (const std::string device : {"a", "b"}) {
+    const std::string fault = R"({"function": "vuna_telemetry_mp_get_counters", "call": 1,)"
+                              R"("latency_usec": 4000000, "device": ")" +
+                              device + "\"}";
+    const auto scenario = files.write(
+        "scenario.json", R"({"devices": [)" + devices + R"(], "faults": [)" + fault + "]}");
+    const auto [exit, report] = checkedAsJson("--measure=3 --simulate=" + scenario);
+    EXPECT_EQ(exit, 1);
+    EXPECT_THAT(report["reason"],
+                HasSubstr(device == "a" ? "and the first is a" : "it has read a, but not b"));
+  }
+}
+
 TEST(Check, MeasuresStepsAndPassesWithoutClearing) {
   test::TempTree files;
   test::Environment environment;
