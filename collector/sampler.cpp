@@ -1,7 +1,6 @@
 #include "collector/sampler.h"
 
 #include <pthread.h>
-#include <signal.h>
 #include <sys/prctl.h>
 
 #include <algorithm>
@@ -12,6 +11,7 @@
 #include "collector/pacing.h"
 #include "src/support/checked.h"
 #include "src/support/guard.h"
+#include "src/support/signals_blocked.h"
 #include "tev/logger.h"
 
 namespace tev::events::multipath {
@@ -22,26 +22,6 @@ constexpr std::uint64_t kPatienceOfStopUsec = 1'000'000;
 // Shared by all devices and collectors of the process: one warning of each kind in ten seconds.
 support::LogThrottle failed_read_throttle;
 support::LogThrottle odd_count_throttle;
-
-// A thread inherits its creator's signal mask. The sampling thread must not handle the host's
-// signals. Signals for its own faults are not blocked, so that a host's crash handler runs for
-// them.
-class AsynchronousSignalsBlocked {
- public:
-  AsynchronousSignalsBlocked() {
-    sigset_t asynchronous;
-    sigfillset(&asynchronous);
-    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGSYS, SIGTRAP, SIGABRT})
-      sigdelset(&asynchronous, fault);
-    pthread_sigmask(SIG_SETMASK, &asynchronous, &before_);
-  }
-  ~AsynchronousSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-  AsynchronousSignalsBlocked(const AsynchronousSignalsBlocked&) = delete;
-  AsynchronousSignalsBlocked& operator=(const AsynchronousSignalsBlocked&) = delete;
-
- private:
-  sigset_t before_{};
-};
 
 // Prefetches the next device's buffers.
 void prefetch(const DoubleBuffer::Half& half) {
@@ -95,7 +75,7 @@ void Sampler::start(const std::string& thread_name, std::optional<Clock::TimePoi
   if (running_.exchange(true)) return;
   failed_ = false;
   try {
-    const AsynchronousSignalsBlocked blocked;
+    const support::AsynchronousSignalsBlocked blocked;  // the host handles its signals
     thread_ = std::thread([this, thread_name, origin] {
       support::guarded(
           "sampling thread", 0,

@@ -1,7 +1,5 @@
 #include "host/plugin/plugin_thread.h"
 
-#include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -13,30 +11,14 @@
 #include <mutex>
 #include <utility>
 
+#include "src/support/signals_blocked.h"
+
 namespace tev::host {
 namespace {
 
 constexpr std::chrono::milliseconds kSlice{50};  // of a wait
 
 std::atomic<bool> any_left_behind{false};
-
-// The signals of the process are handled by the main thread, those of a fault by the thread itself.
-class AsynchronousSignalsBlocked {
- public:
-  AsynchronousSignalsBlocked() {
-    sigset_t asynchronous;
-    sigfillset(&asynchronous);
-    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGSYS, SIGTRAP, SIGABRT})
-      sigdelset(&asynchronous, fault);
-    pthread_sigmask(SIG_SETMASK, &asynchronous, &before_);
-  }
-  ~AsynchronousSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-  AsynchronousSignalsBlocked(const AsynchronousSignalsBlocked&) = delete;
-  AsynchronousSignalsBlocked& operator=(const AsynchronousSignalsBlocked&) = delete;
-
- private:
-  sigset_t before_{};
-};
 
 }  // namespace
 
@@ -51,7 +33,7 @@ struct PluginThread::State {
 };
 
 PluginThread::PluginThread() : state_(std::make_shared<State>()) {
-  const AsynchronousSignalsBlocked blocked;
+  const support::AsynchronousSignalsBlocked blocked;  // the main thread handles the signals
   thread_ = std::thread([state = state_] { work(*state); });
 }
 
