@@ -75,8 +75,13 @@ void expectAnyTaken(const Types& types, const char* option, const std::string& p
   throw UsageError(fmt::format("{} {}: nothing in it matches{}", option, asPrintable(path), names));
 }
 
-void rename(std::vector<Column>& columns, const ProviderCounterSet& set) {
+// `keys` are the names of the key fields of all types. They stay what they are: outputs that have
+// the columns of all types in one table would else mix a counter with a key.
+void rename(std::vector<Column>& columns, const std::set<std::string>& keys,
+            const ProviderCounterSet& set) {
   UniqueNames names;
+  for (const std::string& key : keys)
+    if (std::ranges::find(columns, key, &Column::name) == columns.end()) names.add(key);
   std::vector<std::pair<Column*, std::string>> renamed;
   for (Column& column : columns) {
     std::string alias = column.key == 0 ? set.getCounterAlias(column.name) : "";
@@ -121,7 +126,10 @@ void Projection::chooseCounters(const std::string& path) {
     return column.key == 0 && set.shouldIncludeCounter(column.name);
   });
   expectAnyTaken(types_, kOption, path, names);
-  for (ProjectedType& type : types_) rename(type.columns, set);
+  std::set<std::string> keys;
+  for (const ProjectedType& type : types_)
+    for (const Column& key : type.view->keys) keys.insert(key.name);
+  for (ProjectedType& type : types_) rename(type.columns, keys, set);
   tagged_counters_ = tagValues(set, kCounterTag);
   tagged_gauges_ = tagValues(set, kGaugeTag);
 }
