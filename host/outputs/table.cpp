@@ -133,8 +133,10 @@ class TableOutput final : public TextOutput {
     const std::vector<TableBlock> table = tableBlocks(status, whole_run);
     std::vector<std::string> all{heading(status, whole_run, table.size()), ""};
     for (std::string& line : layOutTable(table, width, bold_)) all.push_back(std::move(line));
-    if (all_.empty())
-      all.emplace_back(whole_run ? "No samples arrived." : "Waiting for the first samples ...");
+    if (all_.empty() && whole_run)
+      all.emplace_back("No samples arrived.");
+    else if (all_.empty() && live_)
+      all.emplace_back("Waiting for the first samples ...");
     return all;
   }
 

@@ -57,6 +57,13 @@ TEST_F(RunTest, CallsInTheDocumentedOrderAndDeliversTheLastHalf) {
                                  "finalize"));
 }
 
+TEST_F(RunTest, TheTableOfARunWithoutSamplesSaysSo) {
+  const Result result = run("burst=0 failed=3 --duration=0.1 --format=table");
+  EXPECT_EQ(result.exit, 1);
+  EXPECT_THAT(result.out, testing::Contains("No samples arrived."));
+  EXPECT_THAT(result.out, testing::Each(Not(StartsWith("Waiting"))));
+}
+
 TEST_F(RunTest, OneSigtermIsSufficientWhenThePluginDoesNotStop) {
   HostProcess process(commandLine("hang=stop"));
   process.awaitOutput();
