@@ -4,11 +4,13 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <utility>
 
 #include "host/commands/known_options.h"
 #include "host/events/decoder.h"
 #include "host/events/series.h"
 #include "host/events/values.h"
+#include "host/figures/track.h"
 #include "host/plugin/plugin_source.h"
 #include "host/support/errors.h"
 #include "host/support/stop_signal.h"
@@ -26,7 +28,6 @@ constexpr const char* kRoomMsec = "200";  // of samples, so that a late fetch lo
 constexpr milliseconds kPassUpdate{1};
 constexpr milliseconds kLongestFetch{1500};  // a call may wait a second for a read
 constexpr std::size_t kPasses = 200;
-constexpr std::uint64_t kGapUsec = 10'000;
 // A read can be later than its time stamp, which changes the rate of one step, but hardly the rate
 // over this time.
 constexpr std::uint64_t kRateUsec = 10'000;
@@ -91,33 +92,31 @@ class Steps final : public Receiver {
       for (const Column& column : type.columns)
         if (column.key == 0 && isCounterSized(column))
           of_type.push_back(
-              {column, {.type = type.name, .name = column.name, .bits = bitsOf(column)}});
+              {column,
+               KindJudge(column.counting_mode == TEV_VALUE_DELTA ? FieldKind::increase
+                                                                 : FieldKind::undecided,
+                         countsBytes(column)),
+               {.type = type.name, .name = column.name, .bits = bitsOf(column)}});
     }
   }
 
   void event(const Event& event) override {
     const Series& series = table_.of(event);
-    if (series.number == series_.size()) series_.push_back({.device = series.device});
-    Last& last = series_[series.number];
     auto& counters = counters_[event.type->number];
-    const bool follows = follow(last, event.timestamp_usec);
-    last.values.resize(counters.size());
-    if (!follows) {
-      last.moved.assign(counters.size(), 0);
-      last.since_usec = event.timestamp_usec;
+    if (series.number == series_.size()) {
+      series_.push_back({.device = series.device, .since_usec = event.timestamp_usec});
+      for (Counter& one : counters)
+        series_.back().counters.push_back({Track(one.measured.bits, one.judge), {}});
     }
-    const std::uint64_t passed = event.timestamp_usec - last.since_usec;
+    Last& last = series_[series.number];
+    const auto time = SampleTime::after(last.usec, event.timestamp_usec);
+    const bool is_rate = event.timestamp_usec >= last.since_usec + kRateUsec;
     for (std::size_t i = 0; i < counters.size(); ++i) {
-      const std::uint64_t value = unsignedOf(counters[i].column, event.data);
-      if (follows) last.moved[i] += step(counters[i], last.values[i], value);
-      last.values[i] = value;
-      if (passed < kRateUsec) continue;
-      double& highest = counters[i].measured.highest_rate;
-      highest =
-          std::max(highest, static_cast<double>(last.moved[i]) * 1e6 / static_cast<double>(passed));
-      last.moved[i] = 0;
+      auto& [track, mark] = last.counters[i];
+      track.sample(unsignedOf(counters[i].column, event.data), time);
+      if (is_rate) measure(counters[i].measured, track, std::exchange(mark, TrackMark::of(track)));
     }
-    if (passed >= kRateUsec) last.since_usec = event.timestamp_usec;
+    if (is_rate) last.since_usec = event.timestamp_usec;
     last.usec = event.timestamp_usec;
     ++last.samples;
   }
@@ -151,37 +150,32 @@ class Steps final : public Receiver {
  private:
   struct Counter {
     Column column;
+    KindJudge judge;  // its address must not change after begin()
     MeasuredCounter measured;
+  };
+  struct Followed {
+    Track track;
+    TrackMark mark;  // at `since_usec`
   };
   struct Last {
     std::string device;
     std::uint64_t samples = 0;
     std::uint64_t usec = 0;
-    std::uint64_t shortest = UINT64_MAX;  // microseconds between two samples
-    std::vector<std::uint64_t> values{};  // as in counters_
-    std::vector<std::uint64_t> moved{};   // the same, since `since_usec`
     std::uint64_t since_usec = 0;
+    std::vector<Followed> counters{};  // as in counters_
   };
 
-  // Whether the sample follows the last one without a gap. A counter may wrap around in a gap.
-  static bool follow(Last& last, std::uint64_t usec) {
-    if (last.samples == 0 || usec <= last.usec) return false;
-    const std::uint64_t passed = usec - last.usec;
-    last.shortest = std::min(last.shortest, passed);
-    return passed <= std::max(kGapUsec, 3 * last.shortest);
-  }
-
-  static std::uint64_t step(Counter& counter, std::uint64_t before, std::uint64_t now) {
-    const std::uint32_t mode = counter.column.counting_mode;
-    std::uint64_t moved = mode == TEV_VALUE_DELTA ? now : now - before;
-    if (counter.measured.bits == 32) moved &= UINT32_MAX;
-    const std::uint64_t half = std::uint64_t{1} << (counter.measured.bits - 1);
-    if (moved >= half && mode == TEV_VALUE_ABSOLUTE) {
-      counter.measured.decreases = true;
-      return 0;
-    }
-    counter.measured.largest_step = std::max(counter.measured.largest_step, moved);
-    return moved;
+  // Adds what the track has counted since the mark. A fall is an unknown step: as long as the kind
+  // is not decided, it tells of a gauge.
+  static void measure(MeasuredCounter& counter, const Track& track, const TrackMark& since) {
+    counter.largest_step = std::max(counter.largest_step, track.largestStep());
+    counter.decreases |= track.kind() == FieldKind::gauge ||
+                         (track.kind() == FieldKind::undecided && track.unknownSteps() > 0);
+    const std::uint64_t known_usec = track.knownUsec() - since.known_usec;
+    if (known_usec < kRateUsec / 2) return;
+    const auto moved = static_cast<double>(track.total() - since.total);
+    counter.highest_rate =
+        std::max(counter.highest_rate, moved * 1e6 / static_cast<double>(known_usec));
   }
 
   SeriesTable table_;
