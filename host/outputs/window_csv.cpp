@@ -13,11 +13,11 @@ constexpr char kHeader[] =
     "begin,end,type,kind,device,series,field,field_kind,samples,missing,causes,sum,unknown,"
     "lower_bound,uncertain,rate_mean,rate_max,rate_max_at,min,mean,max,p50,p99,worst,imbalance,"
     "significant,"
-    "shares,state,from,to,reason\n";
+    "shares,state,from,to,reason,partial\n";
 
 constexpr std::size_t kFigures = 12;     // from sum to p99
 constexpr std::size_t kComparisons = 4;  // from worst to shares
-constexpr std::size_t kConditions = 4;   // from state to reason
+constexpr std::size_t kConditions = 4;   // from state to reason; partial follows
 
 void appendCommas(std::string& out, std::size_t count) {
   out.append(count, ',');
@@ -52,7 +52,7 @@ class WindowCsv final : public WindowOutput {
       else
         appendGauge(out, window, i);
       appendCommas(out, kComparisons + kConditions);
-      out += '\n';
+      out += isPartial(window) ? ",true\n" : ",false\n";
     }
   }
 
@@ -71,7 +71,7 @@ class WindowCsv final : public WindowOutput {
       fmt::format_to(std::back_inserter(out), ",{:.9g},{},", field.imbalance,
                      field.is_significant ? "true" : "false");
       if (field.kind != FieldKind::gauge) appendShares(out, field);
-      appendCommas(out, kConditions);
+      appendCommas(out, kConditions + 1);
       out += '\n';
     }
   }
@@ -83,7 +83,7 @@ class WindowCsv final : public WindowOutput {
       appendCommas(out, kFigures + kComparisons + 1);
       fmt::format_to(std::back_inserter(out), ",{},{},", one.from_usec, one.to_usec);
       appendCsvText(out, one.reason);
-      out += '\n';
+      out += ",\n";
     }
     for (const StateChange& change : status.health->changes()) {
       if (!isNews(change, *status.health)) continue;
@@ -93,7 +93,7 @@ class WindowCsv final : public WindowOutput {
       fmt::format_to(std::back_inserter(out), "{},{},{},", nameOf(device.state),
                      status.now_usec - change.lasted_usec, status.now_usec);
       appendCsvText(out, device.counts.last_failure);
-      out += '\n';
+      out += ",\n";
     }
   }
 

@@ -64,8 +64,8 @@ class WindowJsonl final : public WindowOutput {
     appendText(out, "device", series.device);
     appendKeys(out, series);
     fmt::format_to(std::back_inserter(out),
-                   R"(,"samples":{},"missing":{},"causes":"{}","fields":{{)", window.samples,
-                   window.missing, kCauses);
+                   R"(,"partial":{},"samples":{},"missing":{},"causes":"{}","fields":{{)",
+                   isPartial(window), window.samples, window.missing, kCauses);
     const auto columns = figures_.columns(*series.type);
     for (std::size_t i = 0; i < columns.size(); ++i) {
       const Track& track = window.series->tracks[i];

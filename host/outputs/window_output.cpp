@@ -19,6 +19,14 @@ std::string causesOf(const std::string& device, const HealthWatch& health) {
 
 }  // namespace
 
+bool isPartial(const SeriesWindow& window, std::uint64_t interval_usec, bool is_last) {
+  const std::uint64_t usual = interval_usec + interval_usec / 2;
+  const SeriesFigures& series = *window.series;
+  const bool is_first = series.first_usec >= window.begin_usec;
+  return (is_first && series.first_usec - window.begin_usec > usual) ||
+         (is_last && window.end_usec - series.last_usec > usual);
+}
+
 WindowOutput::WindowOutput(const OutputSetup& setup)
     : TextOutput(setup),
       figures_(setup.figures),
@@ -45,6 +53,7 @@ void WindowOutput::update(const RunStatus& status) {
 }
 
 void WindowOutput::end(const RunStatus& status) {
+  is_ending_ = true;
   windows_.complete(UINT64_MAX);
   write(status);
   TextOutput::end(status);

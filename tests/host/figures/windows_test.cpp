@@ -8,6 +8,7 @@
 #include <random>
 
 #include "host/events/decoder.h"
+#include "host/outputs/window_output.h"
 #include "tests/host/sample_types.h"
 
 namespace tev::host {
@@ -85,6 +86,25 @@ TEST(Windows, HaveTheFiguresOfTheirSamples) {
   text.clear();
   windows.complete(UINT64_MAX);
   EXPECT_NE(text.find("20000 1: 1 samples, 0 missing, sum 1000"), std::string::npos) << text;
+}
+
+TEST(Windows, ArePartialWhereTheSeriesBeginsOrEnds) {
+  const struct {
+    std::uint64_t first, last, interval;
+    bool is_last, partial;
+  } rows[] = {{2010, 5000, 10, false, false}, {2020, 5000, 10, false, true},
+              {1000, 2995, 10, true, false},  {1000, 2900, 10, true, true},
+              {1000, 2900, 10, false, false}, {2001, 5000, 0, false, true}};
+  for (const auto& row : rows) {
+    SeriesFigures series;
+    series.first_usec = row.first;
+    series.last_usec = row.last;
+    SeriesWindow window;
+    window.series = &series;
+    window.begin_usec = 2000;
+    window.end_usec = 3000;
+    EXPECT_EQ(isPartial(window, row.interval, row.is_last), row.partial) << row.first << row.last;
+  }
 }
 
 // The time stamp of a sample is from before its read. A slow read returns a newer value, whose step
