@@ -23,7 +23,9 @@ namespace {
 constexpr char kLibraryPathKey[] = "multipath-vuna-lib-path";
 constexpr char kOtherLibraryPathKey[] = "vuna-telemetry-lib-path";
 constexpr char kUpdateKey[] = "update";
-constexpr std::uint64_t kMaxUpdate = 86'400'000;  // a day
+constexpr std::uint64_t kMaxUpdate = 86'400'000;      // a day
+constexpr std::uint64_t kMaxRotation = 365 * 86'400;  // seconds
+constexpr std::uint64_t kMaxKept = 1'000'000;         // files
 
 constexpr std::chrono::milliseconds kLeastMeasuring{100};
 constexpr std::chrono::hours kMostMeasuring{1};
@@ -114,6 +116,13 @@ void readScenario(const std::string& scenario, PluginOptions& plugin,
   plugin.simulator_scenario = scenario;
 }
 
+void readCapture(const CaptureOptions& capture, RunOptions& run) {
+  if (capture.path.empty() && (capture.rotates() || capture.keep))
+    throw UsageError(fmt::format("{} needs --capture", capture.keep ? "--keep" : "--rotate"));
+  if (capture.keep && !capture.rotates()) throw UsageError("--keep needs --rotate");
+  if (!capture.path.empty()) run.capture = capture;
+}
+
 void expectPattern(const char* option, const std::string& pattern) {
   if (pattern.empty()) refuse(option, pattern, "a name, ^PREFIX or SUFFIX$ is needed");
 }
@@ -123,6 +132,7 @@ struct Given {
   std::optional<std::string> plugin;
   std::string scenario;
   std::string log_level;
+  CaptureOptions capture;
 };
 
 // Adds an option. `read` converts its text to its value.
@@ -196,8 +206,8 @@ void addLinkSpeed(CLI::App& command, RunOptions& options) {
       ->type_name("GBITS");
 }
 
-// What `run` and `top` have in common: which events, and what their fields are.
-void addSelection(CLI::App& command, RunOptions& options) {
+// Which events, and what their fields are.
+void addSets(CLI::App& command, RunOptions& options) {
   command
       .add_option("--fset", options.selection.field_set,
                   "Use only the types and fields that this field-set file names")
@@ -219,6 +229,11 @@ void addSelection(CLI::App& command, RunOptions& options) {
               "These fields are gauges, which have neither a rate nor a sum; takes precedence over "
               "--counter; may be repeated")
       ->type_name("PATTERN");
+}
+
+// What `run` and `top` have in common.
+void addSelection(CLI::App& command, RunOptions& options) {
+  addSets(command, options);
   addParsed(command, "--duration", options.duration, seconds,
             "Stop after this time; may be a fraction")
       ->type_name("SECONDS");
@@ -243,11 +258,56 @@ void addTopOptions(CLI::App& command, RunOptions& options) {
       ->type_name("SET");
 }
 
-void addRunOptions(CLI::App& command, RunOptions& options) {
+CaptureSync captureSync(const char* option, const std::string& text) {
+  if (text == "none") return CaptureSync::none;
+  if (text == "file") return CaptureSync::file;
+  if (text == "update") return CaptureSync::update;
+  refuse(option, text, "none, file or update is needed");
+}
+
+// A size ("100M"), or a time ("1h").
+void readRotation(const char* option, const std::string& text, CaptureOptions& capture) {
+  constexpr std::pair<char, int> kUnits[] = {{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86'400}};
+  for (const auto& [unit, length] : kUnits) {
+    if (!text.ends_with(unit)) continue;
+    const auto count = wholeNumber(option, text.substr(0, text.size() - 1), kMaxRotation);
+    if (count > kMaxRotation / static_cast<std::uint64_t>(length))
+      refuse(option, text, "at most 365 days are possible");
+    capture.rotate_time = std::chrono::seconds(count * static_cast<std::uint64_t>(length));
+    return;
+  }
+  capture.rotate_bytes = byteSize(option, text);
+}
+
+void addCaptureOptions(CLI::App& command, CaptureOptions& capture) {
+  command
+      .add_option("--capture", capture.path,
+                  "Also record all events in this file, for tev-host decode and info; it must not "
+                  "exist")
+      ->type_name("FILE");
+  command
+      .add_option_function<std::string>(
+          "--rotate",
+          [&capture](const std::string& text) { readRotation("--rotate", text, capture); },
+          "Begin a new capture file at this size (K, M, G) or after this time (s, m, h, d); each "
+          "has the time and its number in its name")
+      ->type_name("SIZE|TIME");
+  addParsed(
+      command, "--keep", capture.keep,
+      [](const char* name, const std::string& text) { return wholeNumber(name, text, kMaxKept); },
+      "With --rotate: keep this number of files, and remove older ones")
+      ->type_name("N");
+  addParsed(
+      command, "--sync", capture.sync, captureSync,
+      "When the capture is forced to the disk: none, file (each complete file, the default) or "
+      "update (each --update)")
+      ->type_name("POLICY");
+}
+
+void addWritingOptions(CLI::App& command, RunOptions& options) {
   addParsed(command, "--format", options.format, formatNamed, formatHelp())->type_name("FORMAT");
   command.add_option("--output", options.output, "Write to this file instead of standard output")
       ->type_name("FILE");
-  addSelection(command, options);
   command
       .add_flag(
           "--rates", options.rates,
@@ -262,10 +322,6 @@ void addRunOptions(CLI::App& command, RunOptions& options) {
       "With jsonl and csv: instead of the events, write the figures of each series per window of "
       "this length, among them the highest rate of a single sample")
       ->type_name("MILLISECONDS");
-  command
-      .add_flag("--strict", options.strict,
-                "Exit with code 3 when a sample was lost, refused or missed")
-      ->disable_flag_override();
   addParsed(
       command, "--samples", options.samples,
       [](const char* name, const std::string& text) {
@@ -273,6 +329,29 @@ void addRunOptions(CLI::App& command, RunOptions& options) {
       },
       "Stop after this number of samples of each device")
       ->type_name("N");
+}
+
+void addDecodeOptions(CLI::App& command, RunOptions& options, DecodeOptions& decode) {
+  command.add_option("FILE", decode.files, "Capture files, which are read as one")
+      ->required()
+      ->type_name("");
+  addWritingOptions(command, options);
+  addSets(command, options);
+  addParsed(command, "--from", decode.span.from_usec, momentUsec,
+            "Only events from this time on: 2026-01-31T12:00:00Z, or seconds since 1970")
+      ->type_name("TIME");
+  addParsed(command, "--to", decode.span.to_usec, momentUsec, "Only events before this time")
+      ->type_name("TIME");
+}
+
+void addRunOptions(CLI::App& command, RunOptions& options, CaptureOptions& capture) {
+  addWritingOptions(command, options);
+  addCaptureOptions(command, capture);
+  addSelection(command, options);
+  command
+      .add_flag("--strict", options.strict,
+                "Exit with code 3 when a sample was lost, refused or missed")
+      ->disable_flag_override();
   command
       .add_flag(
           "--jitter", options.jitter,
@@ -324,21 +403,23 @@ void refuseOddValues(std::span<const char* const> words, const CLI::App& app) {
 
 // Names an unknown command in the error, which the parser does not do.
 void refuseUnknownCommand(std::span<const char* const> words, const CLI::App& app) {
-  if (words.empty()) throw UsageError("a command is needed: run, top, check, schema or options");
+  if (words.empty())
+    throw UsageError("a command is needed: run, top, decode, info, check, schema or options");
   if (std::string_view(words[0]).starts_with("-")) return;
   if (std::ranges::none_of(commandsOf(app), [&](const CLI::App* command) {
         return command->get_name() == words[0];
       }))
-    throw UsageError(
-        fmt::format("unknown command '{}': run, top, check, schema or options is needed",
-                    asPrintable(words[0])));
+    throw UsageError(fmt::format(
+        "unknown command '{}': run, top, decode, info, check, schema or options is needed",
+        asPrintable(words[0])));
 }
 
 Command commandNamed(std::string_view name) {
-  if (name == "run") return Command::run;
-  if (name == "top") return Command::top;
-  if (name == "check") return Command::check;
-  return name == "schema" ? Command::schema : Command::options;
+  constexpr std::pair<std::string_view, Command> kCommands[] = {
+      {"run", Command::run},        {"top", Command::top},     {"decode", Command::decode},
+      {"info", Command::info},      {"check", Command::check}, {"schema", Command::schema},
+      {"options", Command::options}};
+  return std::ranges::find(kCommands, name, &std::pair<std::string_view, Command>::first)->second;
 }
 
 // The app holds references to `line` and `given`.
@@ -352,13 +433,20 @@ void describe(CLI::App& app, CommandLine& line, Given& given) {
   CLI::App* const run =
       app.add_subcommand("run", "Sample, and write the events until the end of the run or Ctrl-C");
   addPluginOptions(*run, line.run.plugin, given);
-  addRunOptions(*run, line.run);
+  addRunOptions(*run, line.run, given.capture);
   run->footer(kExamples);
 
   CLI::App* const top = app.add_subcommand(
       "top", "Show the adapters on the full screen, those with the worst planes first");
   addPluginOptions(*top, line.run.plugin, given);
   addTopOptions(*top, line.run);
+
+  CLI::App* const decode =
+      app.add_subcommand("decode", "Write the events of capture files in any format");
+  addDecodeOptions(*decode, line.run, line.decode);
+
+  CLI::App* const info = app.add_subcommand("info", "Describe capture files");
+  info->add_option("FILE", line.decode.files, "Capture files")->required()->type_name("");
 
   CLI::App* const check = app.add_subcommand(
       "check", "Show what would be sampled with these options, and whether it would work");
@@ -408,6 +496,7 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const Companions
   for (const std::string& pattern : line.run.counting.gauges) expectPattern("--gauge", pattern);
   if (line.run.rates && line.run.window)
     throw UsageError("--rates and --window exclude each other");
+  readCapture(given.capture, line.run);
   PluginOptions& plugin = line.run.plugin;
   if (given.plugin && given.plugin->empty()) refuse("--plugin", *given.plugin, "a path is needed");
   plugin.path = given.plugin.value_or(companions.plugin.string());

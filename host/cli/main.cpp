@@ -7,6 +7,8 @@
 #include "host/cli/command_line.h"
 #include "host/cli/companions.h"
 #include "host/commands/check.h"
+#include "host/commands/decode.h"
+#include "host/commands/info.h"
 #include "host/commands/options.h"
 #include "host/commands/run.h"
 #include "host/commands/schema.h"
@@ -23,6 +25,10 @@ int dispatch(int argc, char** argv) {
     case Command::run:
     case Command::top:
       return run(line.run);
+    case Command::decode:
+      return decode(line.run, line.decode);
+    case Command::info:
+      return showInfo(line.decode.files);
     case Command::check:
       return check(line.run, line.check);
     case Command::schema:

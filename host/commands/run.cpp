@@ -1,6 +1,7 @@
 #include "host/commands/run.h"
 
 #include <fmt/format.h>
+#include <limits.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,10 +13,12 @@
 #include <utility>
 #include <vector>
 
+#include "host/capture/capture_output.h"
 #include "host/commands/interval_advice.h"
 #include "host/commands/known_options.h"
 #include "host/commands/sampling.h"
 #include "host/commands/summary.h"
+#include "host/commands/writing.h"
 #include "host/figures/figures.h"
 #include "host/outputs/delivery.h"
 #include "host/outputs/record_marks.h"
@@ -33,27 +36,27 @@ namespace {
 constexpr std::uint64_t kUsualIntervalUsec = 1'000'000;  // when the plug-in does not describe it
 constexpr std::uint64_t kLongestIntervalUsec = 86'400'000'000;  // a day
 
-const OutputFormat& formatFor(const RunOptions& options, const OutputFile& file) {
-  const bool derived = options.rates || options.window;
-  const OutputFormat* format = options.format;
-  if (!format) format = findOutputFormat(file.isTerminal() && !derived ? "table" : "jsonl");
-  if (derived && !format->is_machine_readable)
-    throw UsageError(
-        fmt::format("{} needs --format jsonl or csv", options.rates ? "--rates" : "--window"));
-  return *format;
-}
-
-std::optional<std::uint64_t> windowUsec(const RunOptions& options) {
-  if (!options.window) return std::nullopt;
-  return static_cast<std::uint64_t>(std::chrono::microseconds(*options.window).count());
-}
-
 std::unique_ptr<Output> makeOutput(const RunOptions& options, const Projection& projection,
                                    const Figures& figures, OutputFile& file) {
   if (options.full_screen)
     return std::make_unique<ScreenOutput>(projection, figures, options.update, options.symbols);
-  return formatFor(options, file)
-      .make({projection, figures, file, options.rates, windowUsec(options)});
+  return makeWriter(options, projection, figures, file);
+}
+
+std::unique_ptr<CaptureOutput> makeCapture(const RunOptions& options, const EventSource& source,
+                                           std::uint64_t interval_usec, bool clear_on_read) {
+  if (!options.capture) return nullptr;
+  CaptureHead head;
+  head.source = source.name();
+  head.writer = "tev-host " TEV_VERSION;
+  head.plugin = options.plugin.path;
+  head.options = options.plugin.options;
+  char host[HOST_NAME_MAX + 1] = "";
+  gethostname(host, sizeof host - 1);
+  head.host = host;
+  head.interval_usec = interval_usec;
+  head.clear_on_read = clear_on_read;
+  return std::make_unique<CaptureOutput>(*options.capture, head, source.schema());
 }
 
 // 0: as fast as possible.
@@ -101,19 +104,10 @@ class LogHold {
 };
 
 // A plug-in that counts samples reports the names of its devices before the first event.
-void expectDevices(const DeviceFilter& filter, const EventSource& source) {
+void expectDevicesOf(const EventSource& source, const DeviceFilter& filter) {
   std::vector<std::string> names;
   for (const DeviceCounts& one : source.counts().value_or(std::vector<DeviceCounts>{}))
     names.push_back(one.device);
-  filter.expectOneOf(names);
-}
-
-// If a plug-in does not count samples, its devices are known only from the events.
-void expectDevices(const DeviceFilter& filter, const Delivery& delivery) {
-  std::vector<std::string> names;
-  for (const Delivery::SeriesCount& one : delivery.series())
-    if (std::ranges::find(names, one.series->device) == names.end())
-      names.push_back(one.series->device);
   filter.expectOneOf(names);
 }
 
@@ -160,20 +154,6 @@ Figures::Doubt doubtFor(const RunOptions& options, const PluginSource& source) {
   };
 }
 
-// Writes what a run that failed has left in the buffer.
-void closeAfterFailure(OutputFile& file) {
-  try {
-    file.close();
-  } catch (const std::exception&) {  // the run has failed already, and the summary counts the rest
-  }
-}
-
-std::string missingText(const OutputFile& file) {
-  if (file.missingBytes() == 0) return "";
-  return fmt::format("  {} events ({} bytes of text) did not reach {}\n",
-                     file.missingRecords().size(), file.missingBytes(), file.name());
-}
-
 }  // namespace
 
 int run(const RunOptions& options) {
@@ -182,7 +162,7 @@ int run(const RunOptions& options) {
   OutputFile file(options.output);
   PluginSource source(options.plugin, options.buffer_bytes);
   const Projection projection(source.schema(), options.selection);
-  expectDevices(projection.devices(), source);
+  expectDevicesOf(source, projection.devices());
   adviseInterval(options, source, projection);
 
   CountingOptions counting = options.counting;
@@ -199,6 +179,9 @@ int run(const RunOptions& options) {
   std::vector<Output*> outputs{written.get()};
   if (!options.full_screen) outputs.insert(outputs.begin(), &marks);
   if (jitter) outputs.push_back(jitter.get());
+  const auto capture =
+      makeCapture(options, source, intervalUsec(options, source.options()), counting.clear_on_read);
+  if (capture) outputs.push_back(capture.get());
   Delivery delivery(source.schema(), outputs, figures, options.samples,
                     patienceUsec(options, source.options()));
   delivery.begin();
@@ -215,13 +198,14 @@ int run(const RunOptions& options) {
     if (options.full_screen) return source.close();
     std::string text = summarize(elapsed, cpuTime(), delivery, figures);
     text += missingText(file);
+    if (capture) text += capture->summary();
     if (jitter) text += jitter->report();
     showOnStderr(text);
     return source.close();
   };
   try {
     sampling.run();
-    expectDevices(projection.devices(), delivery);
+    expectDevicesOf(delivery, projection.devices());
   } catch (const ClosedPipe&) {  // the summary says what its reader missed
   } catch (const RunError&) {
     finish();

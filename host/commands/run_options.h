@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "host/capture/capture_options.h"
 #include "host/events/projection.h"
 #include "host/figures/counting_options.h"
 #include "host/outputs/formats.h"
@@ -21,7 +22,8 @@ struct RunOptions {
   bool full_screen = false;              // instead of an output that writes
   std::optional<SymbolSet> symbols;      // of the screen; nothing: depends on the terminal
   const OutputFormat* format = nullptr;  // null: depends on where the output goes
-  std::string output;                    // path; empty: standard output
+  std::optional<CaptureOptions> capture;
+  std::string output;  // path; empty: standard output
   std::optional<std::chrono::nanoseconds> duration;
   std::optional<std::uint64_t> samples;
   bool jitter = false;                              // measure it

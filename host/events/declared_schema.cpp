@@ -7,6 +7,7 @@
 
 #include "host/support/errors.h"
 #include "host/support/text.h"
+#include "src/support/malloc_ptr.h"
 
 namespace tev::host {
 namespace {
@@ -41,6 +42,8 @@ DeclaredSchema declaredSchema(const tev_schema_t& schema) {
   DeclaredSchema declared;
   declared.name = schema.name ? asPrintable(schema.name) : "";
   declared.id = schema.id_string;
+  const support::MallocPtr<char> text(tev_schema_json_string(&schema));
+  if (text) declared.text = text.get();
   const std::span types(schema.types, std::min<std::size_t>(schema.num_types, TEV_MAX_TYPES));
   for (std::size_t i = 0; i < types.size(); ++i) {
     const tev_type_definition_t* const type = types[i];

@@ -46,26 +46,40 @@ BlockHeader readHeader(Blocks bytes, std::size_t position) {
           bytes[TEV_EVENT_BLOCK_COUNT_OFFSET]};
 }
 
-}  // namespace
-
-void decodeBlocks(const SchemaView& schema, Blocks bytes,
-                  const std::function<void(const Event&)>& visit) {
+template <class Visit>
+void walk(const SchemaView& schema, Blocks bytes, const Visit& visit) {
   std::size_t position = 0;
   while (position < bytes.size()) {
-    const auto block = bytes.subspan(position);
-    const BlockHeader header = readHeader(block, position);
+    const auto rest = bytes.subspan(position);
+    const BlockHeader header = readHeader(rest, position);
     const TypeView* const type = schema.find(header.schema_index, header.type_index);
     if (!type)
       refuse(position, "there is no type {} in schema {}", header.type_index, header.schema_index);
 
-    const auto events = block.subspan(TEV_EVENT_BLOCK_HEADER_SIZE);
+    const auto events = rest.subspan(TEV_EVENT_BLOCK_HEADER_SIZE);
     if (header.count != 0 && type->size > events.size() / header.count)
       refuse(position, "{} events of {} bytes do not fit into the {} bytes that are left",
              header.count, type->size, events.size());
-    for (std::size_t i = 0; i < header.count; ++i)
-      visit({header.timestamp_usec, type, events.data() + i * type->size});
-    position += TEV_EVENT_BLOCK_HEADER_SIZE + header.count * type->size;
+    const std::size_t size = TEV_EVENT_BLOCK_HEADER_SIZE + header.count * type->size;
+    visit(Block{header.timestamp_usec, type, header.count, rest.first(size)});
+    position += size;
   }
+}
+
+}  // namespace
+
+void forEachBlock(const SchemaView& schema, Blocks blocks,
+                  const std::function<void(const Block&)>& visit) {
+  walk(schema, blocks, visit);
+}
+
+void decodeBlocks(const SchemaView& schema, Blocks blocks,
+                  const std::function<void(const Event&)>& visit) {
+  walk(schema, blocks, [&visit](const Block& block) {
+    const std::uint8_t* const first = block.bytes.data() + TEV_EVENT_BLOCK_HEADER_SIZE;
+    for (std::size_t i = 0; i < block.events; ++i)
+      visit({block.timestamp_usec, block.type, first + i * block.type->size});
+  });
 }
 
 }  // namespace tev::host

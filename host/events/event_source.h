@@ -34,6 +34,8 @@ struct DeviceCounts {
   std::uint64_t last_good_usec = 0;         // time stamp of the last sample that was fetched
   std::uint64_t left_out = 0;               // batches without the device, whose read took too long
   std::string last_failure{};               // text of the last failure
+
+  bool operator==(const DeviceCounts&) const = default;
 };
 
 // A source of events, for example a plug-in that samples, a recording, or a message bus. All calls

@@ -136,6 +136,7 @@ DeclaredSchema declaredSchema(std::string_view json_text) {
   char id_string[TEV_SCHEMA_ID_STRING_SIZE] = "";
   if (id) tev_schema_id_to_schema_string(&*id, id_string);
   schema.id = id_string;
+  schema.text = json_text;
   return schema;
 }
 

@@ -112,7 +112,7 @@ SchemaView SchemaView::fromJson(std::span<const std::string> texts) {
 
 SchemaView::SchemaView(const std::vector<DeclaredSchema>& schemas) {
   for (const DeclaredSchema& schema : schemas) {
-    schemas_.push_back({schema.name, schema.id});
+    schemas_.push_back({schema.name, schema.id, schema.text});
     first_type_.push_back(types_.size());
     Splitter splitter;
     for (const DeclaredType& type : schema.types)

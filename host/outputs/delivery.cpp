@@ -59,11 +59,11 @@ void Delivery::leave() {
 
 void Delivery::watchHealth(RunStatus& status) {
   const DeviceFilter& filter = figures_.projection().devices();
-  std::erase_if(status.devices,
-                [&](const DeviceCounts& one) { return !filter.passes(one.device); });
+  std::vector<DeviceCounts> chosen = status.devices;
+  std::erase_if(chosen, [&](const DeviceCounts& one) { return !filter.passes(one.device); });
   for (const SeriesCount& one : counts_)
     if (one.is_followed) health_.sample(one.series->device, one.last_usec);
-  health_.update(status.devices, status.now_usec);
+  health_.update(chosen, status.now_usec);
   status.health = &health_;
 }
 

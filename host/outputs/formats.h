@@ -17,7 +17,8 @@
 #define TEV_OUTPUT_FORMATS(FORMAT)                                                                 \
   FORMAT("table", makeTable, false, "values and rates per device, redrawn in place on a terminal") \
   FORMAT("jsonl", makeJsonl, true, "one JSON object per line and event")                           \
-  FORMAT("csv", makeCsv, true, "comma-separated values with one header line")
+  FORMAT("csv", makeCsv, true, "comma-separated values with one header line")                      \
+  FORMAT("none", makeNone, false, "no text, for example beside --capture")
 
 namespace tev::host {
 
@@ -42,7 +43,7 @@ std::span<const OutputFormat> outputFormats();
 // Null when there is no such format.
 const OutputFormat* findOutputFormat(std::string_view name);
 
-// "table, jsonl or csv".
+// "table, jsonl, csv or none".
 std::string outputFormatNames();
 
 #define TEV_DECLARE(name, make, machine, help) \

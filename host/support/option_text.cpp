@@ -4,6 +4,8 @@
 
 #include <charconv>
 #include <cmath>
+#include <ctime>
+#include <optional>
 #include <string_view>
 #include <system_error>
 
@@ -64,6 +66,24 @@ std::chrono::nanoseconds seconds(const char* option, const std::string& text) {
   if (!number || !(*number >= kMinSeconds && *number <= kMaxSeconds))
     refuse(option, text, "a number of seconds is needed, from 1e-9 to 1e9");
   return std::chrono::nanoseconds(std::llround(*number * 1e9));
+}
+
+std::uint64_t momentUsec(const char* option, const std::string& text) {
+  constexpr double kMaxMoment = 1e11;  // seconds, about the year 5138
+  std::string_view fraction = text;
+  double whole = 0;
+  std::tm time{};
+  if (const char* const rest = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &time)) {
+    whole = static_cast<double>(timegm(&time));
+    fraction.remove_prefix(static_cast<std::size_t>(rest - text.c_str()));
+    if (!fraction.ends_with('Z')) fraction = "?";
+    fraction.remove_suffix(1);
+  }
+  const bool is_whole = fraction.empty() && !text.empty();
+  const auto rest = is_whole ? std::optional(0.0) : parseNumber<double>(fraction);
+  if (!rest || !(whole + *rest >= 0 && whole + *rest <= kMaxMoment))
+    refuse(option, text, "a time is needed, like 2026-01-31T12:00:00Z or 1769860800 (seconds)");
+  return static_cast<std::uint64_t>(std::llround((whole + *rest) * 1e6));
 }
 
 double gbits(const char* option, const std::string& text) {

@@ -21,6 +21,10 @@ std::uint64_t byteSize(const char* option, const std::string& text);
 // Greater than 0; may be a fraction.
 std::chrono::nanoseconds seconds(const char* option, const std::string& text);
 
+// A moment in microseconds since the Unix epoch: a UTC time "2026-01-31T12:00:00Z" or seconds, both
+// with or without a fraction.
+std::uint64_t momentUsec(const char* option, const std::string& text);
+
 // The speed of a link in Gbit/s; may be a fraction.
 double gbits(const char* option, const std::string& text);
 

@@ -44,7 +44,7 @@ TEST(OutputFormats, HaveOneTable) {
     EXPECT_THAT(test::readAll(EXAMPLES "/../tev-host.md"),
                 testing::HasSubstr(fmt::format("**`{}`**", format.name)));
   }
-  EXPECT_EQ(outputFormatNames(), "table, jsonl or csv");
+  EXPECT_EQ(outputFormatNames(), "table, jsonl, csv or none");
 }
 
 TEST(Jsonl, WritesStrictJson) {

@@ -1,0 +1,153 @@
+#include "host/capture/capture_output.h"
+
+#include <fmt/format.h>
+#include <time.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "host/capture/parts.h"
+#include "host/support/errors.h"
+#include "host/support/log.h"
+#include "host/support/short_number.h"
+#include "host/support/text.h"
+
+namespace tev::host {
+namespace {
+
+constexpr std::chrono::seconds kRetry{10};  // after a new file could not be created
+std::uint64_t nanosecondsOf(clockid_t clock) {
+  timespec time{};
+  clock_gettime(clock, &time);
+  return static_cast<std::uint64_t>(time.tv_sec) * 1'000'000'000 +
+         static_cast<std::uint64_t>(time.tv_nsec);
+}
+
+// Whether anything but the time of the last sample has changed.
+bool isNews(const std::vector<DeviceCounts>& before, const std::vector<DeviceCounts>& now) {
+  return !std::ranges::equal(before, now, [](DeviceCounts a, DeviceCounts b) {
+    a.last_good_usec = b.last_good_usec = 0;
+    return a == b;
+  });
+}
+
+}  // namespace
+
+ClockPair readClocks() {
+  return {nanosecondsOf(CLOCK_REALTIME), nanosecondsOf(CLOCK_MONOTONIC)};
+}
+
+CaptureOutput::CaptureOutput(CaptureOptions options, CaptureHead head, const SchemaView& schema)
+    : options_(std::move(options)), head_(std::move(head)), schema_(schema) {
+  for (const SchemaView::Schema& one : schema.schemas()) head_.schemas.push_back(one.text);
+}
+
+void CaptureOutput::begin() {
+  openNext();
+}
+
+std::string CaptureOutput::nextPath() const {
+  if (!options_.rotates()) return options_.path;
+  return partPath(options_.path, readClocks().real / 1'000'000'000, files_ + 1);
+}
+
+void CaptureOutput::openNext() {
+  head_.start = readClocks();
+  head_.part = static_cast<std::uint32_t>(files_);
+  auto next = std::make_unique<CaptureFile>(nextPath(), head_);
+  closeFile();
+  file_ = std::move(next);
+  last_path_ = file_->path();
+  ++files_;
+  opened_ = std::chrono::steady_clock::now();
+  counts_.clear();
+}
+
+void CaptureOutput::closeFile() {
+  if (!file_) return;
+  closeChunk();
+  file_->finish();
+  if (options_.sync != CaptureSync::none) sync_.request(file_->descriptor(), file_->path());
+  stored_bytes_ += file_->size();
+  event_bytes_ += file_->eventBytes();
+  file_.reset();
+}
+
+void CaptureOutput::blocks(Blocks blocks) {
+  forEachBlock(schema_, blocks, [this](const Block& block) {
+    if (!pending_.empty() && pending_.size() + block.bytes.size() > kChunkOfEvents) closeChunk();
+    if (pending_.empty()) first_usec_ = last_usec_ = block.timestamp_usec;
+    first_usec_ = std::min(first_usec_, block.timestamp_usec);
+    last_usec_ = std::max(last_usec_, block.timestamp_usec);
+    pending_.insert(pending_.end(), block.bytes.begin(), block.bytes.end());
+  });
+}
+
+void CaptureOutput::closeChunk() {
+  if (pending_.empty()) return;
+  file_->writeEvents(pending_, first_usec_, last_usec_);
+  pending_.clear();
+}
+
+void CaptureOutput::update(const RunStatus& status) {
+  if (!file_) return;
+  closeChunk();
+  noteCounts(status);
+  file_->writeClocks(readClocks());
+  sync();
+  rotateIfDue();
+}
+
+void CaptureOutput::end(const RunStatus& status) {
+  if (!file_) return;
+  closeChunk();
+  noteCounts(status);
+  file_->writeClocks(readClocks());
+  closeFile();
+}
+
+void CaptureOutput::noteCounts(const RunStatus& status) {
+  if (!isNews(counts_, status.devices)) return;
+  file_->writeCounts(status.devices, status.now_usec);
+  counts_ = status.devices;
+}
+
+void CaptureOutput::sync() {
+  if (options_.sync == CaptureSync::update) sync_.request(file_->descriptor(), file_->path());
+  if (const std::string failure = sync_.takeFailure(); !failure.empty())
+    Log::instance().say("tev-host: " + failure);
+}
+
+void CaptureOutput::rotateIfDue() {
+  const auto age = std::chrono::steady_clock::now() - opened_;
+  const bool is_due = (options_.rotate_bytes && file_->size() >= *options_.rotate_bytes) ||
+                      (options_.rotate_time && age >= *options_.rotate_time);
+  if (is_due) tryToOpenNext();
+}
+
+// When the next file cannot be created, the current one is continued.
+void CaptureOutput::tryToOpenNext() {
+  const auto now = std::chrono::steady_clock::now();
+  if (now < next_try_) return;
+  try {
+    openNext();
+    if (options_.keep) removeOldParts(options_.path, *options_.keep);
+  } catch (const RunError& error) {
+    next_try_ = now + kRetry;
+    Log::instance().say(
+        fmt::format("tev-host: {}; going on in {}", error.what(), asPrintable(file_->path())));
+  }
+}
+
+std::string CaptureOutput::summary() const {
+  if (files_ == 0) return "";
+  const std::uint64_t stored = stored_bytes_ + (file_ ? file_->size() : 0);
+  const std::uint64_t events = event_bytes_ + (file_ ? file_->eventBytes() : 0);
+  return fmt::format(
+      "  recorded {}B of events in {}B: {}\n", shortNumber(static_cast<double>(events)),
+      shortNumber(static_cast<double>(stored)),
+      files_ == 1 ? asPrintable(last_path_)
+                  : fmt::format("{} files, the last is {}", files_, asPrintable(last_path_)));
+}
+
+}  // namespace tev::host

@@ -1,0 +1,148 @@
+#include "host/capture/capture_source.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include "host/events/decoder.h"
+#include "host/support/errors.h"
+#include "host/support/text.h"
+
+namespace tev::host {
+namespace {
+
+std::string_view textOf(const Chunk& chunk) {
+  return {reinterpret_cast<const char*>(chunk.body.data()), chunk.body.size()};
+}
+
+// Errors of a file name it, and the byte.
+template <class Call>
+auto inFile(const ChunkReader& reader, Call call) {
+  const std::uint64_t at = reader.lastChunk();
+  try {
+    return call();
+  } catch (const RunError& error) {
+    throw RunError(fmt::format("{}: byte {}: {}", asPrintable(reader.path()), at, error.what()));
+  }
+}
+
+}  // namespace
+
+CaptureSource::CaptureSource(const std::vector<std::string>& paths, const TimeSpan& span)
+    : span_(span) {
+  const CaptureHead* first = nullptr;
+  std::vector<CaptureHead> heads;
+  heads.reserve(paths.size());
+  for (const std::string& path : paths) {
+    readers_.push_back(std::make_unique<ChunkReader>(path));
+    heads.push_back(readHead(*readers_.back()));
+    if (heads.back().schemas != heads.front().schemas)
+      throw RunError(fmt::format("{} and {} have different schemas: they must be read one by one",
+                                 asPrintable(paths.front()), asPrintable(path)));
+    if (!first || heads.back().start.real < first->start.real) first = &heads.back();
+  }
+  head_ = *first;
+  schema_ = inFile(*readers_.front(), [&] { return SchemaView::fromJson(head_.schemas); });
+}
+
+CaptureHead CaptureSource::readHead(ChunkReader& reader) const {
+  const auto header = reader.peek();
+  const auto chunk = header && header->kind == ChunkKind::head ? reader.take() : std::nullopt;
+  if (!chunk)
+    throw RunError(
+        fmt::format("{}: byte 0: its head is damaged, and without it the events cannot "
+                    "be read",
+                    asPrintable(reader.path())));
+  return inFile(reader, [&] { return headFromJson(textOf(*chunk)); });
+}
+
+// The reader whose next chunk begins first; null at the end of all files.
+ChunkReader* CaptureSource::earliest() {
+  ChunkReader* best = nullptr;
+  std::uint64_t best_usec = 0;
+  for (const auto& reader : readers_) {
+    const auto header = reader->peek();
+    if (!header || (best && header->first_usec >= best_usec)) continue;
+    best = reader.get();
+    best_usec = header->first_usec;
+  }
+  return best;
+}
+
+bool CaptureSource::fetch(const BlockConsumer& take, const std::function<bool()>& interrupted) {
+  while (!interrupted()) {
+    ChunkReader* const reader = earliest();
+    if (!reader) return false;
+    if (isOutside(*reader->peek())) {
+      reader->skip();
+      continue;
+    }
+    const auto chunk = reader->take();
+    if (!chunk) continue;
+    now_usec_ = std::max(now_usec_, chunk->header.last_usec);
+    switch (chunk->header.kind) {
+      case ChunkKind::events:
+        inFile(*reader, [&] { forEachBlock(*schema_, chunk->body, [](const Block&) {}); });
+        passEvents(chunk->body, chunk->header, take);
+        break;
+      case ChunkKind::ledger:
+        counts_ = inFile(*reader, [&] { return countsFromJson(textOf(*chunk)); });
+        break;
+      case ChunkKind::clocks:  // the end of an update
+        return true;
+      default:
+        break;
+    }
+  }
+  return true;
+}
+
+// Whether the chunk need not be read. Others are read even if they are not used, to find damage.
+bool CaptureSource::isOutside(const ChunkHeader& header) const {
+  return header.kind == ChunkKind::events &&
+         (header.last_usec < span_.from_usec || header.first_usec >= span_.to_usec);
+}
+
+// Passes the blocks whose time is in the span.
+void CaptureSource::passEvents(Blocks blocks, const ChunkHeader& header,
+                               const BlockConsumer& take) const {
+  if (header.first_usec >= span_.from_usec && header.last_usec < span_.to_usec) {
+    take(blocks);
+    return;
+  }
+  forEachBlock(*schema_, blocks, [&](const Block& block) {
+    if (block.timestamp_usec >= span_.from_usec && block.timestamp_usec < span_.to_usec)
+      take(block.bytes);
+  });
+}
+
+std::uint64_t CaptureSource::readBytes() const {
+  std::uint64_t sum = 0;
+  for (const auto& reader : readers_) sum += reader->position();
+  return sum;
+}
+
+std::uint64_t CaptureSource::size() const {
+  std::uint64_t sum = 0;
+  for (const auto& reader : readers_) sum += reader->size();
+  return sum;
+}
+
+std::vector<CaptureFileState> CaptureSource::files() const {
+  std::vector<CaptureFileState> files;
+  for (const auto& reader : readers_)
+    files.push_back({reader->path(), reader->size(), reader->damages()});
+  return files;
+}
+
+std::string describe(const CaptureFileState& file, const Damage& damage) {
+  return fmt::format(
+      "{}: byte {}: {}", asPrintable(file.path), damage.offset,
+      damage.is_cut_off
+          ? fmt::format("the file ends in a chunk; its last {} bytes are not used", damage.bytes)
+          : fmt::format("{} bytes are damaged and were passed over", damage.bytes));
+}
+
+}  // namespace tev::host

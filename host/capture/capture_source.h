@@ -1,0 +1,74 @@
+// The events of capture files as a source.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/capture/chunk_reader.h"
+#include "host/capture/head.h"
+#include "host/events/event_source.h"
+
+namespace tev::host {
+
+// A span of time, in microseconds since the Unix epoch. The end does not belong to it.
+struct TimeSpan {
+  std::uint64_t from_usec = 0;
+  std::uint64_t to_usec = UINT64_MAX;
+};
+
+// What is known of one file of a source.
+struct CaptureFileState {
+  std::string path;
+  std::uint64_t size = 0;  // bytes
+  std::vector<Damage> damages;
+};
+
+// Reads several files as one, in the order of time of their chunks.
+class CaptureSource final : public EventSource {
+ public:
+  // Throws RunError when a file cannot be used, or when the files have different schemas.
+  explicit CaptureSource(const std::vector<std::string>& paths, const TimeSpan& span = {});
+
+  // Of the file that begins first.
+  const CaptureHead& head() const { return head_; }
+
+  std::string name() const override { return head_.source; }
+  const SchemaView& schema() const override { return *schema_; }
+
+  // Passes the events of the next update of the recording. False at the end of all files.
+  bool fetch(const BlockConsumer& take, const std::function<bool()>& interrupted) override;
+
+  std::optional<std::vector<DeviceCounts>> counts() const override { return counts_; }
+
+  // The time of the recording: the last time stamp of the chunks so far.
+  std::uint64_t nowUsec() const { return now_usec_; }
+
+  // Bytes that were read, and of all files.
+  std::uint64_t readBytes() const;
+  std::uint64_t size() const;
+
+  // The files in their order. The places without a sound chunk are complete at the end.
+  std::vector<CaptureFileState> files() const;
+
+ private:
+  CaptureHead readHead(ChunkReader& reader) const;
+  ChunkReader* earliest();
+  bool isOutside(const ChunkHeader& header) const;
+  void passEvents(Blocks blocks, const ChunkHeader& header, const BlockConsumer& take) const;
+
+  TimeSpan span_;
+  std::vector<std::unique_ptr<ChunkReader>> readers_;
+  CaptureHead head_;
+  std::optional<SchemaView> schema_;
+  std::optional<std::vector<DeviceCounts>> counts_;
+  std::uint64_t now_usec_ = 0;
+};
+
+// "FILE: byte 1234: 56 bytes are damaged", or "... : the file ends in a chunk, 56 bytes are lost".
+std::string describe(const CaptureFileState& file, const Damage& damage);
+
+}  // namespace tev::host

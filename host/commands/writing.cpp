@@ -1,0 +1,60 @@
+#include "host/commands/writing.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <exception>
+#include <optional>
+#include <vector>
+
+#include "host/support/errors.h"
+
+namespace tev::host {
+namespace {
+
+std::optional<std::uint64_t> windowUsec(const RunOptions& options) {
+  if (!options.window) return std::nullopt;
+  return static_cast<std::uint64_t>(std::chrono::microseconds(*options.window).count());
+}
+
+}  // namespace
+
+const OutputFormat& formatFor(const RunOptions& options, const OutputFile& file) {
+  const bool derived = options.rates || options.window;
+  const OutputFormat* format = options.format;
+  if (!format) format = findOutputFormat(file.isTerminal() && !derived ? "table" : "jsonl");
+  if (derived && !format->is_machine_readable)
+    throw UsageError(
+        fmt::format("{} needs --format jsonl or csv", options.rates ? "--rates" : "--window"));
+  return *format;
+}
+
+std::unique_ptr<Output> makeWriter(const RunOptions& options, const Projection& projection,
+                                   const Figures& figures, OutputFile& file) {
+  return formatFor(options, file)
+      .make({projection, figures, file, options.rates, windowUsec(options)});
+}
+
+void expectDevicesOf(const Delivery& delivery, const DeviceFilter& filter) {
+  std::vector<std::string> names;
+  for (const Delivery::SeriesCount& one : delivery.series())
+    if (std::ranges::find(names, one.series->device) == names.end())
+      names.push_back(one.series->device);
+  filter.expectOneOf(names);
+}
+
+void closeAfterFailure(OutputFile& file) {
+  try {
+    file.close();
+  } catch (const std::exception&) {  // the run has failed already, and the summary counts the rest
+  }
+}
+
+std::string missingText(const OutputFile& file) {
+  if (file.missingBytes() == 0) return "";
+  return fmt::format("  {} events ({} bytes of text) did not reach {}\n",
+                     file.missingRecords().size(), file.missingBytes(), file.name());
+}
+
+}  // namespace tev::host
