@@ -188,9 +188,8 @@ RunStatus Sampling::status() {
   status.notes = Log::instance().lastHeldBack(kNotes);
   status.source_thread = source_.threadId();
   status.silent_seconds = silentSeconds();
-  const std::string hung =
+  status.hang =
       status.silent_seconds ? silenceText(*status.silent_seconds) : source_.pendingReads();
-  if (!hung.empty()) status.notes.push_back("tev-host: " + hung);
   return status;
 }
 

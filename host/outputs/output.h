@@ -22,7 +22,8 @@ struct RunStatus {
   std::vector<DeviceCounts> devices;     // empty when the source does not count
   std::uint64_t now_usec = 0;            // since the Unix epoch
   const HealthWatch* health = nullptr;   // of the devices that are written; not null in an output
-  std::vector<std::string> notes;        // recent log lines, oldest first, and what hangs
+  std::vector<std::string> notes;        // recent log lines, oldest first
+  std::string hang;                      // what the source waits for; empty: nothing
   std::optional<double> silent_seconds;  // since then, the source does not answer
   int source_thread = 0;                 // id of the host's own thread in the source; 0: none
 };

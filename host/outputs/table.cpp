@@ -45,6 +45,12 @@ std::string titleOf(const Series& series) {
   return series.type->keys.empty() ? asPrintable(series.type->name) : series.device;
 }
 
+std::vector<std::string> notesOf(const RunStatus& status) {
+  std::vector<std::string> notes = status.notes;
+  if (!status.hang.empty()) notes.push_back("tev-host: " + status.hang);
+  return notes;
+}
+
 class TableOutput final : public TextOutput {
  public:
   explicit TableOutput(const OutputSetup& setup)
@@ -67,7 +73,7 @@ class TableOutput final : public TextOutput {
     recent_.update(status.now_usec);
     has_news_ |= !status.health->changes().empty() || !status.health->missing().empty();
     if (live_)
-      screen_.draw(lines(status, false), status.notes);
+      screen_.draw(lines(status, false), notesOf(status));
     else
       print(status, false);
     has_news_ = false;
@@ -76,7 +82,7 @@ class TableOutput final : public TextOutput {
 
   void redraw(const RunStatus& status) override {
     if (!live_) return;
-    screen_.draw(lines(status, false), status.notes);
+    screen_.draw(lines(status, false), notesOf(status));
     file_.flush();
   }
 

@@ -22,11 +22,8 @@ constexpr std::size_t kLeastFieldRows = 6;  // with the titles
 constexpr std::size_t kMostTraceRows = 6;
 constexpr std::size_t kLeastTrace = 10;
 
-std::string number(double value) {
-  return shortNumber(value);
-}
-
-// The series that have the field. When there are too many, those with the largest amounts.
+// The series that have the field, in their order. When there are too many, the planes with the
+// largest amounts.
 std::vector<std::size_t> shownSeries(const DeviceModel& device, const FieldModel& field,
                                      std::size_t most) {
   std::vector<std::size_t> series;
@@ -34,21 +31,26 @@ std::vector<std::size_t> shownSeries(const DeviceModel& device, const FieldModel
     if (field.cells[i]) series.push_back(i);
   if (series.size() <= most) return series;
   const auto amount = [&](std::size_t i) {
-    const Reading& reading = field.cells[i]->reading;
-    return reading.counts() ? reading.per_second.value_or(0) : static_cast<double>(reading.value);
+    const CellModel& cell = *field.cells[i];
+    if (!cell.is_plane) return -1.0;
+    return cell.reading.counts() ? cell.reading.per_second.value_or(0)
+                                 : static_cast<double>(cell.reading.value);
   };
   std::ranges::stable_sort(series, [&](auto a, auto b) { return amount(a) > amount(b); });
   series.resize(most);
+  std::ranges::sort(series);
   return series;
 }
 
-bool isWorst(const FieldModel& field, const Series& series) {
-  if (!field.comparison || !field.comparison->stands_out) return false;
-  return field.comparison->planes[field.comparison->worst] == &series;
+// Whether this plane stands out.
+bool isWorst(const DeviceModel& device, const FieldModel& field, const Series& series) {
+  return device.isSampling() && field.standsOut() &&
+         field.comparison->planes[field.comparison->worst] == &series;
 }
 
-std::string shareOf(const FieldModel& field, const Series& series) {
-  if (!field.comparison || field.comparison->kind == FieldKind::gauge) return "";
+std::string shareOf(const DeviceModel& device, const FieldModel& field, const Series& series) {
+  if (!device.isSampling() || !field.isCompared() || field.comparison->kind == FieldKind::gauge)
+    return "";
   const auto& planes = field.comparison->planes;
   const auto plane = std::ranges::find(planes, &series);
   if (plane == planes.end()) return "";
@@ -64,12 +66,15 @@ double topOf(const FieldModel& field, const std::vector<std::size_t>& series) {
 
 class TraceBlock {
  public:
-  TraceBlock(const DeviceModel& device, const FieldModel& field, const Symbols& symbols,
-             ScreenSize size)
-      : device_(device), field_(field), symbols_(symbols), size_(size) {}
+  TraceBlock(const ScreenModel& model, const DeviceModel& device, const FieldModel& field,
+             const Symbols& symbols, ScreenSize size)
+      : model_(model), device_(device), field_(field), symbols_(symbols), size_(size) {}
 
   Lines lines() const {
-    const std::size_t room = size_.rows - 1;  // without the titles
+    std::size_t room = size_.rows - 1;  // without the titles
+    const auto count = static_cast<std::size_t>(
+        std::ranges::count_if(field_.cells, [](const auto& cell) { return cell.has_value(); }));
+    if (count > room) --room;  // for the line about the others
     const auto series = shownSeries(device_, field_, room);
     const std::size_t rows =
         std::clamp<std::size_t>(room / std::max<std::size_t>(series.size(), 1), 1, kMostTraceRows);
@@ -82,6 +87,9 @@ class TraceBlock {
     Lines all{titles()};
     for (const std::size_t i : series)
       addSeries(all, i, isPlane(*device_.series[i]) ? top : topOf(field_, {i}), rows);
+    if (count > series.size())
+      all.emplace_back(fmt::format(" {} of {}; a higher window shows all", series.size(), count),
+                       Role::quiet);
     return all;
   }
 
@@ -89,6 +97,10 @@ class TraceBlock {
   static constexpr std::size_t kNameWidth = 12;
   // Name, now, share, min, mean, p99, max, peak, and the spaces before them.
   static constexpr std::size_t kUsed = 1 + kNameWidth + 6 * (kFigureWidth + 1) + kShareWidth + 1;
+
+  std::vector<TracePoint> pointsOf(const CellModel& cell) const {
+    return device_.isSampling() ? cell.trace.points() : cell.trace.pointsUntil(model_.now_usec);
+  }
 
   std::size_t traceWidth() const {
     return size_.columns < kUsed + 1 + kLeastTrace ? 0 : size_.columns - kUsed - 1;
@@ -100,7 +112,8 @@ class TraceBlock {
                                               return cell && cell->reading.counts();
                                             });
     Line line;
-    line.space().add(padRight(asPrintable(field_.name), kNameWidth), Role::emphasis);
+    line.space().add(padRight(shortName(model_.names[field_.number], kNameWidth), kNameWidth),
+                     Role::emphasis);
     line.space().add(padLeft(counts ? "now /s" : "now", kFigureWidth), Role::heading);
     line.space().add(padLeft("share", kShareWidth), Role::heading);
     for (const char* const title : {"min", "mean", "p99", "max", "peak"})
@@ -118,7 +131,7 @@ class TraceBlock {
   void addSeries(Lines& all, std::size_t i, double top, std::size_t rows) const {
     const Series& series = *device_.series[i];
     const CellModel& cell = *field_.cells[i];
-    const bool worst = isWorst(field_, series);
+    const bool worst = isWorst(device_, field_, series);
     const Role role = worst ? Role::bad : Role::normal;
     Line first;
     first.add(worst ? "!" : " ", Role::bad);
@@ -126,14 +139,14 @@ class TraceBlock {
     const Piece now = device_.health.state == DeviceState::sampling ? pieceOf(cell.reading)
                                                                     : Piece{"-", Role::quiet};
     first.space().add(padLeft(now.text, kFigureWidth), worst ? Role::bad : now.role);
-    first.space().add(padLeft(shareOf(field_, series), kShareWidth), role);
+    first.space().add(padLeft(shareOf(device_, field_, series), kShareWidth), role);
     const auto summary = cell.trace.summary();
     for (const auto part : {&TraceSummary::min, &TraceSummary::mean, &TraceSummary::p99,
                             &TraceSummary::max, &TraceSummary::peak})
-      first.space().add(padLeft(summary ? number((*summary).*part) : "", kFigureWidth), role);
+      first.space().add(padLeft(summary ? shortNumber((*summary).*part) : "", kFigureWidth), role);
 
     const std::size_t width = traceWidth();
-    const auto trace = symbols_.trace(cell.trace.points(), top, width, rows);
+    const auto trace = symbols_.trace(pointsOf(cell), top, width, rows);
     const Role trace_role = worst ? Role::warning : Role::trace;
     for (std::size_t row = 0; row + 1 < rows; ++row) {
       Line line;
@@ -143,6 +156,7 @@ class TraceBlock {
     all.push_back(std::move(first.space().add(trace.back(), trace_role)));
   }
 
+  const ScreenModel& model_;
   const DeviceModel& device_;
   const FieldModel& field_;
   const Symbols& symbols_;
@@ -152,26 +166,33 @@ class TraceBlock {
 // A row for each field, and a column for each series.
 class FieldTable {
  public:
-  FieldTable(const DeviceModel& device, const View& view, const Symbols& symbols,
-             std::size_t columns)
-      : device_(device), view_(view), symbols_(symbols), fields_(movedFields(device)) {
+  FieldTable(const ScreenModel& model, const DeviceModel& device, const View& view,
+             const Symbols& symbols, std::size_t columns)
+      : model_(model),
+        device_(device),
+        symbols_(symbols),
+        fields_(movedFields(device)),
+        selected_(selectedPlace(fields_, view)),
+        folded_(foldedText()) {
     name_width_ = displayWidth(kTitle);
     for (const FieldModel* const field : fields_)
-      name_width_ = std::max(name_width_, displayWidth(asPrintable(field->name)));
+      name_width_ = std::max(name_width_, displayWidth(model.names[field->number]));
     name_width_ = std::min<std::size_t>(name_width_, 24);
     const std::size_t used = 1 + name_width_ + 1 + kMeanWidth;
     const std::size_t room = columns > used ? (columns - used) / (kColumnWidth + 1) : 0;
     const std::size_t count = device.series.size();
-    first_ = std::min(view.first_column, count > room ? count - room : 0);
+    last_first_ = count > room ? count - room : 0;
+    first_ = std::min(view.first_column, last_first_);
     last_ = std::min(count, first_ + room);
   }
 
   std::size_t rows() const { return fields_.size(); }
 
-  std::size_t selectedRow() const {
-    return static_cast<std::size_t>(std::ranges::find(fields_, selectedField(device_, view_)) -
-                                    fields_.begin());
-  }
+  std::size_t selectedRow() const { return selected_; }
+  std::size_t lastFirstColumn() const { return last_first_; }
+  const FieldModel* selectedField() const { return fields_.empty() ? nullptr : fields_[selected_]; }
+  // The fields that have no row; empty when there is none.
+  const std::string& folded() const { return folded_; }
 
   Line titles() const {
     Line line;
@@ -189,9 +210,9 @@ class FieldTable {
   Line row(std::size_t index) const {
     const FieldModel& field = *fields_[index];
     Line line;
-    line.space().add(padRight(asPrintable(field.name), name_width_));
+    line.space().add(padRight(shortName(model_.names[field.number], name_width_), name_width_));
     for (std::size_t i = first_; i < last_; ++i) {
-      const bool worst = field.cells[i] && isWorst(field, *device_.series[i]);
+      const bool worst = field.cells[i] && isWorst(device_, field, *device_.series[i]);
       Piece piece{"", Role::quiet};
       if (field.cells[i])
         piece = device_.health.state == DeviceState::sampling ? pieceOf(field.cells[i]->reading)
@@ -199,35 +220,38 @@ class FieldTable {
       if (worst) piece = {"!" + piece.text, Role::bad};
       line.space().add(padLeft(piece.text, kColumnWidth), piece.role);
     }
-    if (field.comparison && field.comparison->stands_out)
+    if (device_.isSampling() && field.standsOut())
       line.space().add(
           padLeft(fmt::format("{}{:.1f}", symbols_.times(), field.comparison->imbalance),
                   kMeanWidth),
           Role::warning);
-    line.is_selected = index == selectedRow();
+    line.is_selected = index == selected_;
     return line;
   }
 
-  // "never moved: path_switches 0, ..."; empty when there is none.
-  std::string folded() const {
+ private:
+  // "never moved: path_switches, window_kib".
+  std::string foldedText() const {
     std::string text;
     for (const FieldModel& field : device_.fields) {
       if (field.hasMoved()) continue;
-      text += (text.empty() ? "never moved: " : ", ") + asPrintable(field.name);
+      text += (text.empty() ? "never moved: " : ", ") + model_.names[field.number];
     }
     return text;
   }
 
- private:
   static constexpr std::string_view kTitle = "rate or value";
   static constexpr std::size_t kColumnWidth = 8;
 
+  const ScreenModel& model_;
   const DeviceModel& device_;
-  const View& view_;
   const Symbols& symbols_;
   std::vector<const FieldModel*> fields_;
+  std::size_t selected_;
+  std::string folded_;
   std::size_t name_width_ = 0;
-  std::size_t first_ = 0;  // series
+  std::size_t last_first_ = 0;  // the largest first_
+  std::size_t first_ = 0;       // series
   std::size_t last_ = 0;
 };
 
@@ -241,21 +265,22 @@ Page adapterPage(const ScreenModel& model, const View& view, const Symbols& symb
     page.lines.emplace_back(" There is no adapter.", Role::quiet);
     return page;
   }
-  const FieldTable table(*device, view, symbols, size.columns);
+  const FieldTable table(model, *device, view, symbols, size.columns);
   const std::size_t wanted = 1 + table.rows() + (table.folded().empty() ? 0 : 1);
-  const FieldModel* const field = selectedField(*device, view);
+  const FieldModel* const field = table.selectedField();
   if (field) {
-    // The fields get what they need, but at most half of the rows when the traces need the rest.
+    // The fields get what they need, but the traces have one row for each series before that.
     const std::size_t series = device->series.size() + 1;
     const std::size_t least =
         std::max(kLeastFieldRows, size.rows - std::min(size.rows, series + 1));
     const std::size_t below = std::min(wanted, least) + 1;
     const std::size_t above = size.rows > below + 2 ? size.rows - below : 2;
-    page.lines = TraceBlock(*device, *field, symbols, {size.columns, above}).lines();
+    page.lines = TraceBlock(model, *device, *field, symbols, {size.columns, above}).lines();
     page.lines.emplace_back();
   }
   page.lines.push_back(table.titles());
   page.list_row = page.lines.size();
+  page.last_column = table.lastFirstColumn();
   const std::size_t left = size.rows - std::min(size.rows, page.lines.size());
   const bool has_folded = !table.folded().empty() && left > 1;
   page.list_rows = left - (has_folded ? 1 : 0);

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <langinfo.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -16,6 +17,7 @@
 #include <ncurses.h>
 
 #include "host/outputs/terminal.h"
+#include "host/screen/terminal_kind.h"
 #include "host/support/errors.h"
 #include "host/support/text.h"
 
@@ -61,6 +63,19 @@ bool setUpColours() {
   for (const Look& look : kLooks)
     init_pair(pairOf(look.role), COLORS >= 256 ? look.colour : look.basic_colour, kOwnColour);
   return true;
+}
+
+// With "?" in place of other characters.
+std::string asAscii(const std::string& text) {
+  std::string ascii;
+  for (const char byte : text) {
+    const auto value = static_cast<unsigned char>(byte);
+    if (value < 0x80)
+      ascii += byte;
+    else if (value >= 0xC0)  // the first byte of a character
+      ascii += '?';
+  }
+  return ascii;
 }
 
 attr_t attributesOf(Role role, bool has_colours) {
@@ -136,6 +151,10 @@ void expectTerminal() {
       throw UsageError(fmt::format(
           "top needs a terminal, and standard {} is not one: use tev-host run for files and pipes",
           name));
+  if (isFullScreenTerminal()) return;
+  const char* const kind = std::getenv("TERM");
+  throw UsageError(fmt::format("top cannot use this terminal: TERM is {}",
+                               kind && *kind ? "'" + asPrintable(kind) + "'" : "not set"));
 }
 
 bool showsUtf8() {
@@ -149,9 +168,7 @@ CursesTerminal::CursesTerminal()
   SCREEN* const screen = newterm(nullptr, stdout, stdin);
   if (!screen) {
     TerminalGuard::leave();
-    const char* const kind = std::getenv("TERM");
-    throw UsageError(fmt::format("top cannot use this terminal: TERM is {}",
-                                 kind && *kind ? "'" + asPrintable(kind) + "'" : "not set"));
+    throw RunError("the terminal could not be set up");
   }
   screen_ = screen;
   cbreak();
@@ -163,6 +180,7 @@ CursesTerminal::CursesTerminal()
   curs_set(0);
   set_escdelay(kEscapeMilliseconds);
   has_colours_ = setUpColours();
+  has_utf8_ = showsUtf8();
 }
 
 CursesTerminal::~CursesTerminal() {
@@ -177,7 +195,14 @@ ScreenSize CursesTerminal::size() {
   return {static_cast<std::size_t>(COLS), static_cast<std::size_t>(LINES)};
 }
 
+// A terminal that takes nothing, for example after Ctrl-S, would block the write.
+bool CursesTerminal::takesText() {
+  pollfd output{STDOUT_FILENO, POLLOUT, 0};
+  return poll(&output, 1, 0) == 1 && (output.revents & POLLOUT) != 0;
+}
+
 void CursesTerminal::draw(const Lines& lines) {
+  if (!takesText()) return;
   if (TerminalGuard::takeRedraw()) restore();
   werase(stdscr);
   for (std::size_t row = 0; row < lines.size(); ++row) {
@@ -185,7 +210,8 @@ void CursesTerminal::draw(const Lines& lines) {
     wmove(stdscr, static_cast<int>(row), 0);
     for (const Piece& piece : lines[row].pieces) {
       wattrset(stdscr, static_cast<int>(attributesOf(piece.role, has_colours_) | selected));
-      waddnstr(stdscr, piece.text.data(), static_cast<int>(piece.text.size()));
+      const std::string text = has_utf8_ ? piece.text : asAscii(piece.text);
+      waddnstr(stdscr, text.data(), static_cast<int>(text.size()));
     }
     if (selected != A_NORMAL) {
       wattrset(stdscr, static_cast<int>(selected));
@@ -217,7 +243,8 @@ KeyPress CursesTerminal::key() {
 
 void CursesTerminal::leave() noexcept {
   if (SCREEN* const screen = static_cast<SCREEN*>(std::exchange(screen_, nullptr))) {
-    if (TerminalGuard::isInForeground()) endwin();
+    flushinp();
+    if (TerminalGuard::isInForeground() && takesText()) endwin();
     TerminalGuard::leave();
     delscreen(screen);
   }

@@ -10,14 +10,14 @@
 
 namespace tev::host {
 
-// Throws UsageError when standard input or output is not a terminal.
+// Throws UsageError when standard input or output is not a terminal, or not one for full screens.
 void expectTerminal();
 
 // Owns the terminal of standard input and output. Every way out of the process gives it back. All
 // calls come from one thread. At most one instance may exist.
 class CursesTerminal {
  public:
-  // Throws UsageError when the terminal cannot be used.
+  // expectTerminal() must have passed. Throws RunError.
   CursesTerminal();
   ~CursesTerminal();
   CursesTerminal(const CursesTerminal&) = delete;
@@ -39,10 +39,12 @@ class CursesTerminal {
 
  private:
   void restore();
+  static bool takesText();
 
   TerminalGuard guard_;
   void* screen_ = nullptr;  // of the library
   bool has_colours_ = false;
+  bool has_utf8_ = false;
 };
 
 // Whether the terminal shows UTF-8. Sets the locale of characters to that of the environment.

@@ -36,6 +36,7 @@ Page helpPage(const Symbols& symbols) {
         "of mean    its amount, as a multiple of the mean of all planes",
         "missing    samples that were lost, refused or missed",
         "?  ~       a figure that is not known; a rate that is not certain",
+        "..         not decided yet whether the field counts (--counter, --gauge)",
         "peak       the highest rate, or value, of a single sample"})
     page.lines.emplace_back("  " + std::string(text));
   return page;

@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -26,13 +25,23 @@ struct CellModel {
   Trace trace;
 };
 
+// Since when one plane stands out in a field.
+struct Prominence {
+  const Series* plane = nullptr;  // null: none did lately
+  std::uint64_t since_usec = 0;   // since the Unix epoch
+  std::uint64_t last_usec = 0;
+};
+
 // One field of a device.
 struct FieldModel {
-  std::string name;
+  std::size_t number = 0;                       // in ScreenModel::names
   std::vector<std::optional<CellModel>> cells;  // by series; nothing: the series does not have it
-  std::optional<Comparison> comparison;         // of the planes, if there are several
+  std::optional<Comparison> comparison;         // of the planes
+  Prominence prominence;
 
   bool hasMoved() const;
+  bool isCompared() const { return comparison && comparison->planes.size() > 1; }
+  bool standsOut() const { return comparison && comparison->stands_out; }
 };
 
 // One number for a field of a device: of a counter, the sum of its planes' rates; of a gauge, the
@@ -47,25 +56,19 @@ struct DeviceFigure {
 // Nothing when the field's kind is undecided.
 std::optional<DeviceFigure> figureOf(const FieldModel& field);
 
-// The plane that stands out most.
-struct WorstPlane {
-  std::string field;
-  std::string plane;
-  double imbalance = 1;
-  double share = 0;  // of the sum of a counter
-  FieldKind kind = FieldKind::counter;
-  std::uint64_t since_usec = 0;  // since the Unix epoch
-};
-
 struct DeviceModel {
   std::string name;
   DeviceHealth health;
   std::vector<const Series*> series;
   std::vector<FieldModel> fields;
-  std::optional<WorstPlane> worst;
+  std::vector<std::optional<std::size_t>> place_of;  // by the field's number, in `fields`
 
-  const FieldModel* field(const std::string& name) const;
+  bool isSampling() const { return health.state == DeviceState::sampling; }
+  std::string shownName() const { return name.empty() ? "(no name)" : name; }
   std::size_t planes() const;
+
+  // Null when the device does not have the field.
+  const FieldModel* field(std::size_t number) const;
 };
 
 struct ScreenModel {
@@ -73,11 +76,28 @@ struct ScreenModel {
   double elapsed_seconds = 0;
   std::uint64_t now_usec = 0;  // since the Unix epoch
   std::vector<DeviceModel> devices;
-  std::vector<std::string> fields;  // names; first those in which the planes differ most
-  std::vector<std::string> notes;   // recent log lines
+  std::vector<std::string> names;    // of the fields, by number; printable
+  std::vector<std::size_t> ranking;  // the fields' numbers; first those in which planes differ most
+  std::vector<std::string> notes;    // recent log lines
+  std::string hang;                  // what the source waits for; empty: nothing
 
   const DeviceModel* device(const std::string& name) const;
+  std::optional<std::size_t> numberOf(const std::string& field) const;
 };
+
+// The plane of a device that stands out most.
+struct WorstPlane {
+  const FieldModel* field;
+  const Comparison* comparison;
+
+  const Series& plane() const { return *comparison->planes[comparison->worst]; }
+  double share() const { return comparison->share(comparison->worst); }
+};
+
+// In the chosen field; without one, in the field in which planes differ most. Nothing for a device
+// that does not deliver, or in which no plane stands out.
+std::optional<WorstPlane> worstPlane(const ScreenModel& model, const DeviceModel& device,
+                                     std::optional<std::size_t> chosen_field);
 
 // Fills a model from the samples. The rates and the comparison cover at least a second.
 class ModelCollector {
@@ -85,9 +105,6 @@ class ModelCollector {
   explicit ModelCollector(const Figures& figures);
   ModelCollector(const ModelCollector&) = delete;
   ModelCollector& operator=(const ModelCollector&) = delete;
-
-  // The field in which the planes are compared; nothing: the one in which they differ most.
-  void compareBy(std::optional<std::string> field) { chosen_field_ = std::move(field); }
 
   // To be called with each event, after the figures have received it.
   void sample(const Event& event, const Series& series);
@@ -109,19 +126,19 @@ class ModelCollector {
   };
 
   DeviceModel& deviceNamed(const std::string& name);
+  std::size_t numberOf(const std::string& field);
   void place(const Series& series);
   void addWindow(const SeriesWindow& window);
   void read(DeviceModel& device);
+  void readField(const DeviceModel& device, FieldModel& field);
   void rank();
-  void findWorst(DeviceModel& device);
 
   const Figures& figures_;
   RecentFigures recent_;
   Windows windows_;
-  std::vector<Place> places_;             // by the series' number
-  std::map<std::string, double> scores_;  // by field: how much its planes differ, or did lately
+  std::vector<Place> places_;   // by the series' number
+  std::vector<double> scores_;  // by the field's number: how much its planes differ, or did lately
   std::uint64_t ranked_usec_ = 0;
-  std::optional<std::string> chosen_field_;
   ScreenModel model_;
 };
 

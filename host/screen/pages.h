@@ -16,10 +16,11 @@ struct ScreenSize {
 };
 
 struct Page {
-  Lines lines;               // at most as many as the size has rows
+  Lines lines;               // those that do not fit are cut off
   std::size_t list_row = 0;  // where the list of devices or fields begins
   std::size_t list_rows = 0;
   std::size_t first_entry = 0;  // of the list
+  std::size_t last_column = 0;  // see ScreenPlace
 };
 
 // A line for each device.

@@ -2,12 +2,15 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "host/support/stop_signal.h"
 
 namespace tev::host {
 namespace {
+
+constexpr std::chrono::milliseconds kShortestInterval{100};
 
 SymbolSet chosenSet(std::optional<SymbolSet> wanted) {
   const bool utf8 = showsUtf8();
@@ -19,7 +22,7 @@ SymbolSet chosenSet(std::optional<SymbolSet> wanted) {
 ScreenOutput::ScreenOutput(const Projection& projection, const Figures& figures,
                            std::chrono::milliseconds interval, std::optional<SymbolSet> symbols)
     : projection_(projection), symbols_(chosenSet(symbols)), collector_(figures) {
-  view_.interval = interval;
+  view_.interval = std::max(interval, kShortestInterval);
 }
 
 void ScreenOutput::event(const Event& event, const Series& series) {
@@ -47,18 +50,20 @@ int ScreenOutput::descriptor() const {
 
 void ScreenOutput::readKeys() {
   if (!terminal_.isUsable()) return;
+  const auto interval = view_.interval;
   for (KeyPress key = terminal_.key(); key.key != Key::none; key = terminal_.key()) {
     press(view_, key, shown(), place_);
     if (view_.paused && !paused_) paused_ = collector_.model();
     if (!view_.paused) paused_.reset();
   }
-  collector_.compareBy(view_.field);
+  if (view_.interval != interval) due_ = {};
   if (std::exchange(view_.ended, false)) StopSignal::request();
 }
 
 void ScreenOutput::draw() {
   if (!terminal_.isUsable()) return;
   TerminalGuard::enter();
+  if (paused_) paused_->hang = collector_.model().hang;
   Frame frame = drawFrame(shown(), view_, symbols_, terminal_.size());
   place_ = frame.place;
   terminal_.draw(frame.lines);

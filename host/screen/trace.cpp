@@ -46,6 +46,26 @@ void Trace::push(TracePoint point, float peak) {
   peaks_.push_back(peak);
 }
 
+std::optional<double> Trace::recentMean() const {
+  double sum = 0;
+  int known = 0;
+  for (std::size_t i = points_.size() - std::min<std::size_t>(points_.size(), 2);
+       i < points_.size(); ++i) {
+    if (points_[i].state != TracePoint::State::known) continue;
+    sum += static_cast<double>(points_[i].value);
+    ++known;
+  }
+  if (known == 0) return std::nullopt;
+  return sum / known;
+}
+
+std::vector<TracePoint> Trace::pointsUntil(std::uint64_t now_usec) const {
+  std::vector<TracePoint> points = points_;
+  const std::uint64_t seconds = (now_usec - std::min(now_usec, end_usec_)) / kStepUsec;
+  if (!points.empty()) points.resize(points.size() + std::min<std::uint64_t>(seconds, kMaxPoints));
+  return points;
+}
+
 double Trace::max() const {
   float max = 0;
   for (const TracePoint& point : points_)

@@ -33,6 +33,12 @@ class Trace {
   // In order of time.
   const std::vector<TracePoint>& points() const { return points_; }
 
+  // The mean of the last two seconds; nothing when none of them is known.
+  std::optional<double> recentMean() const;
+
+  // The points until this time: the seconds since the last point are missing.
+  std::vector<TracePoint> pointsUntil(std::uint64_t now_usec) const;
+
   // The largest known point; 0 when no point is known.
   double max() const;
 

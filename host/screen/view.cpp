@@ -4,7 +4,8 @@
 #include <array>
 #include <cmath>
 #include <iterator>
-#include <tuple>
+#include <optional>
+#include <string_view>
 
 namespace tev::host {
 namespace {
@@ -16,34 +17,59 @@ constexpr std::array kIntervals{milliseconds(100),  milliseconds(200),  millisec
                                 milliseconds(1000), milliseconds(2000), milliseconds(5000),
                                 milliseconds(10000)};
 
-// Devices that do not deliver come first, then those whose planes differ most. The difference is
-// rounded, so that small changes do not move the lines.
-double badnessOf(const DeviceModel& device) {
+// Devices that do not deliver come first, then those whose planes differ most, as it is shown.
+double badnessOf(const DeviceEntry& entry) {
   constexpr double kNotSampling = 1e6;
-  if (device.health.state != DeviceState::sampling)
-    return kNotSampling * (static_cast<double>(device.health.state) + 1);
-  return device.worst ? std::round(device.worst->imbalance * 4) : 0;
+  if (!entry.device->isSampling())
+    return kNotSampling * (static_cast<double>(entry.device->health.state) + 1);
+  return entry.worst ? std::round(entry.worst->comparison->imbalance * 10) : 0;
 }
 
 // The rate of a counter, or the value of a gauge; -1: not known.
-double amountOf(const DeviceModel& device, const std::string& name) {
-  const FieldModel* const field = device.field(name);
+double amountOf(const DeviceModel& device, std::size_t number) {
+  const FieldModel* const field = device.field(number);
   const auto figure = field ? figureOf(*field) : std::nullopt;
-  return figure && figure->amount ? *figure->amount : -1;
+  return figure ? figure->amount.value_or(-1) : -1;
 }
 
-double keyOf(const DeviceModel& device, View::Order order, const std::string& field) {
+double keyOf(const DeviceEntry& entry, View::Order order, std::size_t field) {
   switch (order) {
     case View::Order::worst:
-      return badnessOf(device);
+      return badnessOf(entry);
     case View::Order::name:
       return 0;
     case View::Order::rate:
-      return amountOf(device, field);
+      return amountOf(*entry.device, field);
     case View::Order::missing:
-      return static_cast<double>(missingSamples(device.health.counts));
+      return static_cast<double>(missingSamples(entry.device->health.counts));
   }
   return 0;
+}
+
+// Whether `a` stands before `b`: digits are compared as numbers, so rdma2 stands before rdma10.
+bool isInOrder(std::string_view a, std::string_view b) {
+  const auto takeNumber = [](std::string_view& text) {
+    const std::size_t end = std::min(text.find_first_not_of("0123456789"), text.size());
+    std::string_view digits = text.substr(0, end);
+    text.remove_prefix(end);
+    digits.remove_prefix(std::min(digits.find_first_not_of('0'), digits.size()));
+    return digits;
+  };
+  while (!a.empty() && !b.empty()) {
+    const auto isDigit = [](char one) { return one >= '0' && one <= '9'; };
+    if (isDigit(a.front()) && isDigit(b.front())) {
+      const std::string_view one = takeNumber(a);
+      const std::string_view other = takeNumber(b);
+      if (one.size() != other.size()) return one.size() < other.size();
+      if (one != other) return one < other;
+    } else if (a.front() != b.front()) {
+      return a.front() < b.front();
+    } else {
+      a.remove_prefix(1);
+      b.remove_prefix(1);
+    }
+  }
+  return a.size() < b.size();
 }
 
 // The index `steps` from `index`, in a list of `count`.
@@ -78,9 +104,7 @@ std::ptrdiff_t stepsOf(Key key, std::size_t page_rows) {
 void selectDevice(View& view, const ScreenModel& model, std::ptrdiff_t steps) {
   const auto devices = devicesInOrder(model, view);
   if (devices.empty()) return;
-  const auto selected = std::ranges::find(devices, selectedDevice(model, view));
-  const auto index = static_cast<std::size_t>(selected - devices.begin());
-  view.device = devices[moved(index, steps, devices.size())]->name;
+  view.device = devices[moved(selectedPlace(devices, view), steps, devices.size())].device->name;
 }
 
 void selectField(View& view, const ScreenModel& model, std::ptrdiff_t steps) {
@@ -88,32 +112,39 @@ void selectField(View& view, const ScreenModel& model, std::ptrdiff_t steps) {
   if (!device) return;
   const auto fields = movedFields(*device);
   if (fields.empty()) return;
-  const auto selected = std::ranges::find(fields, selectedField(*device, view));
-  const auto index = static_cast<std::size_t>(selected - fields.begin());
-  view.row = fields[moved(index, steps, fields.size())]->name;
+  view.row = fields[moved(selectedPlace(fields, view), steps, fields.size())]->number;
 }
 
-// Goes through the fields in the order of their names. Before the first and after the last one, the
-// planes are compared in the field in which they differ most.
+bool isCompared(const ScreenModel& model, std::size_t number) {
+  return std::ranges::any_of(model.devices, [number](const DeviceModel& device) {
+    const FieldModel* const field = device.field(number);
+    return field && field->isCompared() && field->hasMoved();
+  });
+}
+
+// Goes through the fields that planes have. Before the first and after the last one, the planes are
+// compared in the field in which they differ most.
 void chooseField(View& view, const ScreenModel& model, int step) {
-  std::vector<std::string> names = model.fields;
-  std::ranges::sort(names);
-  const auto found = view.field ? std::ranges::find(names, *view.field) : names.end();
-  const std::size_t places = names.size() + 1;  // the last one is "where they differ most"
-  const auto now = static_cast<std::size_t>(found - names.begin());
-  const std::size_t next = (now + (step > 0 ? 1 : places - 1)) % places;
-  view.field = next == names.size() ? std::nullopt : std::optional(names[next]);
+  std::vector<std::optional<std::size_t>> choices{std::nullopt};
+  for (std::size_t number = 0; number < model.names.size(); ++number)
+    if (isCompared(model, number)) choices.emplace_back(number);
+  const auto found = std::ranges::find(choices, view.field);
+  const auto now = found == choices.end() ? 0 : static_cast<std::size_t>(found - choices.begin());
+  view.field = choices[(now + (step > 0 ? 1 : choices.size() - 1)) % choices.size()];
 }
 
+// To the next longer or shorter interval, if there is one.
 void changeInterval(View& view, int step) {
-  const auto at_least = std::ranges::lower_bound(kIntervals, view.interval);
-  auto index = static_cast<std::size_t>(at_least - kIntervals.begin());
-  const bool is_listed = at_least != kIntervals.end() && *at_least == view.interval;
-  if (step < 0 || is_listed) index = moved(index, step, kIntervals.size());
-  view.interval = kIntervals[std::min(index, kIntervals.size() - 1)];
+  if (step > 0) {
+    const auto longer = std::ranges::upper_bound(kIntervals, view.interval);
+    if (longer != kIntervals.end()) view.interval = *longer;
+  } else {
+    const auto as_long = std::ranges::lower_bound(kIntervals, view.interval);
+    if (as_long != kIntervals.begin()) view.interval = *std::prev(as_long);
+  }
 }
 
-void editFilter(View& view, const KeyPress& key) {
+void editFilter(View& view, const KeyPress& key, const ScreenModel& model) {
   switch (key.key) {
     case Key::character:
       view.filter += key.character;
@@ -129,6 +160,7 @@ void editFilter(View& view, const KeyPress& key) {
       view.editing_filter = false;
       break;
     default:
+      if (const auto steps = stepsOf(key.key, 1)) selectDevice(view, model, steps);
       break;
   }
 }
@@ -173,14 +205,27 @@ void pressCharacter(View& view, char character, const ScreenModel& model) {
   }
 }
 
+void openAdapter(View& view, const ScreenModel& model) {
+  const DeviceModel* const device = selectedDevice(model, view);
+  if (!device) return;
+  view.device = device->name;
+  view.page = View::Page::adapter;
+  view.first_column = 0;
+  const auto worst = worstPlane(model, *device, view.field);
+  if (worst)
+    view.row = worst->field->number;
+  else if (view.field)
+    view.row = *view.field;
+}
+
 void clickOverview(View& view, const KeyPress& key, const ScreenModel& model,
                    const ScreenPlace& place) {
   const auto devices = devicesInOrder(model, view);
   if (key.row < place.first_row) return;
   const std::size_t index = key.row - place.first_row + place.first_device;
   if (index >= devices.size()) return;
-  view.device = devices[index]->name;
-  if (key.is_doubled) view.page = View::Page::adapter;
+  view.device = devices[index].device->name;
+  if (key.is_doubled) openAdapter(view, model);
 }
 
 void pressOnOverview(View& view, const KeyPress& key, const ScreenModel& model,
@@ -191,12 +236,7 @@ void pressOnOverview(View& view, const KeyPress& key, const ScreenModel& model,
       chooseField(view, model, key.key == Key::right ? 1 : -1);
       break;
     case Key::enter:
-      if (const DeviceModel* const device = selectedDevice(model, view)) {
-        view.device = device->name;
-        view.page = View::Page::adapter;
-        view.first_column = 0;
-        view.row = view.field ? *view.field : device->worst ? device->worst->field : "";
-      }
+      openAdapter(view, model);
       break;
     case Key::escape:
       view.filter.clear();
@@ -217,16 +257,12 @@ void pressOnAdapter(View& view, const KeyPress& key, const ScreenModel& model,
       if (view.first_column > 0) --view.first_column;
       break;
     case Key::right:
-      if (const DeviceModel* const device = selectedDevice(model, view);
-          device && view.first_column + 1 < device->series.size())
-        ++view.first_column;
+      if (view.first_column < place.last_column) ++view.first_column;
       break;
     case Key::tab: {
       const auto devices = devicesInOrder(model, view);
-      const auto selected = std::ranges::find(devices, selectedDevice(model, view));
       if (devices.empty()) break;
-      const auto index = static_cast<std::size_t>(selected - devices.begin());
-      view.device = devices[(index + 1) % devices.size()]->name;
+      view.device = devices[(selectedPlace(devices, view) + 1) % devices.size()].device->name;
       view.first_column = 0;
       break;
     }
@@ -246,27 +282,32 @@ const char* nameOf(View::Order order) {
   return kOrderNames[static_cast<std::size_t>(order)];
 }
 
-std::vector<const DeviceModel*> devicesInOrder(const ScreenModel& model, const View& view) {
-  std::vector<const DeviceModel*> devices;
+std::vector<DeviceEntry> devicesInOrder(const ScreenModel& model, const View& view) {
+  std::vector<DeviceEntry> devices;
   for (const DeviceModel& device : model.devices)
-    if (device.name.find(view.filter) != std::string::npos) devices.push_back(&device);
-  const std::string field = view.field             ? *view.field
-                            : model.fields.empty() ? std::string()
-                                                   : model.fields.front();
-  std::ranges::sort(devices, [&](const DeviceModel* a, const DeviceModel* b) {
-    const double key_a = keyOf(*a, view.order, field);
-    const double key_b = keyOf(*b, view.order, field);
-    return std::tie(key_b, a->name) < std::tie(key_a, b->name);
+    if (device.name.find(view.filter) != std::string::npos)
+      devices.push_back({&device, worstPlane(model, device, view.field)});
+  const std::size_t field = view.field              ? *view.field
+                            : model.ranking.empty() ? 0
+                                                    : model.ranking.front();
+  std::ranges::sort(devices, [&](const DeviceEntry& a, const DeviceEntry& b) {
+    const double key_a = keyOf(a, view.order, field);
+    const double key_b = keyOf(b, view.order, field);
+    return key_a != key_b ? key_a > key_b : isInOrder(a.device->name, b.device->name);
   });
   if (view.reversed) std::reverse(devices.begin(), devices.end());
   return devices;
 }
 
+std::size_t selectedPlace(const std::vector<DeviceEntry>& devices, const View& view) {
+  const auto found = std::ranges::find_if(
+      devices, [&](const DeviceEntry& entry) { return entry.device->name == view.device; });
+  return found == devices.end() ? 0 : static_cast<std::size_t>(found - devices.begin());
+}
+
 const DeviceModel* selectedDevice(const ScreenModel& model, const View& view) {
   const auto devices = devicesInOrder(model, view);
-  const auto found = std::ranges::find(devices, view.device, &DeviceModel::name);
-  if (found != devices.end()) return *found;
-  return devices.empty() ? nullptr : devices.front();
+  return devices.empty() ? nullptr : devices[selectedPlace(devices, view)].device;
 }
 
 std::vector<const FieldModel*> movedFields(const DeviceModel& device) {
@@ -276,11 +317,9 @@ std::vector<const FieldModel*> movedFields(const DeviceModel& device) {
   return fields;
 }
 
-const FieldModel* selectedField(const DeviceModel& device, const View& view) {
-  const auto fields = movedFields(device);
-  const auto found = std::ranges::find(fields, view.row, &FieldModel::name);
-  if (found != fields.end()) return *found;
-  return fields.empty() ? nullptr : fields.front();
+std::size_t selectedPlace(const std::vector<const FieldModel*>& fields, const View& view) {
+  const auto found = std::ranges::find(fields, view.row, &FieldModel::number);
+  return found == fields.end() ? 0 : static_cast<std::size_t>(found - fields.begin());
 }
 
 void press(View& view, const KeyPress& key, const ScreenModel& model, const ScreenPlace& place) {
@@ -288,7 +327,7 @@ void press(View& view, const KeyPress& key, const ScreenModel& model, const Scre
   if (view.help && !(key.key == Key::character && key.character == 'q')) {
     view.help = false;
   } else if (view.editing_filter) {
-    editFilter(view, key);
+    editFilter(view, key, model);
   } else if (key.key == Key::character) {
     pressCharacter(view, key.character, model);
   } else if (view.page == View::Page::overview) {

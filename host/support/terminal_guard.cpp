@@ -22,8 +22,9 @@ constexpr std::chrono::milliseconds kPatience{200};
 constexpr std::size_t kAlternateStack = std::size_t{1} << 16;
 
 // Signals that end a process by default. StopSignal handles SIGINT, SIGTERM and SIGHUP.
-constexpr int kFatal[] = {SIGSEGV, SIGBUS,  SIGFPE,  SIGILL,  SIGSYS,  SIGTRAP,
-                          SIGABRT, SIGQUIT, SIGALRM, SIGUSR1, SIGUSR2, SIGXCPU};
+constexpr int kFatal[] = {SIGSEGV,   SIGBUS,  SIGFPE,  SIGILL,  SIGSYS,   SIGTRAP,
+                          SIGABRT,   SIGQUIT, SIGALRM, SIGUSR1, SIGUSR2,  SIGXCPU,
+                          SIGVTALRM, SIGPROF, SIGPOLL, SIGPWR,  SIGSTKFLT};
 constexpr int kSuspending[] = {SIGTSTP, SIGCONT, SIGWINCH};
 
 // All of this is static, because the signal handlers use it. The constructor writes it before it
