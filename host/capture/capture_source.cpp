@@ -32,18 +32,16 @@ auto inFile(const ChunkReader& reader, Call call) {
 
 CaptureSource::CaptureSource(const std::vector<std::string>& paths, const TimeSpan& span)
     : span_(span) {
-  const CaptureHead* first = nullptr;
   std::vector<CaptureHead> heads;
-  heads.reserve(paths.size());
   for (const std::string& path : paths) {
     readers_.push_back(std::make_unique<ChunkReader>(path));
     heads.push_back(readHead(*readers_.back()));
     if (heads.back().schemas != heads.front().schemas)
       throw RunError(fmt::format("{} and {} have different schemas: they must be read one by one",
                                  asPrintable(paths.front()), asPrintable(path)));
-    if (!first || heads.back().start.real < first->start.real) first = &heads.back();
   }
-  head_ = *first;
+  head_ =
+      *std::ranges::min_element(heads, {}, [](const CaptureHead& head) { return head.start.real; });
   schema_ = inFile(*readers_.front(), [&] { return SchemaView::fromJson(head_.schemas); });
 }
 

@@ -30,7 +30,8 @@ struct CaptureFileState {
 // Reads several files as one, in the order of time of their chunks.
 class CaptureSource final : public EventSource {
  public:
-  // Throws RunError when a file cannot be used, or when the files have different schemas.
+  // At least one path is needed. Throws RunError when a file cannot be used, or when the files have
+  // different schemas.
   explicit CaptureSource(const std::vector<std::string>& paths, const TimeSpan& span = {});
 
   // Of the file that begins first.
