@@ -15,7 +15,9 @@
 namespace tev::host {
 namespace {
 
-constexpr std::chrono::seconds kRetry{10};  // after a new file could not be created
+constexpr std::chrono::seconds kRetry{10};        // after a new file could not be created
+constexpr std::chrono::seconds kLongestSync{10};  // at the end
+
 std::uint64_t nanosecondsOf(clockid_t clock) {
   timespec time{};
   clock_gettime(clock, &time);
@@ -43,6 +45,10 @@ CaptureOutput::CaptureOutput(CaptureOptions options, CaptureHead head, const Sch
 }
 
 void CaptureOutput::begin() {
+  if (options_.rotates())
+    for (const std::string& part : existingParts(options_.path))
+      if (isBeingWritten(part))
+        throw RunError(fmt::format("{} is being written by another run", asPrintable(part)));
   openNext();
 }
 
@@ -52,25 +58,31 @@ std::string CaptureOutput::nextPath() const {
 }
 
 void CaptureOutput::openNext() {
+  if (file_) closeChunk();
   head_.start = readClocks();
   head_.part = static_cast<std::uint32_t>(files_);
   auto next = std::make_unique<CaptureFile>(nextPath(), head_);
-  closeFile();
+  // Each file begins with the counts so far, so that what is missing in it can be told.
+  if (!counts_.empty()) next->writeCounts(counts_, head_.start.real / 1000);
+  try {
+    closeFile();
+  } catch (const RunError& error) {  // the new file may be on another disk
+    Log::instance().say(fmt::format("tev-host: {}", error.what()));
+  }
   file_ = std::move(next);
   last_path_ = file_->path();
   ++files_;
   opened_ = std::chrono::steady_clock::now();
-  counts_.clear();
+  if (options_.keep) removeOldParts(options_.path, *options_.keep, last_path_);
 }
 
 void CaptureOutput::closeFile() {
-  if (!file_) return;
-  closeChunk();
-  file_->finish();
-  if (options_.sync != CaptureSync::none) sync_.request(file_->descriptor(), file_->path());
-  stored_bytes_ += file_->size();
-  event_bytes_ += file_->eventBytes();
-  file_.reset();
+  const std::unique_ptr<CaptureFile> file = std::exchange(file_, nullptr);
+  if (!file) return;
+  if (options_.sync != CaptureSync::none) sync_.request(file->descriptor(), file->path());
+  stored_bytes_ += file->size();
+  event_bytes_ += file->eventBytes();
+  file->finish();
 }
 
 void CaptureOutput::blocks(Blocks blocks) {
@@ -102,8 +114,25 @@ void CaptureOutput::end(const RunStatus& status) {
   if (!file_) return;
   closeChunk();
   noteCounts(status);
+  finish();
+}
+
+void CaptureOutput::leave() {
+  try {
+    finish();
+  } catch (const RunError& error) {
+    Log::instance().say(fmt::format("tev-host: {}", error.what()));
+  }
+}
+
+// Also after a run that failed: what has arrived is recorded.
+void CaptureOutput::finish() {
+  if (!file_) return;
+  closeChunk();
   file_->writeClocks(readClocks());
   closeFile();
+  if (const std::string failure = sync_.wait(kLongestSync); !failure.empty())
+    throw RunError(failure);
 }
 
 void CaptureOutput::noteCounts(const RunStatus& status) {
@@ -131,7 +160,6 @@ void CaptureOutput::tryToOpenNext() {
   if (now < next_try_) return;
   try {
     openNext();
-    if (options_.keep) removeOldParts(options_.path, *options_.keep);
   } catch (const RunError& error) {
     next_try_ = now + kRetry;
     Log::instance().say(

@@ -25,6 +25,7 @@ class CaptureOutput final : public Output {
   void blocks(Blocks blocks) override;
   void update(const RunStatus& status) override;
   void end(const RunStatus& status) override;
+  void leave() override;
 
   // A line for the summary of the run. Empty before begin().
   std::string summary() const;
@@ -34,6 +35,7 @@ class CaptureOutput final : public Output {
   void openNext();
   void tryToOpenNext();
   void closeFile();
+  void finish();
   void closeChunk();
   void noteCounts(const RunStatus& status);
   void rotateIfDue();

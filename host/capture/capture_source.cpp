@@ -28,18 +28,35 @@ auto inFile(const ChunkReader& reader, Call call) {
   }
 }
 
+// What keeps two files from being read as one; null: nothing.
+const char* differenceOf(const CaptureHead& one, const CaptureHead& other) {
+  if (one.schemas != other.schemas) return "schemas";
+  if (one.source != other.source || one.host != other.host) return "sources or hosts";
+  if (one.interval_usec != other.interval_usec) return "intervals";
+  if (one.clear_on_read != other.clear_on_read) return "settings for clearing counters";
+  return nullptr;
+}
+
 }  // namespace
 
 CaptureSource::CaptureSource(const std::vector<std::string>& paths, const TimeSpan& span)
     : span_(span) {
   std::vector<CaptureHead> heads;
   for (const std::string& path : paths) {
-    readers_.push_back(std::make_unique<ChunkReader>(path));
-    heads.push_back(readHead(*readers_.back()));
-    if (heads.back().schemas != heads.front().schemas)
-      throw RunError(fmt::format("{} and {} have different schemas: they must be read one by one",
-                                 asPrintable(paths.front()), asPrintable(path)));
+    try {
+      auto reader = std::make_unique<ChunkReader>(path);
+      heads.push_back(readHead(*reader));
+      readers_.push_back(std::move(reader));
+    } catch (const RunError& error) {  // the others may be sound
+      problems_.emplace_back(error.what());
+      continue;
+    }
+    if (const char* const different = differenceOf(heads.back(), heads.front()))
+      throw RunError(fmt::format("{} and {} have different {}: they must be read one by one",
+                                 asPrintable(readers_.front()->path()), asPrintable(path),
+                                 different));
   }
+  if (readers_.empty()) throw RunError(problems_.front());
   head_ =
       *std::ranges::min_element(heads, {}, [](const CaptureHead& head) { return head.start.real; });
   schema_ = inFile(*readers_.front(), [&] { return SchemaView::fromJson(head_.schemas); });
@@ -80,21 +97,24 @@ bool CaptureSource::fetch(const BlockConsumer& take, const std::function<bool()>
     const auto chunk = reader->take();
     if (!chunk) continue;
     now_usec_ = std::max(now_usec_, chunk->header.last_usec);
-    switch (chunk->header.kind) {
-      case ChunkKind::events:
-        inFile(*reader, [&] { forEachBlock(*schema_, chunk->body, [](const Block&) {}); });
-        passEvents(chunk->body, chunk->header, take);
-        break;
-      case ChunkKind::ledger:
-        counts_ = inFile(*reader, [&] { return countsFromJson(textOf(*chunk)); });
-        break;
-      case ChunkKind::clocks:  // the end of an update
-        return true;
-      default:
-        break;
-    }
+    if (takeChunk(*reader, *chunk, take)) return true;
   }
   return true;
+}
+
+// True at the end of an update. A chunk with wrong contents is passed over.
+bool CaptureSource::takeChunk(ChunkReader& reader, const Chunk& chunk, const BlockConsumer& take) {
+  try {
+    if (chunk.header.kind == ChunkKind::events)
+      inFile(reader, [&] { forEachBlock(*schema_, chunk.body, [](const Block&) {}); });
+    else if (chunk.header.kind == ChunkKind::ledger && chunk.header.last_usec < span_.to_usec)
+      counts_ = inFile(reader, [&] { return countsFromJson(textOf(chunk)); });
+  } catch (const RunError& error) {
+    problems_.emplace_back(error.what());
+    return false;
+  }
+  if (chunk.header.kind == ChunkKind::events) passEvents(chunk.body, chunk.header, take);
+  return chunk.header.kind == ChunkKind::clocks;
 }
 
 // Whether the chunk need not be read. Others are read even if they are not used, to find damage.
@@ -116,6 +136,17 @@ void CaptureSource::passEvents(Blocks blocks, const ChunkHeader& header,
   });
 }
 
+std::optional<std::uint64_t> CaptureSource::nextUsec() {
+  while (ChunkReader* const reader = earliest()) {
+    const ChunkHeader header = *reader->peek();
+    const bool has_time = header.kind == ChunkKind::events || header.kind == ChunkKind::ledger ||
+                          header.kind == ChunkKind::clocks;
+    if (has_time && !isOutside(header)) return header.first_usec;
+    reader->skip();
+  }
+  return std::nullopt;
+}
+
 std::uint64_t CaptureSource::readBytes() const {
   std::uint64_t sum = 0;
   for (const auto& reader : readers_) sum += reader->position();
@@ -133,6 +164,14 @@ std::vector<CaptureFileState> CaptureSource::files() const {
   for (const auto& reader : readers_)
     files.push_back({reader->path(), reader->size(), reader->damages()});
   return files;
+}
+
+std::string damageText(const CaptureSource& source) {
+  std::string text;
+  for (const std::string& problem : source.problems()) text += "tev-host: " + problem + "\n";
+  for (const CaptureFileState& file : source.files())
+    for (const Damage& damage : file.damages) text += "tev-host: " + describe(file, damage) + "\n";
+  return text;
 }
 
 std::string describe(const CaptureFileState& file, const Damage& damage) {

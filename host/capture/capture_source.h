@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
@@ -30,8 +29,8 @@ struct CaptureFileState {
 // Reads several files as one, in the order of time of their chunks.
 class CaptureSource final : public EventSource {
  public:
-  // At least one path is needed. Throws RunError when a file cannot be used, or when the files have
-  // different schemas.
+  // At least one path is needed. Throws RunError when no file can be used, or when their heads
+  // differ so much that they cannot be read as one.
   explicit CaptureSource(const std::vector<std::string>& paths, const TimeSpan& span = {});
 
   // Of the file that begins first.
@@ -45,12 +44,18 @@ class CaptureSource final : public EventSource {
 
   std::optional<std::vector<DeviceCounts>> counts() const override { return counts_; }
 
-  // The time of the recording: the last time stamp of the chunks so far.
-  std::uint64_t nowUsec() const { return now_usec_; }
+  // The last time stamp of the chunks so far.
+  std::uint64_t nowUsec() const override { return now_usec_; }
+
+  // The first time stamp of the next chunk; nothing at the end of all files.
+  std::optional<std::uint64_t> nextUsec();
 
   // Bytes that were read, and of all files.
   std::uint64_t readBytes() const;
   std::uint64_t size() const;
+
+  // Errors of single files and chunks, which were passed over: one sentence each.
+  const std::vector<std::string>& problems() const { return problems_; }
 
   // The files in their order. The places without a sound chunk are complete at the end.
   std::vector<CaptureFileState> files() const;
@@ -58,6 +63,7 @@ class CaptureSource final : public EventSource {
  private:
   CaptureHead readHead(ChunkReader& reader) const;
   ChunkReader* earliest();
+  bool takeChunk(ChunkReader& reader, const Chunk& chunk, const BlockConsumer& take);
   bool isOutside(const ChunkHeader& header) const;
   void passEvents(Blocks blocks, const ChunkHeader& header, const BlockConsumer& take) const;
 
@@ -67,9 +73,13 @@ class CaptureSource final : public EventSource {
   std::optional<SchemaView> schema_;
   std::optional<std::vector<DeviceCounts>> counts_;
   std::uint64_t now_usec_ = 0;
+  std::vector<std::string> problems_;
 };
 
-// "FILE: byte 1234: 56 bytes are damaged", or "... : the file ends in a chunk, 56 bytes are lost".
+// A line for each damaged place; empty when there is none.
+std::string damageText(const CaptureSource& source);
+
+// "FILE: byte 1234: 56 bytes are damaged and were passed over".
 std::string describe(const CaptureFileState& file, const Damage& damage);
 
 }  // namespace tev::host

@@ -141,7 +141,8 @@ std::optional<Chunk> ChunkReader::take() {
   stored_.resize(header.stored);
   read(position_ + kChunkHeaderSize, stored_);
   if (hashOf(stored_) != header.body_hash || !unpack(header)) {
-    note(kChunkHeaderSize + header.stored, false);
+    // The length may be that of a chunk whose rest is missing.
+    note(nextHeader(position_ + kChunkHeaderSize) - position_, false);
     return std::nullopt;
   }
   last_chunk_ = position_;

@@ -6,60 +6,100 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <condition_variable>
+#include <mutex>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "host/support/text.h"
 #include "src/support/signals_blocked.h"
 
 namespace tev::host {
+namespace {
 
-FileSync::FileSync() {
+struct Request {
+  int descriptor;  // our own copy
+  std::string path;
+};
+
+std::string failureText(const std::string& path, int error) {
+  return fmt::format("cannot sync {}: {}", asPrintable(path),
+                     std::generic_category().message(error));
+}
+
+}  // namespace
+
+struct FileSync::State {
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::vector<Request> requests;
+  std::string failure;
+  std::string busy_path;  // of the call in progress
+  bool ending = false;
+};
+
+FileSync::FileSync() : state_(std::make_shared<State>()) {
   const support::AsynchronousSignalsBlocked blocked;  // the main thread handles the signals
-  thread_ = std::thread([this] { work(); });
+  thread_ = std::thread([state = state_] { work(*state); });
 }
 
 FileSync::~FileSync() {
+  bool is_idle = false;
   {
-    const std::scoped_lock lock(mutex_);
-    ending_ = true;
+    const std::scoped_lock lock(state_->mutex);
+    state_->ending = true;
+    is_idle = state_->requests.empty() && state_->busy_path.empty();
   }
-  changed_.notify_one();
-  thread_.join();
+  state_->changed.notify_all();
+  if (is_idle)
+    thread_.join();
+  else
+    thread_.detach();
 }
 
 void FileSync::request(int descriptor, const std::string& path) {
-  const std::scoped_lock lock(mutex_);
-  if (std::ranges::find(requests_, path, &Request::path) != requests_.end()) return;
+  const std::scoped_lock lock(state_->mutex);
+  if (std::ranges::find(state_->requests, path, &Request::path) != state_->requests.end()) return;
   const int copy = fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
   if (copy < 0) {
-    failure_ = fmt::format("cannot sync {}: {}", asPrintable(path),
-                           std::generic_category().message(errno));
+    state_->failure = failureText(path, errno);
     return;
   }
-  requests_.push_back({copy, path});
-  changed_.notify_one();
+  state_->requests.push_back({copy, path});
+  state_->changed.notify_all();
 }
 
 std::string FileSync::takeFailure() {
-  const std::scoped_lock lock(mutex_);
-  return std::exchange(failure_, {});
+  const std::scoped_lock lock(state_->mutex);
+  return std::exchange(state_->failure, {});
 }
 
-void FileSync::work() {
-  std::unique_lock lock(mutex_);
+std::string FileSync::wait(std::chrono::seconds limit) {
+  std::unique_lock lock(state_->mutex);
+  const bool is_done = state_->changed.wait_for(
+      lock, limit, [this] { return state_->requests.empty() && state_->busy_path.empty(); });
+  if (!is_done)
+    return fmt::format("{} could not be synced within {} s", asPrintable(state_->busy_path),
+                       limit.count());
+  return std::exchange(state_->failure, {});
+}
+
+void FileSync::work(State& state) {
+  std::unique_lock lock(state.mutex);
   while (true) {
-    changed_.wait(lock, [this] { return ending_ || !requests_.empty(); });
-    if (requests_.empty()) return;
-    const Request request = std::move(requests_.front());
-    requests_.erase(requests_.begin());
+    state.changed.wait(lock, [&] { return state.ending || !state.requests.empty(); });
+    if (state.requests.empty()) return;
+    const Request request = std::move(state.requests.front());
+    state.requests.erase(state.requests.begin());
+    state.busy_path = request.path;
     lock.unlock();
     const int error = fdatasync(request.descriptor) == 0 ? 0 : errno;
     close(request.descriptor);
     lock.lock();
-    if (error != 0 && failure_.empty())
-      failure_ = fmt::format("cannot sync {}: {}", asPrintable(request.path),
-                             std::generic_category().message(error));
+    state.busy_path.clear();
+    if (error != 0 && state.failure.empty()) state.failure = failureText(request.path, error);
+    state.changed.notify_all();
   }
 }
 

@@ -1,19 +1,19 @@
 // Forces files to the disk without holding up the caller.
 #pragma once
 
-#include <atomic>
-#include <condition_variable>
-#include <mutex>
+#include <chrono>
+#include <memory>
 #include <string>
 #include <thread>
-#include <vector>
 
 namespace tev::host {
 
 class FileSync {
  public:
   FileSync();
-  ~FileSync();  // waits for the requests
+
+  // Does not wait. A thread whose call does not return is left behind.
+  ~FileSync();
   FileSync(const FileSync&) = delete;
   FileSync& operator=(const FileSync&) = delete;
 
@@ -23,18 +23,15 @@ class FileSync {
   // The first failure since the last call; empty: none. What was written before it may be lost.
   std::string takeFailure();
 
- private:
-  struct Request {
-    int descriptor;  // our own copy
-    std::string path;
-  };
-  void work();
+  // Waits for all requests, at most this long. Returns the failure, also when the time was too
+  // short.
+  std::string wait(std::chrono::seconds limit);
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::vector<Request> requests_;
-  std::string failure_;
-  bool ending_ = false;
+ private:
+  struct State;
+  static void work(State& state);
+
+  std::shared_ptr<State> state_;
   std::thread thread_;
 };
 

@@ -1,14 +1,18 @@
 #include "host/capture/parts.h"
 
+#include <fcntl.h>
 #include <fmt/chrono.h>
 #include <fmt/format.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
+#include <cerrno>
 #include <ctime>
 #include <filesystem>
 #include <string_view>
 #include <system_error>
+#include <tuple>
 
 #include "host/support/log.h"
 #include "host/support/text.h"
@@ -18,7 +22,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view kPattern = ".########T######Z.######";  // "#": a digit
+constexpr std::string_view kTime = ".########T######Z.";  // "#": a digit
+constexpr std::size_t kLeastDigits = 6;                   // of the number behind it
 
 // Text before and after the time and the number.
 struct Frame {
@@ -33,10 +38,17 @@ Frame frameOf(const std::string& path) {
           extension.empty() ? ".tevcap" : extension};
 }
 
-bool matchesPattern(std::string_view text) {
-  return std::ranges::equal(text, kPattern, [](char one, char wanted) {
-    return wanted == '#' ? std::isdigit(static_cast<unsigned char>(one)) != 0 : one == wanted;
-  });
+bool isDigit(char one) {
+  return one >= '0' && one <= '9';
+}
+
+// Whether the text is a time and a number.
+bool isTimeAndNumber(std::string_view text) {
+  if (text.size() < kTime.size() + kLeastDigits) return false;
+  return std::ranges::equal(
+             text.substr(0, kTime.size()), kTime,
+             [](char one, char wanted) { return wanted == '#' ? isDigit(one) : one == wanted; }) &&
+         std::ranges::all_of(text.substr(kTime.size()), isDigit);
 }
 
 }  // namespace
@@ -56,18 +68,32 @@ std::vector<std::string> existingParts(const std::string& path) {
   for (fs::directory_iterator entry(folder.empty() ? "." : folder, error), end;
        !error && entry != end; entry.increment(error)) {
     const std::string other = entry->path().filename().string();
-    if (other.size() != name.size() + kPattern.size() + frame.after.size()) continue;
+    if (other.size() < name.size() + frame.after.size()) continue;
     if (!other.starts_with(name) || !other.ends_with(frame.after)) continue;
-    if (matchesPattern(std::string_view(other).substr(name.size(), kPattern.size())))
+    const std::string_view all = other;
+    if (isTimeAndNumber(all.substr(name.size(), other.size() - name.size() - frame.after.size())))
       parts.push_back((folder / other).string());
   }
-  std::ranges::sort(parts);
+  // By time, and then by number, which may have more digits.
+  const std::size_t time_end = (folder / name).string().size() + kTime.size();
+  std::ranges::sort(parts, {}, [time_end](const std::string& part) {
+    return std::tuple(part.substr(0, time_end), part.size(), part);
+  });
   return parts;
 }
 
-void removeOldParts(const std::string& path, std::uint64_t keep) {
+bool isBeingWritten(const std::string& path) {
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (descriptor < 0) return false;
+  const bool is_locked = flock(descriptor, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  close(descriptor);
+  return is_locked;
+}
+
+void removeOldParts(const std::string& path, std::uint64_t keep, const std::string& current) {
   const std::vector<std::string> parts = existingParts(path);
   for (std::size_t i = 0; i + keep < parts.size(); ++i) {
+    if (parts[i] == current || isBeingWritten(parts[i])) continue;
     std::error_code error;
     fs::remove(parts[i], error);
     if (error)

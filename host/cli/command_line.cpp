@@ -116,11 +116,28 @@ void readScenario(const std::string& scenario, PluginOptions& plugin,
   plugin.simulator_scenario = scenario;
 }
 
-void readCapture(const CaptureOptions& capture, RunOptions& run) {
+void readCapture(const CaptureOptions& capture, const CLI::App& command, RunOptions& run) {
+  const auto isGiven = [&command](const char* name) {
+    const CLI::Option* const option = command.get_option_no_throw(name);
+    return option && option->count() > 0;
+  };
+  if (isGiven("--capture") && capture.path.empty())
+    refuse("--capture", capture.path, "a path is needed");
+  if (isGiven("--sync") && capture.path.empty()) throw UsageError("--sync needs --capture");
   if (capture.path.empty() && (capture.rotates() || capture.keep))
     throw UsageError(fmt::format("{} needs --capture", capture.keep ? "--keep" : "--rotate"));
   if (capture.keep && !capture.rotates()) throw UsageError("--keep needs --rotate");
   if (!capture.path.empty()) run.capture = capture;
+}
+
+// `top` shows a plug-in or files, and each has its own options.
+void expectOneSource(const CLI::App& top, bool plays_files) {
+  for (const char* const option : {"--plugin", "--option", "--simulate", "--link-speed"})
+    if (plays_files && top.get_option(option)->count() > 0)
+      throw UsageError(fmt::format("{} cannot be used with capture files", option));
+  for (const char* const option : {"--from", "--to", "--speed"})
+    if (!plays_files && top.get_option(option)->count() > 0)
+      throw UsageError(fmt::format("{} needs a capture file", option));
 }
 
 void expectPattern(const char* option, const std::string& pattern) {
@@ -250,7 +267,28 @@ SymbolSet symbolSet(const char* option, const std::string& text) {
   return *set;
 }
 
-void addTopOptions(CLI::App& command, RunOptions& options) {
+void addTimeSpan(CLI::App& command, TimeSpan& span) {
+  addParsed(command, "--from", span.from_usec, momentUsec,
+            "Only events from this time on: 2026-01-31T12:00:00Z, or seconds since 1970")
+      ->type_name("TIME");
+  addParsed(command, "--to", span.to_usec, momentUsec, "Only events before this time")
+      ->type_name("TIME");
+}
+
+double playSpeed(const char* option, const std::string& text) {
+  const double speed = std::chrono::duration<double>(seconds(option, text)).count();
+  if (speed < 0.01 || speed > 10'000)
+    refuse(option, text, "a number is needed, from 0.01 to 10000");
+  return speed;
+}
+
+void addTopOptions(CLI::App& command, RunOptions& options, DecodeOptions& decode) {
+  command.add_option("FILE", decode.files, "Capture files to play, instead of a plug-in")
+      ->type_name("");
+  addTimeSpan(command, decode.span);
+  addParsed(command, "--speed", decode.speed, playSpeed,
+            "With FILE: recorded seconds per second (default 1)")
+      ->type_name("N");
   addSelection(command, options);
   addParsed(command, "--symbols", options.symbols, symbolSet,
             "Characters of the traces: " + symbolSetNames() +
@@ -337,11 +375,7 @@ void addDecodeOptions(CLI::App& command, RunOptions& options, DecodeOptions& dec
       ->type_name("");
   addWritingOptions(command, options);
   addSets(command, options);
-  addParsed(command, "--from", decode.span.from_usec, momentUsec,
-            "Only events from this time on: 2026-01-31T12:00:00Z, or seconds since 1970")
-      ->type_name("TIME");
-  addParsed(command, "--to", decode.span.to_usec, momentUsec, "Only events before this time")
-      ->type_name("TIME");
+  addTimeSpan(command, decode.span);
 }
 
 void addRunOptions(CLI::App& command, RunOptions& options, CaptureOptions& capture) {
@@ -439,7 +473,7 @@ void describe(CLI::App& app, CommandLine& line, Given& given) {
   CLI::App* const top = app.add_subcommand(
       "top", "Show the adapters on the full screen, those with the worst planes first");
   addPluginOptions(*top, line.run.plugin, given);
-  addTopOptions(*top, line.run);
+  addTopOptions(*top, line.run, line.decode);
 
   CLI::App* const decode =
       app.add_subcommand("decode", "Write the events of capture files in any format");
@@ -496,7 +530,10 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const Companions
   for (const std::string& pattern : line.run.counting.gauges) expectPattern("--gauge", pattern);
   if (line.run.rates && line.run.window)
     throw UsageError("--rates and --window exclude each other");
-  readCapture(given.capture, line.run);
+  readCapture(given.capture, command, line.run);
+  if (line.decode.span.from_usec >= line.decode.span.to_usec)
+    throw UsageError("--from must be before --to");
+  if (line.command == Command::top) expectOneSource(command, !line.decode.files.empty());
   PluginOptions& plugin = line.run.plugin;
   if (given.plugin && given.plugin->empty()) refuse("--plugin", *given.plugin, "a path is needed");
   plugin.path = given.plugin.value_or(companions.plugin.string());

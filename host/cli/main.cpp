@@ -10,6 +10,7 @@
 #include "host/commands/decode.h"
 #include "host/commands/info.h"
 #include "host/commands/options.h"
+#include "host/commands/play.h"
 #include "host/commands/run.h"
 #include "host/commands/schema.h"
 #include "host/plugin/plugin_thread.h"
@@ -22,8 +23,10 @@ int dispatch(int argc, char** argv) {
   using namespace tev::host;
   const CommandLine line = parseCommandLine(argc, argv, findCompanions());
   switch (line.command) {
-    case Command::run:
     case Command::top:
+      if (!line.decode.files.empty()) return play(line.run, line.decode);
+      [[fallthrough]];
+    case Command::run:
       return run(line.run);
     case Command::decode:
       return decode(line.run, line.decode);

@@ -1,6 +1,7 @@
 #include "host/commands/decode.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,16 +11,18 @@
 #include "host/figures/figures.h"
 #include "host/outputs/delivery.h"
 #include "host/outputs/record_marks.h"
+#include "host/support/bounded_write.h"
 #include "host/support/errors.h"
 #include "host/support/stderr_text.h"
 #include "host/support/stop_signal.h"
+#include "host/support/text.h"
 
 namespace tev::host {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::uint64_t kIntervals = 5;  // without a sample, after which a device is silent
+constexpr std::chrono::milliseconds kUsualUpdate{1000};  // of the run that was recorded
 
 // A line on the terminal that is written again and again.
 class Progress {
@@ -27,7 +30,7 @@ class Progress {
   explicit Progress(const OutputFile& output)
       : is_shown_(isatty(STDERR_FILENO) == 1 && !output.isTerminal()) {}
   ~Progress() {
-    if (is_drawn_) showOnStderr("\r\x1b[K");
+    if (is_drawn_) write("\r\x1b[K");
   }
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
@@ -38,11 +41,15 @@ class Progress {
     if (!is_shown_ || now - drawn_ < kEvery) return;
     drawn_ = now;
     is_drawn_ = true;
-    showOnStderr(fmt::format("\r{:3.0f} %", 100 * static_cast<double>(source.readBytes()) /
-                                                static_cast<double>(source.size())));
+    write(fmt::format("\r{:3.0f} %", 100 * static_cast<double>(source.readBytes()) /
+                                         static_cast<double>(source.size())));
   }
 
  private:
+  static void write(const std::string& text) {
+    writeAll(STDERR_FILENO, text, std::chrono::milliseconds(100));
+  }
+
   bool is_shown_;
   bool is_drawn_ = false;
   Clock::time_point drawn_;
@@ -59,12 +66,16 @@ RunStatus statusOf(const CaptureSource& source) {
   return status;
 }
 
-// Lines about the damaged places; empty when there are none.
-std::string damageText(const CaptureSource& source) {
-  std::string text;
-  for (const CaptureFileState& file : source.files())
-    for (const Damage& damage : file.damages) text += "tev-host: " + describe(file, damage) + "\n";
-  return text;
+// The output must not be one of the files that are read.
+void expectOtherFile(const OutputFile& output, const std::vector<std::string>& inputs) {
+  struct stat written {};
+  if (fstat(output.descriptor(), &written) != 0) return;
+  for (const std::string& path : inputs) {
+    struct stat read {};
+    if (stat(path.c_str(), &read) == 0 && read.st_dev == written.st_dev &&
+        read.st_ino == written.st_ino)
+      throw UsageError(fmt::format("--output {}: this capture is to be read", asPrintable(path)));
+  }
 }
 
 }  // namespace
@@ -73,6 +84,7 @@ int decode(const RunOptions& options, const DecodeOptions& decode) {
   const StopSignal stop_signal;
   CaptureSource source(decode.files, decode.span);
   OutputFile file(options.output);
+  expectOtherFile(file, decode.files);
   const Projection projection(source.schema(), options.selection);
   CountingOptions counting = options.counting;
   counting.clear_on_read = source.head().clear_on_read;
@@ -81,8 +93,10 @@ int decode(const RunOptions& options, const DecodeOptions& decode) {
   RecordMarks marks(projection, file);
   // A table is for the whole recording. Another format needs the updates.
   const bool updates = formatFor(options, file).is_machine_readable;
-  Delivery delivery(source.schema(), {&marks, written.get()}, figures, options.samples,
-                    kIntervals * (source.head().interval_usec + 1'000'000));
+  std::vector<Output*> outputs{written.get()};
+  if (updates) outputs.insert(outputs.begin(), &marks);
+  Delivery delivery(source.schema(), outputs, figures, options.samples,
+                    silenceUsec(source.head().interval_usec, kUsualUpdate));
   file.whileStalled([](auto) { return StopSignal::requests() == 0; });
   delivery.begin();
   delivery.update(statusOf(source));
@@ -105,6 +119,9 @@ int decode(const RunOptions& options, const DecodeOptions& decode) {
       throw;
     }
   }
+  if (StopSignal::requests() > 0)
+    throw RunError(
+        fmt::format("interrupted after {} of {} bytes", source.readBytes(), source.size()));
   const std::string damage = damageText(source);
   showOnStderr(damage);
   expectDevicesOf(delivery, projection.devices());

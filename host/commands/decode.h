@@ -11,6 +11,7 @@ namespace tev::host {
 struct DecodeOptions {
   std::vector<std::string> files;
   TimeSpan span;
+  double speed = 1;  // of a playback
 };
 
 // Writes the events of capture files in the chosen format. Returns the exit code: 1 when a part of

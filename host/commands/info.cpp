@@ -16,6 +16,7 @@
 #include "host/support/duration_text.h"
 #include "host/support/errors.h"
 #include "host/support/short_number.h"
+#include "host/support/stderr_text.h"
 #include "host/support/stop_signal.h"
 #include "host/support/text.h"
 #include "host/timing/distribution.h"
@@ -150,14 +151,15 @@ int showInfo(const std::vector<std::string>& files) {
     while (!interrupted() &&
            source.fetch([&](Blocks blocks) { reading.take(blocks); }, interrupted)) {
     }
+    if (interrupted()) throw RunError("interrupted in " + asPrintable(path));
     std::string text = asPrintable(path) + ": " + headText(source.head()) +
                        contentsText(reading.contents, source) + missingText(source);
-    for (const CaptureFileState& file : source.files()) {
-      for (const Damage& damage : file.damages) text += "  " + describe(file, damage) + "\n";
-      is_damaged |= !file.damages.empty();
-    }
+    const std::string damage = damageText(source);
+    is_damaged |= !damage.empty();
     fmt::print("{}", text);
-    std::fflush(stdout);
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
+      throw RunError("standard output could not be written");
+    showOnStderr(damage);
   }
   return is_damaged ? kExitFailed : kExitFine;
 }

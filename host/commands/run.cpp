@@ -16,6 +16,7 @@
 #include "host/capture/capture_output.h"
 #include "host/commands/interval_advice.h"
 #include "host/commands/known_options.h"
+#include "host/commands/log_hold.h"
 #include "host/commands/sampling.h"
 #include "host/commands/summary.h"
 #include "host/commands/writing.h"
@@ -66,13 +67,6 @@ std::uint64_t intervalUsec(const RunOptions& options, const OptionTable& table) 
   return std::min(interval, kLongestIntervalUsec);
 }
 
-// A device is silent after some intervals without a sample. Samples arrive only at updates.
-std::uint64_t patienceUsec(const RunOptions& options, const OptionTable& table) {
-  constexpr std::uint64_t kIntervals = 5;
-  const auto update = std::chrono::microseconds(options.update).count();
-  return kIntervals * (intervalUsec(options, table) + static_cast<std::uint64_t>(update));
-}
-
 std::unique_ptr<JitterMeter> jitterMeterFor(const RunOptions& options, const Projection& projection,
                                             const OptionTable& table) {
   if (!options.jitter) return nullptr;
@@ -81,27 +75,6 @@ std::unique_ptr<JitterMeter> jitterMeterFor(const RunOptions& options, const Pro
     throw UsageError(fmt::format("--jitter needs an interval: {} is 0", kSampleIntervalKey));
   return std::make_unique<JitterMeter>(projection, interval);
 }
-
-// Keeps log lines off the terminal while an output draws on it.
-class LogHold {
- public:
-  LogHold() = default;
-  ~LogHold() { release(); }
-  LogHold(const LogHold&) = delete;
-  LogHold& operator=(const LogHold&) = delete;
-
-  void holdFor(const Output& output) {
-    if (!output.drawsOnTerminal() || isatty(STDERR_FILENO) != 1) return;
-    Log::instance().holdBack();
-    held_ = true;
-  }
-  void release() {
-    if (std::exchange(held_, false)) Log::instance().release();
-  }
-
- private:
-  bool held_ = false;
-};
 
 // A plug-in that counts samples reports the names of its devices before the first event.
 void expectDevicesOf(const EventSource& source, const DeviceFilter& filter) {
@@ -181,9 +154,9 @@ int run(const RunOptions& options) {
   if (jitter) outputs.push_back(jitter.get());
   const auto capture =
       makeCapture(options, source, intervalUsec(options, source.options()), counting.clear_on_read);
-  if (capture) outputs.push_back(capture.get());
+  if (capture) outputs.insert(outputs.begin(), capture.get());  // created before others truncate
   Delivery delivery(source.schema(), outputs, figures, options.samples,
-                    patienceUsec(options, source.options()));
+                    silenceUsec(intervalUsec(options, source.options()), options.update));
   delivery.begin();
 
   Sampling sampling(options, source, delivery, figures, written->interaction());

@@ -27,12 +27,6 @@ constexpr std::chrono::seconds kLongestGrace{10};
 // After its stop, a plug-in that has not answered for so many seconds is not asked for more events.
 constexpr double kLongestSilence = std::chrono::duration<double>(LastWait::kLongest).count();
 
-std::uint64_t nowUsec() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return static_cast<std::uint64_t>(
-      std::chrono::duration_cast<std::chrono::microseconds>(now).count());
-}
-
 }  // namespace
 
 Sampling::Sampling(const RunOptions& options, EventSource& source, Delivery& delivery,
@@ -181,7 +175,7 @@ RunStatus Sampling::status() {
   RunStatus status;
   status.source = source_.name();
   status.elapsed_seconds = elapsedSeconds();
-  status.now_usec = nowUsec();
+  status.now_usec = source_.nowUsec();
   status.devices = source_.counts().value_or(std::vector<DeviceCounts>{});
   for (const DeviceCounts& one : status.devices) status.lost_samples += one.lost;
   if (status.lost_samples > 0) warnOfLoss();

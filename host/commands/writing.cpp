@@ -36,6 +36,12 @@ std::unique_ptr<Output> makeWriter(const RunOptions& options, const Projection& 
       .make({projection, figures, file, options.rates, windowUsec(options)});
 }
 
+std::uint64_t silenceUsec(std::uint64_t interval_usec, std::chrono::milliseconds update) {
+  constexpr std::uint64_t kIntervals = 5;
+  const auto update_usec = std::chrono::microseconds(update).count();
+  return kIntervals * (interval_usec + static_cast<std::uint64_t>(update_usec));
+}
+
 void expectDevicesOf(const Delivery& delivery, const DeviceFilter& filter) {
   std::vector<std::string> names;
   for (const Delivery::SeriesCount& one : delivery.series())

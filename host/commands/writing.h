@@ -1,6 +1,8 @@
 // The part of a command that writes events in the format that the user has chosen.
 #pragma once
 
+#include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -17,6 +19,10 @@ const OutputFormat& formatFor(const RunOptions& options, const OutputFile& file)
 
 std::unique_ptr<Output> makeWriter(const RunOptions& options, const Projection& projection,
                                    const Figures& figures, OutputFile& file);
+
+// The time without a sample after which a device is silent: some intervals. Samples arrive only at
+// updates.
+std::uint64_t silenceUsec(std::uint64_t interval_usec, std::chrono::milliseconds update);
 
 // Throws UsageError, with the names of the devices of the events, when the filter passes none.
 void expectDevicesOf(const Delivery& delivery, const DeviceFilter& filter);

@@ -1,6 +1,7 @@
 // The interface of a source of events.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -67,6 +68,14 @@ class EventSource {
 
   // The counts of each device; empty when the source does not count. May change with every fetch.
   virtual std::optional<std::vector<DeviceCounts>> counts() const { return std::nullopt; }
+
+  // The time that the events have reached, in microseconds since the Unix epoch: now, unless the
+  // source plays a recording.
+  virtual std::uint64_t nowUsec() const {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return static_cast<std::uint64_t>(
+        std::chrono::duration_cast<std::chrono::microseconds>(now).count());
+  }
 
   // What is known of device reads that do not return; empty: nothing. For the user.
   virtual std::string pendingReads() const { return ""; }

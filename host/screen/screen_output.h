@@ -29,6 +29,8 @@ class ScreenOutput final : public Output, public Interaction {
   void redraw(const RunStatus& status) override;
   void leave() override { terminal_.leave(); }
 
+  bool isPaused() const { return view_.paused; }
+
   int descriptor() const override;
   std::chrono::milliseconds interval() const override { return view_.interval; }
 

@@ -70,17 +70,21 @@ std::chrono::nanoseconds seconds(const char* option, const std::string& text) {
 
 std::uint64_t momentUsec(const char* option, const std::string& text) {
   constexpr double kMaxMoment = 1e11;  // seconds, about the year 5138
-  std::string_view fraction = text;
-  double whole = 0;
+  std::string_view seconds = text;     // or the fraction of one
   std::tm time{};
+  double whole = 0;
+  std::string fraction;
   if (const char* const rest = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &time)) {
     whole = static_cast<double>(timegm(&time));
-    fraction.remove_prefix(static_cast<std::size_t>(rest - text.c_str()));
-    if (!fraction.ends_with('Z')) fraction = "?";
-    fraction.remove_suffix(1);
+    fraction = rest;
+    const bool is_utc = fraction.ends_with('Z');
+    if (is_utc) fraction.pop_back();
+    const bool has_digits = fraction.size() > 1 && fraction.front() == '.' &&
+                            fraction.find_first_not_of("0123456789", 1) == std::string::npos;
+    fraction = is_utc && fraction.empty() ? "0" : is_utc && has_digits ? "0" + fraction : "";
+    seconds = fraction;
   }
-  const bool is_whole = fraction.empty() && !text.empty();
-  const auto rest = is_whole ? std::optional(0.0) : parseNumber<double>(fraction);
+  const auto rest = parseNumber<double>(seconds);
   if (!rest || !(whole + *rest >= 0 && whole + *rest <= kMaxMoment))
     refuse(option, text, "a time is needed, like 2026-01-31T12:00:00Z or 1769860800 (seconds)");
   return static_cast<std::uint64_t>(std::llround((whole + *rest) * 1e6));

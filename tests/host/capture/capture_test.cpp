@@ -14,6 +14,7 @@
 #include "host/capture/capture_file.h"
 #include "host/capture/capture_source.h"
 #include "host/capture/parts.h"
+#include "host/capture/playback_source.h"
 #include "host/support/errors.h"
 #include "tests/host/process.h"
 #include "tests/host/sample_types.h"
@@ -170,6 +171,37 @@ TEST(Capture, PassesOverUnknownKindsAndRefusesWhatItCannotUse) {
   EXPECT_THROW(CaptureFile(recorded.path, {}), RunError);  // it exists
 }
 
+TEST(Playback, KeepsTheTimeOfTheRecording) {
+  Recorded recorded;  // updates at 1, 2, 3 and 4 ms
+  for (const double speed : {1.0, 0.5, 4.0}) {
+    CaptureSource recording({recorded.path});
+    std::int64_t now = 50;
+    bool is_paused = false;
+    PlaybackSource source(recording, {.speed = speed,
+                                      .is_paused = [&] { return is_paused; },
+                                      .steady_usec = [&] { return now; }});
+    std::size_t batches = 0;
+    const auto played = [&] {
+      EXPECT_TRUE(source.fetch([&](Blocks) { ++batches; }, kNever));
+      return batches;
+    };
+    EXPECT_EQ(played(), 1U);
+    now += static_cast<std::int64_t>(900 / speed);
+    EXPECT_EQ(played(), 1U);
+    now += static_cast<std::int64_t>(100 / speed);
+    EXPECT_EQ(played(), 2U);
+    is_paused = true;
+    EXPECT_EQ(played(), 2U);
+    now += 10'000'000;
+    EXPECT_EQ(played(), 2U);
+    is_paused = false;
+    EXPECT_EQ(played(), 2U);
+    now += static_cast<std::int64_t>(2000 / speed);
+    EXPECT_EQ(played(), 4U);
+    EXPECT_EQ(source.counts()->at(0).lost, 3U);
+  }
+}
+
 TEST(Capture, EndsWithAWholeChunkOnAFullDisk) {
   test::TempTree tree;
   const std::string path = tree.path("a.tevcap");
@@ -198,10 +230,11 @@ TEST(CaptureParts, AreInOrderAndTheOldestAreRemoved) {
   test::TempTree tree;
   const std::string path = tree.path("a.tevcap");
   EXPECT_EQ(partPath("x/a.b", 86'400, 7), "x/a.19700102T000000Z.000007.b");
-  for (const std::uint64_t seconds : {3, 1, 2}) tree.write(partPath("a.tevcap", seconds, 1), "x");
+  for (const std::uint64_t seconds : {3U, 1U, 2U})
+    tree.write(partPath("a.tevcap", seconds, 1), "x");
   for (const char* const other : {"a.tevcap", "a.19700101T000001Z.00001.tevcap", "b.tevcap"})
     tree.write(other, "x");
-  removeOldParts(path, 2);
+  removeOldParts(path, 2, "");
   EXPECT_THAT(existingParts(path), ElementsAre(partPath(path, 2, 1), partPath(path, 3, 1)));
   EXPECT_TRUE(std::filesystem::exists(path));
 }

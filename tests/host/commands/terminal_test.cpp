@@ -97,6 +97,22 @@ TEST(Top, ShowsADeviceThatDies) {
   EXPECT_THAT(process.finish(), testing::HasSubstr("rdma1: its reads fail: LINK_ON_FIRE"));
 }
 
+TEST(Top, PlaysARecording) {
+  test::TempTree tree;
+  const std::string path = tree.path("a.tevcap");
+  test::HostProcess(
+      "run --simulate --samples 20 --option multipath-sample-interval-usec=1000 "
+      "--update 10 --format none --capture " +
+      path)
+      .finish();
+  TerminalProcess process("top --update 20 " + path);
+  process.until("rdma2");
+  process.until("the recording ends here");
+  process.type("q");
+  process.finish();
+  EXPECT_EQ(process.status, 0);
+}
+
 TEST(Top, NeedsATerminal) {
   const test::Result result = test::HostProcess("top --simulate").finish();
   EXPECT_EQ(result.exit, 2);
