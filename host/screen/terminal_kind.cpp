@@ -9,7 +9,10 @@ namespace tev::host {
 
 bool isFullScreenTerminal() {
   int error = 0;
-  return setupterm(nullptr, STDOUT_FILENO, &error) == OK && cursor_address != nullptr;
+  if (setupterm(nullptr, STDOUT_FILENO, &error) != OK) return false;
+  const bool can_place_cursor = cursor_address != nullptr;
+  del_curterm(cur_term);
+  return can_place_cursor;
 }
 
 }  // namespace tev::host
