@@ -106,8 +106,7 @@ TEST(Top, PlaysARecording) {
       path)
       .finish();
   TerminalProcess process("top --update 20 " + path);
-  process.until("rdma2");
-  process.until("the recording ends here");
+  EXPECT_THAT(process.until("the recording ends here"), testing::HasSubstr("rdma2"));
   process.type("q");
   process.finish();
   EXPECT_EQ(process.status, 0);
