@@ -42,8 +42,6 @@ DeclaredSchema declaredSchema(const tev_schema_t& schema) {
   DeclaredSchema declared;
   declared.name = schema.name ? asPrintable(schema.name) : "";
   declared.id = schema.id_string;
-  const support::MallocPtr<char> text(tev_schema_json_string(&schema));
-  if (text) declared.text = text.get();
   const std::span types(schema.types, std::min<std::size_t>(schema.num_types, TEV_MAX_TYPES));
   for (std::size_t i = 0; i < types.size(); ++i) {
     const tev_type_definition_t* const type = types[i];
@@ -59,6 +57,9 @@ DeclaredSchema declaredSchema(const tev_schema_t& schema) {
       added.fields.push_back(declaredField(*field, types.first(i)));
     }
   }
+  // Only a schema whose parts are all there has a text.
+  const support::MallocPtr<char> text(tev_schema_json_string(&schema));
+  if (text) declared.text = text.get();
   return declared;
 }
 

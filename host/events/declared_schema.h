@@ -32,7 +32,7 @@ struct DeclaredType {
 struct DeclaredSchema {
   std::string name;                       // printable
   std::string id = std::string(32, '0');  // hexadecimal digits
-  std::string text;                       // JSON; empty: there are no types
+  std::string text;                       // JSON; empty without types
   std::vector<DeclaredType> types;
 };
 

@@ -75,8 +75,8 @@ void expectAnyTaken(const Types& types, const char* option, const std::string& p
   throw UsageError(fmt::format("{} {}: nothing in it matches{}", option, asPrintable(path), names));
 }
 
-// `keys` are the names of the key fields of all types. They stay what they are: outputs that have
-// the columns of all types in one table would else mix a counter with a key.
+// `keys` are the names of the key fields of all types. A counter does not get such a name, because
+// an output with the columns of all types in one table would mix it with the key.
 void rename(std::vector<Column>& columns, const std::set<std::string>& keys,
             const ProviderCounterSet& set) {
   UniqueNames names;

@@ -54,7 +54,7 @@ class SchemaView {
   struct Schema {
     std::string name;  // printable
     std::string id;    // 32 hexadecimal digits
-    std::string text;  // JSON (docs/formats.md); empty: there are no types
+    std::string text;  // JSON (docs/formats.md); empty without types
   };
 
   // From the types that are registered in a type system, which is not needed afterwards.

@@ -90,8 +90,11 @@ bool StopSignal::waitUntil(std::chrono::steady_clock::time_point time, int descr
     if (ppoll(events.data(), events.size(), &timeout, nullptr) <= 0) continue;
     std::uint64_t wakes = 0;
     const bool woken = read(event_descriptor, &wakes, sizeof wakes) > 0;
-    if ((events[1].revents & POLLIN) != 0) return true;
-    if (events[1].revents != 0) request();
+    // A terminal that is gone is readable, too.
+    if ((events[1].revents & (POLLHUP | POLLERR | POLLNVAL)) != 0)
+      request();
+    else if (events[1].revents != 0)
+      return true;
     if (woken) return false;
   }
   return false;
