@@ -1,0 +1,28 @@
+// Adds single options to a command.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+#include <vector>
+
+namespace tev::host {
+
+// Adds an option. `read` converts its text to its value.
+template <class Value, class Read>
+CLI::Option* addParsed(CLI::App& command, const char* name, Value& value, Read read,
+                       const std::string& description) {
+  return command.add_option_function<std::string>(
+      name, [&value, read, name](const std::string& text) { value = read(name, text); },
+      description);
+}
+
+// Adds an option that may be given several times.
+inline CLI::Option* addRepeated(CLI::App& command, const char* name,
+                                std::vector<std::string>& values, const std::string& description) {
+  return command.add_option(name, values, description)
+      ->expected(1)
+      ->allow_extra_args(false)
+      ->take_all();
+}
+
+}  // namespace tev::host

@@ -1,0 +1,31 @@
+// Converts the texts of this program's options to values. If a text is not a valid value, throws a
+// UsageError, which names the option and the values that are possible.
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "host/capture/capture_options.h"
+#include "host/outputs/formats.h"
+#include "host/screen/symbols.h"
+
+namespace tev::host {
+
+const OutputFormat* formatNamed(const char* option, const std::string& text);
+
+// Whether the text is "json"; otherwise it is "text".
+bool isJson(const char* option, const std::string& text);
+
+std::chrono::nanoseconds measuringTime(const char* option, const std::string& text);
+
+SymbolSet symbolSet(const char* option, const std::string& text);
+
+// Recorded seconds per second.
+double playSpeed(const char* option, const std::string& text);
+
+CaptureSync captureSync(const char* option, const std::string& text);
+
+// A size ("100M"), or a time ("1h").
+void readRotation(const char* option, const std::string& text, CaptureOptions& capture);
+
+}  // namespace tev::host
