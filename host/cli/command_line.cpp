@@ -87,6 +87,17 @@ void expectOneSource(const CLI::App& top, bool plays_files) {
       throw UsageError(fmt::format("{} needs a capture file", option));
 }
 
+// A folder of files is made from a whole recording.
+void expectFormat(const RunOptions& run, Command command) {
+  if (!run.format || run.format->kind != FormatKind::folder) return;
+  if (command != Command::decode)
+    throw UsageError(fmt::format(
+        "--format {0} needs a recording: run with --capture FILE, then decode FILE --format {0}",
+        run.format->name));
+  if (run.output.empty() || run.output == "-")
+    throw UsageError(fmt::format("--format {} needs --output FOLDER", run.format->name));
+}
+
 void expectPattern(const char* option, const std::string& pattern) {
   if (pattern.empty()) refuse(option, pattern, "a name, ^PREFIX or SUFFIX$ is needed");
 }
@@ -128,6 +139,7 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const Companions
   for (const std::string& pattern : line.run.counting.gauges) expectPattern("--gauge", pattern);
   if (line.run.rates && line.run.window)
     throw UsageError("--rates and --window exclude each other");
+  expectFormat(line.run, line.command);
   readCapture(given.capture, command, line.run);
   if (line.decode.span.from_usec >= line.decode.span.to_usec)
     throw UsageError("--from must be before --to");

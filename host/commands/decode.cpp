@@ -83,7 +83,7 @@ void expectOtherFile(const OutputFile& output, const std::vector<std::string>& i
 int decode(const RunOptions& options, const DecodeOptions& decode) {
   const StopSignal stop_signal;
   CaptureSource source(decode.files, decode.span);
-  OutputFile file(options.output);
+  OutputFile file(textPath(options));
   expectOtherFile(file, decode.files);
   const Projection projection(source.schema(), options.selection);
   CountingOptions counting = options.counting;
@@ -92,7 +92,7 @@ int decode(const RunOptions& options, const DecodeOptions& decode) {
   const auto written = makeWriter(options, projection, figures, file);
   RecordMarks marks(projection, file);
   // A table is for the whole recording. Another format needs the updates.
-  const bool updates = formatFor(options, file).is_machine_readable;
+  const bool updates = formatFor(options, file).kind != FormatKind::display;
   std::vector<Output*> outputs{written.get()};
   if (updates) outputs.insert(outputs.begin(), &marks);
   Delivery delivery(source.schema(), outputs, figures, options.samples,

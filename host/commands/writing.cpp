@@ -24,16 +24,21 @@ const OutputFormat& formatFor(const RunOptions& options, const OutputFile& file)
   const bool derived = options.rates || options.window;
   const OutputFormat* format = options.format;
   if (!format) format = findOutputFormat(file.isTerminal() && !derived ? "table" : "jsonl");
-  if (derived && !format->is_machine_readable)
+  if (derived && format->kind != FormatKind::records)
     throw UsageError(
         fmt::format("{} needs --format jsonl or csv", options.rates ? "--rates" : "--window"));
   return *format;
 }
 
+std::string textPath(const RunOptions& options) {
+  const bool is_folder = options.format && options.format->kind == FormatKind::folder;
+  return is_folder ? "" : options.output;
+}
+
 std::unique_ptr<Output> makeWriter(const RunOptions& options, const Projection& projection,
                                    const Figures& figures, OutputFile& file) {
   return formatFor(options, file)
-      .make({projection, figures, file, options.rates, windowUsec(options)});
+      .make({projection, figures, file, options.output, options.rates, windowUsec(options)});
 }
 
 std::uint64_t silenceUsec(std::uint64_t interval_usec, std::chrono::milliseconds update) {

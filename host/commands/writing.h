@@ -17,6 +17,9 @@ namespace tev::host {
 // fit the other options.
 const OutputFormat& formatFor(const RunOptions& options, const OutputFile& file);
 
+// The path for the OutputFile: empty when the format writes files of its own.
+std::string textPath(const RunOptions& options);
+
 std::unique_ptr<Output> makeWriter(const RunOptions& options, const Projection& projection,
                                    const Figures& figures, OutputFile& file);
 

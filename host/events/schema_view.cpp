@@ -127,4 +127,9 @@ const TypeView* SchemaView::find(std::uint8_t schema_index, std::uint16_t type_i
   return position < first_type_[schema_index + std::size_t{1}] ? &types_[position] : nullptr;
 }
 
+const SchemaView::Schema& SchemaView::schemaOf(const TypeView& type) const {
+  const auto next = std::ranges::upper_bound(first_type_, type.number);
+  return schemas_[static_cast<std::size_t>(next - first_type_.begin()) - 1];
+}
+
 }  // namespace tev::host

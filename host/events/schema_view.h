@@ -76,6 +76,9 @@ class SchemaView {
 
   const std::vector<Schema>& schemas() const { return schemas_; }
 
+  // The schema that the type belongs to.
+  const Schema& schemaOf(const TypeView& type) const;
+
  private:
   explicit SchemaView(const std::vector<DeclaredSchema>& schemas);
 

@@ -6,7 +6,7 @@
 namespace tev::host {
 namespace {
 
-#define TEV_ROW(name, make, machine, help) {name, make, machine, help},
+#define TEV_ROW(name, make, kind, help) {name, make, FormatKind::kind, help},
 constexpr OutputFormat kFormats[] = {TEV_OUTPUT_FORMATS(TEV_ROW)};
 #undef TEV_ROW
 

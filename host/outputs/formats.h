@@ -12,29 +12,40 @@
 #include "host/outputs/output.h"
 #include "host/outputs/output_file.h"
 
-// Each row: name, factory function, whether programs read it, help text. A new format needs a row
-// here and a file with its factory function.
-#define TEV_OUTPUT_FORMATS(FORMAT)                                                                 \
-  FORMAT("table", makeTable, false, "values and rates per device, redrawn in place on a terminal") \
-  FORMAT("jsonl", makeJsonl, true, "one JSON object per line and event")                           \
-  FORMAT("csv", makeCsv, true, "comma-separated values with one header line")                      \
-  FORMAT("none", makeNone, false, "no text, for example beside --capture")
+// Each row: name, factory function, kind, help text. A new format needs a row here and a file with
+// its factory function.
+#define TEV_OUTPUT_FORMATS(FORMAT)                                               \
+  FORMAT("table", makeTable, display,                                            \
+         "values and rates per device, redrawn in place on a terminal")          \
+  FORMAT("jsonl", makeJsonl, records, "one JSON object per line and event")      \
+  FORMAT("csv", makeCsv, records, "comma-separated values with one header line") \
+  FORMAT("parquet", makeParquet, folder,                                         \
+         "with decode: a table per type of event, in the folder --output")       \
+  FORMAT("none", makeNone, nothing, "no text, for example beside --capture")
 
 namespace tev::host {
 
 // The objects that an output uses. They must outlive it.
 struct OutputSetup {
   const Projection& projection;
-  const Figures& figures;  // of the projection
-  OutputFile& file;
+  const Figures& figures;                    // of the projection
+  OutputFile& file;                          // of a format that is not a folder
+  std::string folder;                        // path of the folder
   bool rates = false;                        // adds derived figures to each event
   std::optional<std::uint64_t> window_usec;  // replaces the events by windows of this length
+};
+
+enum class FormatKind {
+  display,  // for people
+  records,  // text for programs; derived figures are possible
+  folder,   // several files, complete only at the end
+  nothing,
 };
 
 struct OutputFormat {
   std::string_view name;
   std::unique_ptr<Output> (*make)(const OutputSetup&);
-  bool is_machine_readable;
+  FormatKind kind;
   std::string_view help;
 };
 
@@ -46,8 +57,7 @@ const OutputFormat* findOutputFormat(std::string_view name);
 // "table, jsonl, csv or none".
 std::string outputFormatNames();
 
-#define TEV_DECLARE(name, make, machine, help) \
-  std::unique_ptr<Output> make(const OutputSetup& setup);
+#define TEV_DECLARE(name, make, kind, help) std::unique_ptr<Output> make(const OutputSetup& setup);
 TEV_OUTPUT_FORMATS(TEV_DECLARE)
 #undef TEV_DECLARE
 
