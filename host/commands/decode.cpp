@@ -88,13 +88,18 @@ int decode(const RunOptions& options, const DecodeOptions& decode) {
   const Projection projection(source.schema(), options.selection);
   CountingOptions counting = options.counting;
   counting.clear_on_read = source.head().clear_on_read;
+  const FormatKind kind = formatFor(options, file).kind;
+  counting.follow = options.rates || options.window || kind == FormatKind::display;
   Figures figures(projection, counting, source.head().interval_usec);
   const auto written = makeWriter(options, projection, figures, file);
   RecordMarks marks(projection, file);
   // A table is for the whole recording. Another format needs the updates.
-  const bool updates = formatFor(options, file).kind != FormatKind::display;
+  const bool updates = kind != FormatKind::display;
   std::vector<Output*> outputs{written.get()};
   if (updates) outputs.insert(outputs.begin(), &marks);
+  // Where nothing is written, events are decoded only if they decide anything.
+  if (kind == FormatKind::nothing && !options.samples && options.selection.filters.empty())
+    outputs.clear();
   Delivery delivery(source.schema(), outputs, figures, options.samples,
                     silenceUsec(source.head().interval_usec, kUsualUpdate));
   file.whileStalled([](auto) { return StopSignal::requests() == 0; });

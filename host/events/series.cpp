@@ -1,9 +1,31 @@
 #include "host/events/series.h"
 
+#include <algorithm>
+#include <cstring>
+
 #include "host/events/values.h"
 #include "host/support/text.h"
 
 namespace tev::host {
+namespace {
+
+std::size_t sizeOf(const Column& column) {
+  return column.count * column.element_size;
+}
+
+// Whether this is the event's key: the number of its type, then the values of its key columns.
+bool isKey(std::string_view key, const Event& event) {
+  const std::size_t& type = event.type->number;
+  if (std::memcmp(key.data(), &type, sizeof type) != 0) return false;
+  const char* at = key.data() + sizeof type;
+  return std::ranges::all_of(event.type->keys, [&](const Column& column) {
+    const bool same = std::memcmp(at, event.data + column.offset, sizeOf(column)) == 0;
+    at += sizeOf(column);
+    return same;
+  });
+}
+
+}  // namespace
 
 std::string kindOf(const TypeView& type) {
   return type.keys.size() < 2 ? "device" : type.keys.back().name;
@@ -21,19 +43,33 @@ std::string headingOf(const Series& series) {
   return heading.substr(heading.rfind('_') + 1);
 }
 
+// Series follow each other in the same order again and again, so the next one is compared first.
 const Series& SeriesTable::of(const Event& event) {
+  Entry* const expected = last_ ? last_->next : nullptr;
+  if (expected && isKey(expected->key, event)) {
+    last_ = expected;
+    return expected->series;
+  }
+  Entry& found = find(event);
+  if (last_) last_->next = &found;
+  last_ = &found;
+  return found.series;
+}
+
+SeriesTable::Entry& SeriesTable::find(const Event& event) {
   key_.assign(reinterpret_cast<const char*>(&event.type->number), sizeof event.type->number);
   for (const Column& column : event.type->keys)
-    key_.append(reinterpret_cast<const char*>(event.data + column.offset),
-                column.count * column.element_size);
+    key_.append(reinterpret_cast<const char*>(event.data + column.offset), sizeOf(column));
   const auto known = by_key_.find(key_);
   return known != by_key_.end() ? *known->second : add(event);
 }
 
-const Series& SeriesTable::add(const Event& event) {
-  Series series;
+SeriesTable::Entry& SeriesTable::add(const Event& event) {
+  Entry& entry = entries_.emplace_back();
+  entry.key = key_;
+  Series& series = entry.series;
   series.type = event.type;
-  series.number = series_.size();
+  series.number = entries_.size() - 1;
   for (std::size_t i = 0; i < event.type->keys.size(); ++i) {
     std::string value;
     appendPlain(value, event.type->keys[i], event.data);
@@ -42,9 +78,8 @@ const Series& SeriesTable::add(const Event& event) {
     else
       series.keys.push_back(asPrintable(value));
   }
-  series_.push_back(std::move(series));
-  by_key_.emplace(key_, &series_.back());
-  return series_.back();
+  by_key_.emplace(entry.key, &entry);
+  return entry;
 }
 
 }  // namespace tev::host

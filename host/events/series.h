@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <deque>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -34,10 +35,18 @@ class SeriesTable {
   const Series& of(const Event& event);
 
  private:
-  const Series& add(const Event& event);
+  struct Entry {
+    Series series;
+    std::string key;
+    Entry* next = nullptr;  // the series that last followed this one
+  };
 
-  std::deque<Series> series_;
-  std::unordered_map<std::string, const Series*> by_key_;
+  Entry& find(const Event& event);
+  Entry& add(const Event& event);
+
+  std::deque<Entry> entries_;
+  std::unordered_map<std::string_view, Entry*> by_key_;
+  Entry* last_ = nullptr;
   std::string key_;  // of the current event; a member so that its memory is reused
 };
 

@@ -28,7 +28,8 @@ void append(std::string& out, bool value) {
 // Most values are integers, for which this is faster than fmt::format_to().
 void append(std::string& out, std::integral auto value) {
   char digits[std::numeric_limits<std::uint64_t>::digits10 + 2];
-  out.append(digits, std::to_chars(std::begin(digits), std::end(digits), value).ptr);
+  const char* const end = std::to_chars(std::begin(digits), std::end(digits), value).ptr;
+  out.append(digits, static_cast<std::size_t>(end - digits));
 }
 
 void append(std::string& out, std::floating_point auto value) {

@@ -92,6 +92,7 @@ Figures::Figures(const Projection& projection, const CountingOptions& options,
       if (counters.match(own_name, column.name) && kind != FieldKind::increase)
         kind = FieldKind::counter;
       if (gauges.match(own_name, column.name)) kind = FieldKind::gauge;
+      if (!options.follow) continue;
       followed.push_back({&column, judges_.size()});
       judges_.emplace_back(kind, countsBytes(column) || countsPackets(column));
     }

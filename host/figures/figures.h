@@ -37,8 +37,8 @@ class Figures {
   using Doubt = std::function<bool(const Series&, const Column&)>;
 
   // Follows the unsigned columns of 32 and 64 bits that the projection chooses and that do not
-  // belong to the key. Throws UsageError, with the names that exist, when a pattern does not match
-  // any of them. `projection` must outlive this.
+  // belong to the key, unless the options say that nothing shows them. Throws UsageError, with the
+  // names that exist, when a pattern does not match any of them. `projection` must outlive this.
   //
   // `interval_usec` is the time between two samples; 0: not known.
   Figures(const Projection& projection, const CountingOptions& options,

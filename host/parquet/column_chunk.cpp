@@ -1,6 +1,5 @@
 #include "host/parquet/column_chunk.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "host/parquet/number_chunk.h"
@@ -9,18 +8,19 @@
 
 namespace tev::host {
 
-ChunkSummary ColumnChunk::finish(std::string& out) {
+ChunkSummary ColumnChunk::finish(PartFile& file) {
   ChunkSummary summary;
   endChunk(summary);
-  const std::size_t begin = out.size();
   if (const Dictionary dictionary = takeDictionary(); dictionary.size > 0) {
-    appendPage(out, dictionary.values, ParquetPage::dictionary, ParquetEncoding::plain,
+    std::string page;
+    appendPage(page, dictionary.values, ParquetPage::dictionary, ParquetEncoding::plain,
                dictionary.size);
-    summary.dictionary_bytes = out.size() - begin;
+    file.write(page);
+    summary.dictionary_bytes = page.size();
   }
-  out += pages_;
+  file.write(pages_);
+  summary.bytes = summary.dictionary_bytes + pages_.size();
   pages_.clear();
-  summary.bytes = out.size() - begin;
   summary.unpacked_bytes = std::exchange(unpacked_bytes_, 0);
   summary.values = std::exchange(values_, 0);
   return summary;
@@ -35,11 +35,11 @@ void ColumnChunk::endPage(std::string_view encoded, ParquetEncoding encoding, st
 
 void ColumnChunk::appendPage(std::string& out, std::string_view encoded, ParquetPage kind,
                              ParquetEncoding encoding, std::size_t values) {
-  packer_.pack(encoded, packed_);
+  const std::string_view packed = packer_.pack(encoded);
   CompactThrift header;
   header.i32(1, static_cast<std::int32_t>(kind));
   header.i32(2, static_cast<std::int32_t>(encoded.size()));
-  header.i32(3, static_cast<std::int32_t>(packed_.size()));
+  header.i32(3, static_cast<std::int32_t>(packed.size()));
   const auto describePage = [&] {
     header.i32(1, static_cast<std::int32_t>(values));
     header.i32(2, static_cast<std::int32_t>(encoding));
@@ -56,7 +56,7 @@ void ColumnChunk::appendPage(std::string& out, std::string_view encoded, Parquet
   const std::string text = header.finish();
   unpacked_bytes_ += text.size() + encoded.size();
   out += text;
-  out += packed_;
+  out += packed;
 }
 
 std::unique_ptr<ColumnChunk> makeColumnChunk(const RowField& field, PagePacker& packer) {

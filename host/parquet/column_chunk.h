@@ -9,6 +9,7 @@
 
 #include "host/parquet/column_format.h"
 #include "host/parquet/page_packer.h"
+#include "host/support/part_file.h"
 
 namespace tev::host {
 
@@ -52,8 +53,8 @@ class ColumnChunk {
   // Bytes that are kept in memory.
   std::size_t memory() const { return page_.size() + pages_.size(); }
 
-  // Appends the pages of the chunk to `out`, and begins the next chunk.
-  ChunkSummary finish(std::string& out);
+  // Writes the pages of the chunk, and begins the next chunk. Throws RunError.
+  ChunkSummary finish(PartFile& file);
 
  protected:
   ColumnChunk(RowField field, const ColumnFormat& format, PagePacker& packer)
@@ -83,8 +84,7 @@ class ColumnChunk {
   RowField field_;
   ColumnFormat format_;
   PagePacker& packer_;
-  std::string packed_;  // of one page; a member so that its memory is reused
-  std::string pages_;   // complete ones with headers
+  std::string pages_;  // complete ones with headers
   std::uint64_t unpacked_bytes_ = 0;
   std::uint64_t values_ = 0;
 };

@@ -2,7 +2,9 @@
 
 #include <zstd.h>
 
+#include <algorithm>
 #include <new>
+#include <string>
 
 #include "host/support/errors.h"
 
@@ -18,14 +20,14 @@ PagePacker::PagePacker() : compressor_(ZSTD_createCCtx()) {
 
 PagePacker::~PagePacker() = default;
 
-void PagePacker::pack(std::string_view bytes, std::string& packed) {
+std::string_view PagePacker::pack(std::string_view bytes) {
   constexpr int kLevel = 1;
-  packed.resize(ZSTD_compressBound(bytes.size()));
-  const std::size_t size = ZSTD_compressCCtx(compressor_.get(), packed.data(), packed.size(),
+  packed_.resize(std::max(packed_.size(), ZSTD_compressBound(bytes.size())));
+  const std::size_t size = ZSTD_compressCCtx(compressor_.get(), packed_.data(), packed_.size(),
                                              bytes.data(), bytes.size(), kLevel);
   if (ZSTD_isError(size) != 0)
     throw RunError(std::string("cannot compress a page: ") + ZSTD_getErrorName(size));
-  packed.resize(size);
+  return {packed_.data(), size};
 }
 
 }  // namespace tev::host

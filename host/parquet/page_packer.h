@@ -1,8 +1,8 @@
 #pragma once
 
 #include <memory>
-#include <string>
 #include <string_view>
+#include <vector>
 
 struct ZSTD_CCtx_s;
 
@@ -16,14 +16,15 @@ class PagePacker {
   PagePacker(const PagePacker&) = delete;
   PagePacker& operator=(const PagePacker&) = delete;
 
-  // Replaces `packed` by the compressed bytes. Throws RunError.
-  void pack(std::string_view bytes, std::string& packed);
+  // The compressed bytes, which are valid until the next call. Throws RunError.
+  std::string_view pack(std::string_view bytes);
 
  private:
   struct Free {
     void operator()(ZSTD_CCtx_s* compressor) const;
   };
   std::unique_ptr<ZSTD_CCtx_s, Free> compressor_;
+  std::vector<char> packed_;
 };
 
 }  // namespace tev::host

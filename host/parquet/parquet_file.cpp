@@ -53,10 +53,8 @@ void ParquetFile::endGroup() {
   Group group{std::exchange(group_rows_, 0), {}};
   rows_ += group.rows;
   for (const auto& column : columns_) {
-    out_.clear();
     const std::uint64_t offset = file_.size();
-    group.chunks.push_back({column->finish(out_), offset});
-    file_.write(out_);
+    group.chunks.push_back({column->finish(file_), offset});
   }
   groups_.push_back(std::move(group));
 }

@@ -62,7 +62,6 @@ class ParquetFile {
   std::uint64_t group_rows_ = 0;
   std::uint64_t rows_ = 0;  // in the groups
   std::vector<Group> groups_;
-  std::string out_;  // a member so that its memory is reused
 };
 
 }  // namespace tev::host
