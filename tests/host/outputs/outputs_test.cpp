@@ -29,7 +29,7 @@ std::vector<std::string> written(const char* format, const SampleTypes& types, c
   const test::TempTree tree;
   OutputFile file(tree.path("out"));
   Figures figures(projection, {});
-  const auto output = findOutputFormat(format)->make({projection, figures, file, rates, {}});
+  const auto output = findOutputFormat(format)->make({projection, figures, file, {}, rates, {}});
   Delivery delivery(schema, {output.get()}, figures, std::nullopt, 0);
   delivery.begin();
   delivery.update({});
