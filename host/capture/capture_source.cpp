@@ -1,8 +1,10 @@
 #include "host/capture/capture_source.h"
 
 #include <fmt/format.h>
+#include <sys/resource.h>
 
 #include <algorithm>
+#include <cstring>
 #include <string_view>
 #include <utility>
 
@@ -37,10 +39,24 @@ const char* differenceOf(const CaptureHead& one, const CaptureHead& other) {
   return nullptr;
 }
 
+// All files are opened at once, to find out which begins first.
+void allowManyFiles() {
+  struct rlimit limit {};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+bool isKnown(ChunkKind kind) {
+  using enum ChunkKind;
+  return kind == head || kind == events || kind == ledger || kind == clocks || kind == index;
+}
+
 }  // namespace
 
 CaptureSource::CaptureSource(const std::vector<std::string>& paths, const TimeSpan& span)
     : span_(span) {
+  allowManyFiles();
   std::vector<CaptureHead> heads;
   for (const std::string& path : paths) {
     try {
@@ -90,7 +106,8 @@ bool CaptureSource::fetch(const BlockConsumer& take, const std::function<bool()>
   while (!interrupted()) {
     ChunkReader* const reader = earliest();
     if (!reader) return false;
-    if (isOutside(*reader->peek())) {
+    const ChunkHeader next = *reader->peek();
+    if (!isKnown(next.kind) || isOutside(next)) {
       reader->skip();
       continue;
     }
@@ -108,13 +125,43 @@ bool CaptureSource::takeChunk(ChunkReader& reader, const Chunk& chunk, const Blo
     if (chunk.header.kind == ChunkKind::events)
       inFile(reader, [&] { forEachBlock(*schema_, chunk.body, [](const Block&) {}); });
     else if (chunk.header.kind == ChunkKind::ledger && chunk.header.last_usec < span_.to_usec)
-      counts_ = inFile(reader, [&] { return countsFromJson(textOf(chunk)); });
+      inFile(reader, [&] { takeCounts(chunk); });
+    else if (chunk.header.kind == ChunkKind::clocks)
+      inFile(reader, [&] { takeClocks(reader, chunk); });
   } catch (const RunError& error) {
     problems_.emplace_back(error.what());
     return false;
   }
   if (chunk.header.kind == ChunkKind::events) passEvents(chunk.body, chunk.header, take);
   return chunk.header.kind == ChunkKind::clocks;
+}
+
+void CaptureSource::takeCounts(const Chunk& chunk) {
+  counts_ = countsFromJson(textOf(chunk));
+  if (chunk.header.last_usec < span_.from_usec) counts_before_ = *counts_;
+  for (DeviceCounts& one : *counts_) {
+    const auto before = std::ranges::find(counts_before_, one.device, &DeviceCounts::device);
+    if (before != counts_before_.end()) one = since(*before, one);
+  }
+}
+
+void CaptureSource::takeClocks(const ChunkReader& reader, const Chunk& chunk) {
+  // Both clocks are read one after the other, and the real-time clock may be adjusted slowly.
+  constexpr std::int64_t kLeastStep = 50'000;  // microseconds
+  ClockPair now;
+  if (chunk.body.size() != sizeof now)
+    throw RunError(fmt::format("a pair of clocks has {} bytes", chunk.body.size()));
+  std::memcpy(&now, chunk.body.data(), sizeof now);
+  if (clocks_ && clocks_of_ == &reader) {
+    const auto advance = [](std::uint64_t from, std::uint64_t to) {
+      return static_cast<std::int64_t>(to - from) / 1000;
+    };
+    const std::int64_t step =
+        advance(clocks_->real, now.real) - advance(clocks_->monotonic, now.monotonic);
+    if (step >= kLeastStep || step <= -kLeastStep) clock_steps_.push_back({now.real / 1000, step});
+  }
+  clocks_ = now;
+  clocks_of_ = &reader;
 }
 
 // Whether the chunk need not be read. Others are read even if they are not used, to find damage.
@@ -162,7 +209,7 @@ std::uint64_t CaptureSource::size() const {
 std::vector<CaptureFileState> CaptureSource::files() const {
   std::vector<CaptureFileState> files;
   for (const auto& reader : readers_)
-    files.push_back({reader->path(), reader->size(), reader->damages()});
+    files.push_back({reader->path(), reader->size(), reader->isFinished(), reader->damages()});
   return files;
 }
 
@@ -175,11 +222,16 @@ std::string damageText(const CaptureSource& source) {
 }
 
 std::string describe(const CaptureFileState& file, const Damage& damage) {
-  return fmt::format(
-      "{}: byte {}: {}", asPrintable(file.path), damage.offset,
-      damage.is_cut_off
-          ? fmt::format("the file ends in a chunk; its last {} bytes are not used", damage.bytes)
-          : fmt::format("{} bytes are damaged and were passed over", damage.bytes));
+  const std::string place = fmt::format("{}: byte {}: ", asPrintable(file.path), damage.offset);
+  const std::string chunks =
+      fmt::format("{} chunk{}", damage.chunks, damage.chunks == 1 ? "" : "s");
+  if (damage.is_cut_off)
+    return place +
+           fmt::format("the file ends in a chunk; its last {} bytes are not used", damage.bytes);
+  if (damage.bytes == 0)
+    return place + chunks + (damage.chunks == 1 ? " is missing" : " are missing");
+  return place + fmt::format("{} bytes are damaged and were passed over", damage.bytes) +
+         (damage.chunks == 0 ? "" : ", " + chunks);
 }
 
 }  // namespace tev::host

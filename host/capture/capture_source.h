@@ -22,8 +22,15 @@ struct TimeSpan {
 // What is known of one file of a source.
 struct CaptureFileState {
   std::string path;
-  std::uint64_t size = 0;  // bytes
+  std::uint64_t size = 0;    // bytes
+  bool is_finished = false;  // its writer has closed it
   std::vector<Damage> damages;
+};
+
+// A step of the real-time clock against the monotonic clock.
+struct ClockStep {
+  std::uint64_t at_usec = 0;  // after the step, since the Unix epoch
+  std::int64_t by_usec = 0;
 };
 
 // Reads several files as one, in the order of time of their chunks.
@@ -42,6 +49,7 @@ class CaptureSource final : public EventSource {
   // Passes the events of the next update of the recording. False at the end of all files.
   bool fetch(const BlockConsumer& take, const std::function<bool()>& interrupted) override;
 
+  // Since the beginning of the span.
   std::optional<std::vector<DeviceCounts>> counts() const override { return counts_; }
 
   // The last time stamp of the chunks so far.
@@ -54,6 +62,9 @@ class CaptureSource final : public EventSource {
   std::uint64_t readBytes() const;
   std::uint64_t size() const;
 
+  // Up to the chunks that were read.
+  const std::vector<ClockStep>& clockSteps() const { return clock_steps_; }
+
   // Errors of single files and chunks, which were passed over: one sentence each.
   const std::vector<std::string>& problems() const { return problems_; }
 
@@ -64,6 +75,8 @@ class CaptureSource final : public EventSource {
   CaptureHead readHead(ChunkReader& reader) const;
   ChunkReader* earliest();
   bool takeChunk(ChunkReader& reader, const Chunk& chunk, const BlockConsumer& take);
+  void takeCounts(const Chunk& chunk);
+  void takeClocks(const ChunkReader& reader, const Chunk& chunk);
   bool isOutside(const ChunkHeader& header) const;
   void passEvents(Blocks blocks, const ChunkHeader& header, const BlockConsumer& take) const;
 
@@ -72,6 +85,10 @@ class CaptureSource final : public EventSource {
   CaptureHead head_;
   std::optional<SchemaView> schema_;
   std::optional<std::vector<DeviceCounts>> counts_;
+  std::vector<DeviceCounts> counts_before_;  // the beginning of the span
+  std::optional<ClockPair> clocks_;
+  const ChunkReader* clocks_of_ = nullptr;
+  std::vector<ClockStep> clock_steps_;
   std::uint64_t now_usec_ = 0;
   std::vector<std::string> problems_;
 };

@@ -39,8 +39,7 @@ void ChunkReader::FreeDecompressor::operator()(ZSTD_DCtx_s* decompressor) const 
   ZSTD_freeDCtx(decompressor);
 }
 
-ChunkReader::ChunkReader(const std::string& path) : path_(path), decompressor_(ZSTD_createDCtx()) {
-  if (!decompressor_) throw std::bad_alloc();
+ChunkReader::ChunkReader(const std::string& path) : path_(path) {
   // Without O_NONBLOCK, a named pipe without a writer would block.
   descriptor_ = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (descriptor_ < 0) refuse(path, "{}", messageOf(errno));
@@ -60,7 +59,15 @@ ChunkReader::ChunkReader(const std::string& path) : path_(path), decompressor_(Z
 }
 
 ChunkReader::~ChunkReader() {
-  close(descriptor_);
+  release();
+}
+
+// Frees what is needed only to read, since many files may be read one after the other.
+void ChunkReader::release() {
+  if (descriptor_ >= 0) close(std::exchange(descriptor_, -1));
+  decompressor_.reset();
+  stored_ = {};
+  body_ = {};
 }
 
 // The bytes must be inside the file.
@@ -90,13 +97,13 @@ std::uint64_t ChunkReader::nextHeader(std::uint64_t from) const {
   while (size_ - from >= kChunkHeaderSize) {
     window.resize(std::min<std::uint64_t>(kWindow, size_ - from));
     read(from, window);
-    auto at = window.begin();
-    while (true) {
-      at = std::search(at, window.end(), std::begin(kCaptureMagic), std::end(kCaptureMagic));
-      if (at == window.end()) break;
-      const std::uint64_t offset = from + static_cast<std::uint64_t>(at - window.begin());
+    const std::uint8_t* const end = window.data() + window.size();
+    for (const std::uint8_t* at = window.data();; ++at) {
+      at = static_cast<const std::uint8_t*>(
+          memmem(at, static_cast<std::size_t>(end - at), kCaptureMagic, sizeof kCaptureMagic));
+      if (!at) break;
+      const std::uint64_t offset = from + static_cast<std::uint64_t>(at - window.data());
       if (size_ - offset >= kChunkHeaderSize && headerAt(offset)) return offset;
-      ++at;
     }
     if (window.size() < kWindow) break;
     from += window.size() - sizeof kCaptureMagic + 1;  // a magic may lie across the end
@@ -109,9 +116,21 @@ void ChunkReader::note(std::uint64_t bytes, bool is_cut_off) {
     damages_.back().bytes += bytes;
     damages_.back().is_cut_off &= is_cut_off;
   } else {
-    damages_.push_back({position_, bytes, is_cut_off});
+    damages_.push_back({position_, bytes, is_cut_off, 0});
   }
   position_ += bytes;
+}
+
+// Whether the next chunk comes after those so far. Missing ones before it are noted.
+bool ChunkReader::follows(const ChunkHeader& header) {
+  if (header.number < next_number_) return false;
+  if (const std::uint32_t missing = header.number - next_number_; missing > 0) {
+    note(0, false);
+    damages_.back().chunks += missing;
+  }
+  next_number_ = header.number + 1;
+  last_kind_ = header.kind;
+  return true;
 }
 
 std::optional<ChunkHeader> ChunkReader::peek() {
@@ -128,12 +147,16 @@ std::optional<ChunkHeader> ChunkReader::peek() {
       next_ = header;
     }
   }
+  if (!next_) release();
   return next_;
 }
 
 void ChunkReader::skip() {
-  position_ += kChunkHeaderSize + next_->stored;
-  next_.reset();
+  const ChunkHeader header = *std::exchange(next_, std::nullopt);
+  if (follows(header))
+    position_ += kChunkHeaderSize + header.stored;
+  else
+    note(kChunkHeaderSize + header.stored, false);
 }
 
 std::optional<Chunk> ChunkReader::take() {
@@ -143,6 +166,10 @@ std::optional<Chunk> ChunkReader::take() {
   if (hashOf(stored_) != header.body_hash || !unpack(header)) {
     // The length may be that of a chunk whose rest is missing.
     note(nextHeader(position_ + kChunkHeaderSize) - position_, false);
+    return std::nullopt;
+  }
+  if (!follows(header)) {
+    note(kChunkHeaderSize + header.stored, false);
     return std::nullopt;
   }
   last_chunk_ = position_;
@@ -156,6 +183,8 @@ bool ChunkReader::unpack(const ChunkHeader& header) {
     return body_.size() == header.unpacked;
   }
   if (header.codec != ChunkCodec::zstd) return false;
+  if (!decompressor_) decompressor_.reset(ZSTD_createDCtx());
+  if (!decompressor_) throw std::bad_alloc();
   body_.resize(header.unpacked);
   const std::size_t size = ZSTD_decompressDCtx(decompressor_.get(), body_.data(), body_.size(),
                                                stored_.data(), stored_.size());

@@ -19,6 +19,7 @@ struct Damage {
   std::uint64_t offset = 0;  // bytes from the start of the file
   std::uint64_t bytes = 0;
   bool is_cut_off = false;  // the file ends in a chunk, as after a power cut; otherwise it is wrong
+  std::uint32_t chunks = 0;  // that are missing here, by their numbers
 };
 
 struct Chunk {
@@ -43,7 +44,7 @@ class ChunkReader {
   // The next chunk; nothing when it is damaged, which is noted. To be called after peek().
   std::optional<Chunk> take();
 
-  // Skips the next chunk. To be called after peek().
+  // Skips the next chunk, whose body is not looked at. To be called after peek().
   void skip();
 
   const std::string& path() const { return path_; }
@@ -51,6 +52,9 @@ class ChunkReader {
   std::uint64_t position() const { return position_; }
   std::uint64_t lastChunk() const { return last_chunk_; }  // offset of the one taken last
   const std::vector<Damage>& damages() const { return damages_; }
+
+  // Whether the last chunk so far is the one that a writer adds when it closes the file.
+  bool isFinished() const { return last_kind_ == ChunkKind::index; }
 
  private:
   struct FreeDecompressor {
@@ -61,13 +65,17 @@ class ChunkReader {
   std::optional<ChunkHeader> headerAt(std::uint64_t offset) const;
   std::uint64_t nextHeader(std::uint64_t from) const;
   void note(std::uint64_t bytes, bool is_cut_off);
+  bool follows(const ChunkHeader& header);
   bool unpack(const ChunkHeader& header);
+  void release();
 
   std::string path_;
   int descriptor_ = -1;
   std::uint64_t size_ = 0;
   std::uint64_t position_ = 0;
   std::uint64_t last_chunk_ = 0;
+  std::uint32_t next_number_ = 0;  // of the chunk that is expected
+  ChunkKind last_kind_{};
   std::optional<std::uint64_t> file_id_;
   std::optional<ChunkHeader> next_;
   std::unique_ptr<ZSTD_DCtx_s, FreeDecompressor> decompressor_;

@@ -62,10 +62,11 @@ std::string toJson(const CaptureHead& head) {
 CaptureHead headFromJson(std::string_view text) {
   return parsed(text, "head", [](const json& all) {
     CaptureHead head;
-    head.version = all.at("version").get<std::uint32_t>();
-    if (head.version > kCaptureVersion)
+    const auto version = all.at("version").get<std::uint64_t>();
+    if (version > kCaptureVersion)
       throw RunError(fmt::format("it has version {} of the format, and this program knows {}",
-                                 head.version, kCaptureVersion));
+                                 version, kCaptureVersion));
+    head.version = static_cast<std::uint32_t>(version);
     head.schemas = all.at("schemas").get<std::vector<std::string>>();
     head.source = all.value("source", "");
     head.writer = all.value("writer", "");
@@ -102,6 +103,14 @@ std::vector<DeviceCounts> countsFromJson(std::string_view text) {
     }
     return counts;
   });
+}
+
+DeviceCounts since(const DeviceCounts& before, DeviceCounts counts) {
+  for (const auto& [count, name] : kCounts) {
+    const bool is_number = count != &DeviceCounts::last_good_usec;
+    if (is_number && counts.*count >= before.*count) counts.*count -= before.*count;
+  }
+  return counts;
 }
 
 }  // namespace tev::host

@@ -37,4 +37,7 @@ CaptureHead headFromJson(std::string_view text);
 std::string toJson(const std::vector<DeviceCounts>& counts);
 std::vector<DeviceCounts> countsFromJson(std::string_view text);  // throws RunError
 
+// What was counted after `before`.
+DeviceCounts since(const DeviceCounts& before, DeviceCounts counts);
+
 }  // namespace tev::host

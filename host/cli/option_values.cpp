@@ -1,5 +1,7 @@
 #include "host/cli/option_values.h"
 
+#include <fmt/format.h>
+
 #include <string_view>
 #include <utility>
 
@@ -59,15 +61,19 @@ CaptureSync captureSync(const char* option, const std::string& text) {
 // A size ("100M"), or a time ("1h").
 void readRotation(const char* option, const std::string& text, CaptureOptions& capture) {
   constexpr std::pair<char, int> kUnits[] = {{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86'400}};
-  for (const auto& [unit, length] : kUnits) {
-    if (!text.ends_with(unit)) continue;
-    const auto count = wholeNumber(option, text.substr(0, text.size() - 1), kMaxRotation);
-    if (count > kMaxRotation / static_cast<std::uint64_t>(length))
-      refuse(option, text, "at most 365 days are possible");
-    capture.rotate_time = std::chrono::seconds(count * static_cast<std::uint64_t>(length));
-    return;
+  constexpr char kWanted[] = "a size like 100M or 2G, or a time like 30m or 12h, is needed";
+  try {
+    for (const auto& [unit, length] : kUnits) {
+      if (!text.ends_with(unit)) continue;
+      const auto most = kMaxRotation / static_cast<std::uint64_t>(length);
+      const auto count = wholeNumber(option, text.substr(0, text.size() - 1), most);
+      capture.rotate_time = std::chrono::seconds(count * static_cast<std::uint64_t>(length));
+      return;
+    }
+    capture.rotate_bytes = byteSize(option, text);
+  } catch (const UsageError&) {  // it names the wrong text, or only sizes
+    refuse(option, text, fmt::format("{}; a time is at most 365 days", kWanted));
   }
-  capture.rotate_bytes = byteSize(option, text);
 }
 
 }  // namespace tev::host

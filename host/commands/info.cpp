@@ -129,6 +129,19 @@ std::string contentsText(const Contents& contents, const CaptureSource& source) 
   return text + textTable("lrr", rows);
 }
 
+// How the file ended, and what the clock did.
+std::string stateText(const CaptureSource& source) {
+  const bool is_finished = source.files().front().is_finished;
+  std::string text =
+      row("state",
+          is_finished ? "complete" : "not finished: the recording goes on, or was ended by force");
+  for (const ClockStep& step : source.clockSteps())
+    text +=
+        row("clock", fmt::format("stepped by {:+.3f} s until {}",
+                                 static_cast<double>(step.by_usec) / 1e6, timeText(step.at_usec)));
+  return text;
+}
+
 std::string missingText(const CaptureSource& source) {
   const auto counts = source.counts();
   if (!counts) return "  the source did not count missing samples\n";
@@ -139,29 +152,39 @@ std::string missingText(const CaptureSource& source) {
   return text.empty() ? "  no sample is missing\n" : text;
 }
 
+// Returns whether the whole file is sound.
+bool showFile(const std::string& path) {
+  const auto interrupted = [] { return StopSignal::requests() > 0; };
+  CaptureSource source(std::vector<std::string>(1, path));
+  Reading reading(source.schema());
+  while (!interrupted() &&
+         source.fetch([&](Blocks blocks) { reading.take(blocks); }, interrupted)) {
+  }
+  if (interrupted()) throw RunError("interrupted in " + asPrintable(path));
+  fmt::print("{}: {}{}{}{}", asPrintable(path), headText(source.head()), stateText(source),
+             contentsText(reading.contents, source), missingText(source));
+  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
+    throw RunError("standard output could not be written");
+  const std::string damage = damageText(source);
+  showOnStderr(damage);
+  return damage.empty();
+}
+
 }  // namespace
 
 int showInfo(const std::vector<std::string>& files) {
   const StopSignal stop_signal;
-  const auto interrupted = [] { return StopSignal::requests() > 0; };
-  bool is_damaged = false;
+  bool is_sound = true;
   for (const std::string& path : files) {
-    CaptureSource source(std::vector<std::string>(1, path));
-    Reading reading(source.schema());
-    while (!interrupted() &&
-           source.fetch([&](Blocks blocks) { reading.take(blocks); }, interrupted)) {
+    try {
+      is_sound &= showFile(path);
+    } catch (const RunError& error) {  // the others may be sound
+      if (StopSignal::requests() > 0 || files.size() == 1) throw;
+      showOnStderr(fmt::format("tev-host: {}\n", error.what()));
+      is_sound = false;
     }
-    if (interrupted()) throw RunError("interrupted in " + asPrintable(path));
-    std::string text = asPrintable(path) + ": " + headText(source.head()) +
-                       contentsText(reading.contents, source) + missingText(source);
-    const std::string damage = damageText(source);
-    is_damaged |= !damage.empty();
-    fmt::print("{}", text);
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
-      throw RunError("standard output could not be written");
-    showOnStderr(damage);
   }
-  return is_damaged ? kExitFailed : kExitFine;
+  return is_sound ? kExitFine : kExitFailed;
 }
 
 }  // namespace tev::host

@@ -108,8 +108,9 @@ TEST(Capture, GivesBackWhatWasRecorded) {
   EXPECT_EQ(all.lost, 3U);
   EXPECT_THAT(all.batches, ElementsAre(textOf(recorded.chunks[0]), textOf(recorded.chunks[1]),
                                        textOf(recorded.chunks[2]), textOf(recorded.chunks[3])));
-  EXPECT_THAT(readFile(recorded.path, {2000, 3001}).batches,
-              ElementsAre(textOf(recorded.chunks[1]), textOf(recorded.chunks[2])));
+  const Read some = readFile(recorded.path, {2000, 3001});
+  EXPECT_THAT(some.batches, ElementsAre(textOf(recorded.chunks[1]), textOf(recorded.chunks[2])));
+  EXPECT_EQ(some.lost, 2U);  // one a millisecond, from 1 ms on
   const CaptureSource source({recorded.path, recorded.path});
   EXPECT_EQ(source.head().source, "a source");
   EXPECT_EQ(source.head().options.at(0).second, "value\\xff");
@@ -144,12 +145,38 @@ TEST(Capture, DeliversEverythingSound) {
   EXPECT_LT(first_event, good.size() / 2);
 }
 
+// Whole chunks that are missing or repeated are noticed by their numbers.
+TEST(Capture, CountsItsChunks) {
+  Recorded recorded;
+  const std::string good = recorded.bytes();
+  std::vector<std::string> chunks;
+  for (std::size_t at = 0, size = 0; at < good.size(); at += size) {
+    const auto* const bytes = reinterpret_cast<const std::uint8_t*>(&good[at]);
+    size = kChunkHeaderSize + readHeader({bytes, kChunkHeaderSize})->stored;
+    chunks.push_back(good.substr(at, size));
+  }
+  const auto problemsOf = [&](const std::vector<std::size_t>& order) {
+    std::string bytes;
+    for (const std::size_t chunk : order) bytes += chunks[chunk];
+    recorded.tree.write("bad.tevcap", bytes);
+    CaptureSource source({recorded.tree.path("bad.tevcap")});
+    while (source.fetch([](Blocks) {}, kNever)) {
+    }
+    return damageText(source) + (source.files()[0].is_finished ? "finished" : "open");
+  };
+  EXPECT_EQ(problemsOf({0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13}), "finished");
+  EXPECT_EQ(problemsOf({0, 1, 2, 3}), "open");
+  EXPECT_THAT(problemsOf({0, 1, 2, 6}), HasSubstr("3 chunks are missing"));
+  EXPECT_THAT(problemsOf({0, 1, 2, 1, 3}), HasSubstr("bytes are damaged and were passed over\n"));
+}
+
 TEST(Capture, PassesOverUnknownKindsAndRefusesWhatItCannotUse) {
   Recorded recorded;
   std::string bytes = recorded.bytes();
   std::vector<std::uint8_t> unknown(kChunkHeaderSize);
   ChunkHeader header = *readHeader({reinterpret_cast<const std::uint8_t*>(bytes.data()), 64});
   header.kind = static_cast<ChunkKind>('?');
+  header.number = 14;
   header.stored = header.unpacked = 0;
   header.codec = ChunkCodec::none;
   header.body_hash = hashOf({});
