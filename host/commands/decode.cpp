@@ -89,7 +89,8 @@ int decode(const RunOptions& options, const DecodeOptions& decode) {
   CountingOptions counting = options.counting;
   counting.clear_on_read = source.head().clear_on_read;
   const FormatKind kind = formatFor(options, file).kind;
-  counting.follow = options.rates || options.window || kind == FormatKind::display;
+  counting.follow =
+      options.rates || options.window || kind == FormatKind::display || kind == FormatKind::figures;
   Figures figures(projection, counting, source.head().interval_usec);
   const auto written = makeWriter(options, projection, figures, file);
   RecordMarks marks(projection, file);

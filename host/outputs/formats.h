@@ -14,13 +14,14 @@
 
 // Each row: name, factory function, kind, help text. A new format needs a row here and a file with
 // its factory function.
-#define TEV_OUTPUT_FORMATS(FORMAT)                                               \
-  FORMAT("table", makeTable, display,                                            \
-         "values and rates per device, redrawn in place on a terminal")          \
-  FORMAT("jsonl", makeJsonl, records, "one JSON object per line and event")      \
-  FORMAT("csv", makeCsv, records, "comma-separated values with one header line") \
-  FORMAT("parquet", makeParquet, folder,                                         \
-         "with decode: a table per type of event, in the folder --output")       \
+#define TEV_OUTPUT_FORMATS(FORMAT)                                                        \
+  FORMAT("table", makeTable, display,                                                     \
+         "values and rates per device, redrawn in place on a terminal")                   \
+  FORMAT("jsonl", makeJsonl, records, "one JSON object per line and event")               \
+  FORMAT("csv", makeCsv, records, "comma-separated values with one header line")          \
+  FORMAT("parquet", makeParquet, folder,                                                  \
+         "with decode: a table per type of event, in the folder --output")                \
+  FORMAT("trace", makeTraceJson, figures, "trace JSON: counter tracks for trace viewers") \
   FORMAT("none", makeNone, nothing, "no text, for example beside --capture")
 
 namespace tev::host {
@@ -38,6 +39,7 @@ struct OutputSetup {
 enum class FormatKind {
   display,  // for people
   records,  // text for programs; derived figures are possible
+  figures,  // text for programs, with derived figures in any case
   folder,   // several files, complete only at the end
   nothing,
 };
@@ -54,7 +56,7 @@ std::span<const OutputFormat> outputFormats();
 // Null when there is no such format.
 const OutputFormat* findOutputFormat(std::string_view name);
 
-// "table, jsonl, csv or none".
+// "table, jsonl, csv, parquet, trace or none".
 std::string outputFormatNames();
 
 #define TEV_DECLARE(name, make, kind, help) std::unique_ptr<Output> make(const OutputSetup& setup);

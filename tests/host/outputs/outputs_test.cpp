@@ -3,8 +3,10 @@
 
 #include <cmath>
 #include <cstdint>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <tuple>
 
 #include "host/outputs/delivery.h"
 #include "host/outputs/formats.h"
@@ -105,6 +107,46 @@ TEST(Rates, MarkEachCounterAndNumberEachEvent) {
                           object["bytes_mark"].get<std::string>()),
               figures[i]);
   }
+}
+
+TEST(Trace, HasTracksWithRatesGapsAndSpansAlsoWithoutAnEnd) {
+  SampleTypes types;
+  types.add("t",
+            {{"name", nullptr, "char", 0, 4},
+             {"rx\"bytes", nullptr, "uint32_t", 0, 1},
+             {"load", nullptr, "double", 0, 2},
+             {"quiet", nullptr, "uint32_t", 0, 1},
+             {"on", nullptr, "bool", 0, 1}},
+            {"name"});
+  Bytes bytes;  // the counter goes up, down, and up again after the clock was set back
+  for (const auto& [usec, count, load] : {std::tuple{1000u, 5u, std::nan("")},
+                                          {2000u, 15u, HUGE_VAL},
+                                          {3000u, 3u, 0.5},
+                                          {2500u, 9u, 1.5}})
+    bytes.block(usec, 0, 0, 1).text("\"\n\xff", 4).add(count).add(load).add(-0.5).add(7u).u8({9});
+  std::string text;
+  for (const std::string& line : written("trace", types, bytes)) text += line + '\n';
+  const auto events = nlohmann::json::parse(text);
+  std::map<std::string, std::vector<nlohmann::json>> found;  // by phase
+  for (const auto& event : events) found[event["ph"]].push_back(event);
+
+  const std::string device = "\"\\x0a\\xff";
+  EXPECT_EQ(found["M"][0]["args"]["name"], device);
+  ASSERT_EQ(found["C"].size(), 5u);
+  EXPECT_EQ(found["C"][0]["name"], device + " t");
+  EXPECT_EQ(found["C"][0]["args"], nlohmann::json::parse(R"({"load[1]":-0.5,"on":1})"));
+  EXPECT_EQ(found["C"][1]["args"]["rx\"bytes_per_second"], 10'000);
+  EXPECT_FALSE(found["C"][2]["args"].contains("rx\"bytes_per_second"));
+  EXPECT_EQ(found["C"][3]["args"]["load[0]"], 1.5);
+  EXPECT_EQ(found["C"][4]["args"], nlohmann::json::parse(R"({"quiet":7})"));
+  EXPECT_EQ(found["C"][4]["ts"], 1000);
+  EXPECT_EQ(found["i"].at(0)["ts"], 2500);
+  EXPECT_EQ(found["X"].at(0)["args"]["fields"], "rx\"bytes");
+  EXPECT_EQ(found["X"].at(0)["ts"], 2000);
+
+  // What a killed run leaves behind needs only the end of the array.
+  const std::size_t cut = text.find(",\n", text.size() / 2);
+  EXPECT_TRUE(nlohmann::json::accept(text.substr(0, cut) + ']'));
 }
 
 TEST(Table, ShowsCountersAcrossTheirEndAndGaugesPlainly) {
