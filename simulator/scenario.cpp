@@ -6,6 +6,8 @@
 #include <cstring>
 #include <system_error>
 
+#include "simulator/recorded_scenario.h"
+
 namespace simulator {
 namespace {
 
@@ -61,6 +63,7 @@ Scenario scenarioOfEnvironment() {
     scenario.devices = std::move(*devices);
     return scenario;
   }
+  if (isCapture(name)) return recordedScenario(name, ClockKind::real);
   return readScenarioFile(name, seed);
 }
 

@@ -66,6 +66,7 @@ struct Scenario {
   std::vector<Device> devices;
   Faults faults;
   std::map<vuna_status, std::string> status_names;
+  std::vector<std::string> notes;  // what cannot be played of a recording: one sentence each
 };
 
 // A scenario that cannot be played. The text names the place and the reason.

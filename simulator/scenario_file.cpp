@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "simulator/fields.h"
+#include "simulator/recorded_scenario.h"
 #include "simulator/scenario.h"
 #include "simulator/value_law.h"
 
@@ -183,15 +184,22 @@ Device readDevice(const Located& value, std::uint64_t seed, std::size_t number) 
   return device;
 }
 
-std::vector<Device> readDevices(Fields& fields, std::uint64_t seed) {
+// The devices, and what they need of the scenario. The clock must be known.
+std::vector<Device> readDevices(Fields& fields, std::uint64_t seed, Scenario& scenario) {
   const auto base = fields.find("base");
   const auto list = fields.find("devices");
   if (base.has_value() == list.has_value())
     fields.object().refuse("a scenario has either \"devices\" or \"base\"");
 
+  if (base && isCapture(base->string())) {
+    Scenario recorded = recordedScenario(base->string(), scenario.clock);
+    scenario.status_names = std::move(recorded.status_names);
+    scenario.notes = std::move(recorded.notes);
+    return std::move(recorded.devices);
+  }
   if (base) {
     auto devices = builtInDevices(base->string(), seed);
-    if (!devices) base->refuse("must be \"default\" or \"netdev\"");
+    if (!devices) base->refuse("must be \"default\", \"netdev\" or a capture file");
     return std::move(*devices);
   }
   std::vector<Device> devices;
@@ -293,9 +301,10 @@ Scenario readScenario(const Json& root, std::optional<std::uint64_t> given_seed)
   if (const auto clock = fields.find("clock")) scenario.clock = readClock(*clock);
   scenario.sample_step_usec =
       fields.number("sample_step_usec", scenario.sample_step_usec, 1, kMaxLatencyUsec);
-  scenario.devices = readDevices(fields, given_seed.value_or(own_seed));
+  scenario.devices = readDevices(fields, given_seed.value_or(own_seed), scenario);
   if (const auto names = fields.find("status_names"))
-    scenario.status_names = readStatusNames(*names);
+    for (auto& [status, name] : readStatusNames(*names))
+      scenario.status_names.insert_or_assign(status, name);
   if (const auto faults = fields.find("faults"))
     for (const Located& fault : faults->items(kMaxFaults))
       scenario.faults.add(readFault(fault, scenario.devices));

@@ -153,6 +153,7 @@ vuna_status Sdk::createList(vuna_devinfo*** list, std::uint32_t* count, bool uno
     log_.line(kLogError, "%s", refusal_.c_str());
     return kScenarioRefused;
   }
+  for (const std::string& note : scenario_.notes) log_.line(kLogWarning, "%s", note.c_str());
   auto made = std::make_shared<List>();
   made->unowned = unowned;
   made->infos.reserve(scenario_.devices.size());

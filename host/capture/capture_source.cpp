@@ -95,6 +95,7 @@ ChunkReader* CaptureSource::earliest() {
   std::uint64_t best_usec = 0;
   for (const auto& reader : readers_) {
     const auto header = reader->peek();
+    if (!header) reader->release();  // many files may be read one after the other
     if (!header || (best && header->first_usec >= best_usec)) continue;
     best = reader.get();
     best_usec = header->first_usec;

@@ -62,7 +62,6 @@ ChunkReader::~ChunkReader() {
   release();
 }
 
-// Frees what is needed only to read, since many files may be read one after the other.
 void ChunkReader::release() {
   if (descriptor_ >= 0) close(std::exchange(descriptor_, -1));
   decompressor_.reset();
@@ -123,10 +122,11 @@ void ChunkReader::note(std::uint64_t bytes, bool is_cut_off) {
 
 // Whether the next chunk comes after those so far. Missing ones before it are noted.
 bool ChunkReader::follows(const ChunkHeader& header) {
-  if (header.number < next_number_) return false;
-  if (const std::uint32_t missing = header.number - next_number_; missing > 0) {
+  const std::uint32_t expected = next_number_.value_or(header.number);
+  if (header.number < expected) return false;
+  if (header.number > expected) {
     note(0, false);
-    damages_.back().chunks += missing;
+    damages_.back().chunks += header.number - expected;
   }
   next_number_ = header.number + 1;
   last_kind_ = header.kind;
@@ -147,8 +147,13 @@ std::optional<ChunkHeader> ChunkReader::peek() {
       next_ = header;
     }
   }
-  if (!next_) release();
   return next_;
+}
+
+void ChunkReader::seek(std::uint64_t offset) {
+  position_ = offset;
+  next_.reset();
+  next_number_.reset();
 }
 
 void ChunkReader::skip() {

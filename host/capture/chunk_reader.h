@@ -44,8 +44,14 @@ class ChunkReader {
   // The next chunk; nothing when it is damaged, which is noted. To be called after peek().
   std::optional<Chunk> take();
 
+  // Goes to the beginning of a chunk, which must be inside the file.
+  void seek(std::uint64_t offset);
+
   // Skips the next chunk, whose body is not looked at. To be called after peek().
   void skip();
+
+  // Frees what is needed only to read. Nothing can be read afterwards.
+  void release();
 
   const std::string& path() const { return path_; }
   std::uint64_t size() const { return size_; }  // bytes of the file
@@ -67,14 +73,13 @@ class ChunkReader {
   void note(std::uint64_t bytes, bool is_cut_off);
   bool follows(const ChunkHeader& header);
   bool unpack(const ChunkHeader& header);
-  void release();
 
   std::string path_;
   int descriptor_ = -1;
   std::uint64_t size_ = 0;
   std::uint64_t position_ = 0;
   std::uint64_t last_chunk_ = 0;
-  std::uint32_t next_number_ = 0;  // of the chunk that is expected
+  std::optional<std::uint32_t> next_number_ = 0;  // of the chunk that is expected, if it is known
   ChunkKind last_kind_{};
   std::optional<std::uint64_t> file_id_;
   std::optional<ChunkHeader> next_;

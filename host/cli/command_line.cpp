@@ -10,9 +10,11 @@
 #include <system_error>
 #include <vector>
 
+#include "host/capture/capture_source.h"
 #include "host/cli/commands.h"
 #include "host/cli/given.h"
 #include "host/cli/words.h"
+#include "host/commands/known_options.h"
 #include "host/support/errors.h"
 #include "host/support/option_text.h"
 #include "host/support/text.h"
@@ -20,10 +22,6 @@
 
 namespace tev::host {
 namespace {
-
-constexpr char kLibraryPathKey[] = "multipath-vuna-lib-path";
-constexpr char kOtherLibraryPathKey[] = "vuna-telemetry-lib-path";
-constexpr char kUpdateKey[] = "update";
 
 constexpr char kProgramText[] =
     "A reference host: it loads a provider plug-in, starts sampling, and writes the events.";
@@ -50,6 +48,18 @@ void addImplied(PluginOptions& plugin, const char* key, const std::string& value
   if (!hasOption(plugin, key)) plugin.options.emplace_back(key, value);
 }
 
+// A recording is replayed with the settings that determine its values.
+void addRecordedSettings(const std::string& path, PluginOptions& plugin) {
+  try {
+    const CaptureHead head = CaptureSource({path}).head();
+    if (head.interval_usec > 0)
+      addImplied(plugin, kSampleIntervalKey, fmt::format("{}", head.interval_usec));
+    if (head.clear_on_read) addImplied(plugin, kClearKey, "true");
+  } catch (const RunError&) {
+    // Not a recording, or a damaged one: the simulator says why it cannot be played.
+  }
+}
+
 void readScenario(const std::string& scenario, PluginOptions& plugin,
                   const Companions& companions) {
   plugin.simulated = true;
@@ -61,6 +71,7 @@ void readScenario(const std::string& scenario, PluginOptions& plugin,
       (!std::filesystem::exists(scenario, error) || std::filesystem::is_directory(scenario, error)))
     refuse("--simulate", scenario, "neither default nor netdev, and there is no such file");
   plugin.simulator_scenario = scenario;
+  if (!built_in) addRecordedSettings(scenario, plugin);
 }
 
 void readCapture(const CaptureOptions& capture, const CLI::App& command, RunOptions& run) {

@@ -48,9 +48,10 @@ void addPluginOptions(CLI::App& command, PluginOptions& plugin, Given& given) {
       ->allow_extra_args(false)
       ->take_all();
   command
-      .add_option("--simulate", given.scenario,
-                  "Sample the bundled simulator instead of adapters: 'default', 'netdev' (this "
-                  "machine's network interfaces) or a scenario file")
+      .add_option(
+          "--simulate", given.scenario,
+          "Sample the bundled simulator instead of adapters: 'default', 'netdev' (this "
+          "machine's network interfaces), a scenario file or a capture file, which is replayed")
       ->type_name("[=SCENARIO]")
       ->expected(0, 1);
   command
