@@ -273,7 +273,15 @@ void Recording::scanEvent(const Event& event) {
 std::size_t Recording::deviceNamed(std::string_view name) {
   const auto known = device_of_.find(name);
   if (known != device_of_.end()) return known->second;
+  // The counts have printable names, and a device may fail before its first sample.
+  const std::string printable = tev::host::asPrintable(name);
+  const auto counted = device_of_.find(printable);
+  if (counted != device_of_.end() && !devices_[counted->second].device_type) {
+    devices_[counted->second].name = name;
+    return device_of_.emplace(name, counted->second).first->second;
+  }
   if (devices_.size() == kMaxRecordedDevices) return devices_.size();
+  device_of_.emplace(printable, devices_.size());
   device_of_.emplace(name, devices_.size());
   devices_.push_back({.name = std::string(name)});
   open_counts_.emplace_back();
