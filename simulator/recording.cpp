@@ -257,8 +257,7 @@ void Recording::scanEvent(const Event& event) {
   const RecordedType*& known = type->is_plane ? device.plane_type : device.device_type;
   if (!known) known = type;
   if (known != type) return;
-  const bool is_first = std::ranges::all_of(
-      open_counts_, [](const Counts& one) { return one.samples + one.plane_events == 0; });
+  const bool is_first = !std::exchange(has_events_, true);
   first_usec_ = is_first ? event.timestamp_usec : std::min(first_usec_, event.timestamp_usec);
   last_usec_ = is_first ? event.timestamp_usec : std::max(last_usec_, event.timestamp_usec);
   if (type->is_plane) {
@@ -349,6 +348,7 @@ void Recording::closePart(std::uint64_t end) {
   open_.monotonic_after = INT64_MAX;
   open_bytes_ = 0;
   is_extended_ = false;
+  has_events_ = false;
   std::ranges::fill(open_counts_, Counts());
 }
 

@@ -142,6 +142,7 @@ class Recording {
   // While the file is scanned.
   Part open_;
   bool is_extended_ = false;      // the open part has the events of two updates
+  bool has_events_ = false;       // the open part
   std::uint64_t open_bytes_ = 0;  // of its events
   std::uint64_t first_usec_ = 0;  // time stamps in it
   std::uint64_t last_usec_ = 0;
