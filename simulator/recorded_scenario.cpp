@@ -21,6 +21,7 @@ namespace {
 
 constexpr std::size_t kMaxNamedStatuses = 256;
 constexpr std::size_t kMaxNameBytes = 200;
+constexpr std::size_t kMaxReasonBytes = 400;
 
 // Statuses with the recorded texts of failures follow these two.
 constexpr vuna_status kRecordingEnded = 1100;
@@ -236,7 +237,9 @@ Scenario recordedScenario(const std::string& path, ClockKind clock) {
       deriveMaxima(device);
     }
   } catch (const std::exception& error) {
-    throw ScenarioError(std::string("scenario ") + error.what());
+    // A broken head can be quoted in the reason.
+    throw ScenarioError(
+        tev::host::asPrintable("scenario " + std::string(error.what()).substr(0, kMaxReasonBytes)));
   }
   return scenario;
 }
