@@ -233,9 +233,11 @@ void Recording::scan() {
   closePart(reader_.size());
   for (const tev::host::Damage& damage : reader_.damages()) {
     if (problems_.size() == kMaxProblems) break;
+    const std::string missing =
+        damage.chunks > 0 ? fmt::format("{} chunks are missing; ", damage.chunks) : "";
     problems_.push_back(fmt::format(
-        "{}: byte {}: {} bytes are {}", tev::host::asPrintable(reader_.path()), damage.offset,
-        damage.bytes,
+        "{}: byte {}: {}{} bytes are {}", tev::host::asPrintable(reader_.path()), damage.offset,
+        missing, damage.bytes,
         damage.is_cut_off ? "the beginning of a chunk that is cut off" : "damaged and not played"));
   }
 }
