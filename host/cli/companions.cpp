@@ -5,11 +5,12 @@
 namespace tev::host {
 
 Companions companionsOf(const std::filesystem::path& program_folder) {
-  // TEV_HOST_LIBDIR is the path from the program's folder to the libraries' folder. It is the same
-  // in the build tree and in an installation.
-  const auto libraries = (program_folder / TEV_HOST_LIBDIR).lexically_normal();
-  return {libraries / "libevents_multipath_provider.so",
-          libraries / "tev-simulator" / "libvuna_telemetry.so"};
+  // The paths from the program's folder are the same in the build tree and in an installation.
+  const auto inFolder = [&](const char* folder, const char* name) {
+    return (program_folder / folder / name).lexically_normal();
+  };
+  return {inFolder(TEV_HOST_PLUGINDIR, "libevents_multipath_provider.so"),
+          inFolder(TEV_HOST_SIMULATOR_LIBDIR, "libvuna_telemetry.so")};
 }
 
 Companions findCompanions() {
