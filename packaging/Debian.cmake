@@ -8,6 +8,7 @@ set(CPACK_PACKAGE_VENDOR "tev maintainers")
 set(CPACK_PACKAGE_CONTACT "tev maintainers <maintainers@tev.invalid>" CACHE STRING
   "Name and address of the packages' maintainer")
 set(CPACK_STRIP_FILES ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/CompressManual.cmake)
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)

@@ -25,4 +25,22 @@ inline CLI::Option* addRepeated(CLI::App& command, const char* name,
       ->take_all();
 }
 
+// Notes the texts that completion offers as values of an option. The parser does not use them: each
+// is the name of a validator that is never active.
+inline CLI::Option* offer(CLI::Option* option, const std::vector<std::string>& values) {
+  for (const std::string& value : values)
+    option->check(
+        CLI::Validator([](std::string&) { return std::string(); }, "", value).active(false));
+  return option;
+}
+
+inline std::vector<std::string> offeredValues(CLI::Option& option) {
+  std::vector<std::string> values;
+  try {
+    for (int i = 0;; ++i) values.push_back(option.get_validator(i)->get_name());
+  } catch (const CLI::OptionNotFound&) {  // behind the last one
+    return values;
+  }
+}
+
 }  // namespace tev::host

@@ -23,9 +23,6 @@
 namespace tev::host {
 namespace {
 
-constexpr char kProgramText[] =
-    "A reference host: it loads a provider plug-in, starts sampling, and writes the events.";
-
 void readLogLevel(const std::string& text, PluginOptions& plugin) {
   plugin.log_level = TEV_LEVEL_WARNING;
   if (!text.empty()) {
@@ -113,21 +110,13 @@ void expectPattern(const char* option, const std::string& pattern) {
   if (pattern.empty()) refuse(option, pattern, "a name, ^PREFIX or SUFFIX$ is needed");
 }
 
-void describe(CLI::App& app, CommandLine& line, Given& given) {
-  app.set_version_flag("--version", "tev-host " TEV_VERSION);
-  app.require_subcommand(1);
-  app.get_formatter()->column_width(28);
-  app.option_defaults()->take_last();
-  addCommands(app, line, given);
-}
-
 }  // namespace
 
 CommandLine parseCommandLine(int argc, const char* const* argv, const Companions& companions) {
   Given given;
-  CLI::App app(kProgramText, "tev-host");
+  CLI::App app;
   CommandLine line;
-  describe(app, line, given);
+  describeProgram(app, line, given);
   const auto words = std::span(argv, static_cast<std::size_t>(argc)).subspan(argc > 0 ? 1 : 0);
   refuseOddWords(words, app);
   try {

@@ -6,32 +6,15 @@
 #include <iterator>
 
 #include "host/cli/add_option.h"
+#include "host/cli/help_text.h"
 #include "host/cli/option_groups.h"
 #include "host/cli/option_values.h"
 
 namespace tev::host {
 namespace {
 
-constexpr char kExamples[] = R"(Examples:
-  tev-host run --simulate
-      live table of the simulated adapters; Ctrl-C ends it
-  tev-host top --simulate
-      the same on the full screen: the worst plane of each adapter, with keys
-  tev-host run --simulate=netdev --format jsonl --samples 5
-      five samples of every network interface of this machine, as JSON lines
-  tev-host run --simulate --option multipath-sample-interval-usec=1000 --duration 10 --output run.jsonl
-      ten seconds at 1 kHz, into a file
-  tev-host run --simulate --fset types.fset --cset counters.cset --filter -rdma2
-      selected types, fields and counters of all devices except rdma2
-  tev-host run --simulate --option multipath-sample-interval-usec=1000 --window 1000 --format jsonl
-      a record per series and second, with the highest rate of any millisecond
-  tev-host run --option multipath-vuna-lib-path=/path/to/libvuna_telemetry.so
-      a real device SDK
-  tev-host check --simulate --measure 2
-      what would be sampled, how fast the counters move, and how long a pass takes
-
-Exit code: 0 success; 1 the plug-in refused, the run failed or would fail, or no sample was read;
-2 wrong usage; 3 samples are missing (with --strict).)";
+constexpr char kProgramText[] =
+    "A reference host: it loads a provider plug-in, starts sampling, and writes the events.";
 
 void addRun(CLI::App& command, CommandLine& line, Given& given) {
   addPluginOptions(command, line.run.plugin, given);
@@ -48,7 +31,7 @@ void addRun(CLI::App& command, CommandLine& line, Given& given) {
           "Measure the intervals of the first series and the CPU time per pass; compare both with "
           "a bare loop that only sleeps")
       ->disable_flag_override();
-  command.footer(kExamples);
+  command.footer(helpFooter());
 }
 
 void addTop(CLI::App& command, CommandLine& line, Given& given) {
@@ -60,10 +43,11 @@ void addTop(CLI::App& command, CommandLine& line, Given& given) {
             "With FILE: recorded seconds per second (default 1)")
       ->type_name("N");
   addSelection(command, line.run);
-  addParsed(command, "--symbols", line.run.symbols, symbolSet,
-            "Characters of the traces: " + symbolSetNames() +
-                " (default: braille on a terminal with UTF-8, else plain)")
-      ->type_name("SET");
+  offer(addParsed(command, "--symbols", line.run.symbols, symbolSet,
+                  "Characters of the traces: " + symbolSetNames() +
+                      " (default: braille on a terminal with UTF-8, else plain)")
+            ->type_name("SET"),
+        {"braille", "blocks", "plain"});
 }
 
 void addDecode(CLI::App& command, CommandLine& line, Given&) {
@@ -83,9 +67,10 @@ void addCheck(CLI::App& command, CommandLine& line, Given& given) {
   addPluginOptions(command, line.run.plugin, given);
   addUpdate(command, line.run);
   addLinkSpeed(command, line.run);
-  addParsed(command, "--format", line.check.json, isJson,
-            "text or json (default: text)\ntext  for people\njson  one object, for scripts")
-      ->type_name("FORMAT");
+  offer(addParsed(command, "--format", line.check.json, isJson,
+                  "text or json (default: text)\ntext  for people\njson  one object, for scripts")
+            ->type_name("FORMAT"),
+        {"text", "json"});
   addParsed(command, "--measure", line.check.measure, measuringTime,
             "Also sample for this time, every millisecond: the steps of the counters, the longest "
             "safe intervals and the time of a pass; may be a fraction")
@@ -124,8 +109,14 @@ constexpr Row kCommands[] = {
 
 }  // namespace
 
-void addCommands(CLI::App& app, CommandLine& line, Given& given) {
-  app.footer(kExamples);
+void describeProgram(CLI::App& app, CommandLine& line, Given& given) {
+  app.name("tev-host");
+  app.description(kProgramText);
+  app.set_version_flag("--version", "tev-host " TEV_VERSION);
+  app.require_subcommand(1);
+  app.get_formatter()->column_width(28);
+  app.option_defaults()->take_last();
+  app.footer(helpFooter());
   for (const Row& row : kCommands)
     row.add(*app.add_subcommand(row.name, row.description), line, given);
 }

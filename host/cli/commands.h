@@ -11,8 +11,9 @@
 
 namespace tev::host {
 
-// Describes all commands with their options. The app keeps references to `line` and `given`.
-void addCommands(CLI::App& app, CommandLine& line, Given& given);
+// Describes the program and all commands with their options. The app keeps references to `line` and
+// `given`.
+void describeProgram(CLI::App& app, CommandLine& line, Given& given);
 
 // Nothing when there is no such command.
 std::optional<Command> commandNamed(std::string_view name);

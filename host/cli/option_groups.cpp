@@ -23,6 +23,12 @@ std::string formatHelp() {
   return help;
 }
 
+std::vector<std::string> formatNames() {
+  std::vector<std::string> names;
+  for (const OutputFormat& format : outputFormats()) names.emplace_back(format.name);
+  return names;
+}
+
 }  // namespace
 
 void addPluginPath(CLI::App& command, Given& given) {
@@ -47,18 +53,22 @@ void addPluginOptions(CLI::App& command, PluginOptions& plugin, Given& given) {
       ->expected(1)
       ->allow_extra_args(false)
       ->take_all();
-  command
-      .add_option(
-          "--simulate", given.scenario,
-          "Sample the bundled simulator instead of adapters: 'default', 'netdev' (this "
-          "machine's network interfaces), a scenario file or a capture file, which is replayed")
-      ->type_name("[=SCENARIO]")
-      ->expected(0, 1);
-  command
-      .add_option("--log-level", given.log_level,
-                  "Log lines to show on standard error: error, warning, info, debug or a number "
-                  "(default: $TEV_API_LOG_LEVEL, else warning)")
-      ->type_name("LEVEL");
+  offer(
+      command
+          .add_option(
+              "--simulate", given.scenario,
+              "Sample the bundled simulator instead of adapters: 'default', 'netdev' (this "
+              "machine's network interfaces), a scenario file or a capture file, which is replayed")
+          ->type_name("[=SCENARIO]")
+          ->expected(0, 1),
+      {"default", "netdev"});
+  offer(command
+            .add_option(
+                "--log-level", given.log_level,
+                "Log lines to show on standard error: error, warning, info, debug or a number "
+                "(default: $TEV_API_LOG_LEVEL, else warning)")
+            ->type_name("LEVEL"),
+        {"error", "warning", "info", "debug"});
 }
 
 void addUpdate(CLI::App& command, RunOptions& options) {
@@ -143,15 +153,19 @@ void addCaptureOptions(CLI::App& command, CaptureOptions& capture) {
       [](const char* name, const std::string& text) { return wholeNumber(name, text, kMaxKept); },
       "With --rotate: keep this number of files, and remove older ones")
       ->type_name("N");
-  addParsed(
-      command, "--sync", capture.sync, captureSync,
-      "When the capture is forced to the disk: none, file (each complete file, the default) or "
-      "update (each --update)")
-      ->type_name("POLICY");
+  offer(
+      addParsed(
+          command, "--sync", capture.sync, captureSync,
+          "When the capture is forced to the disk: none, file (each complete file, the default) or "
+          "update (each --update)")
+          ->type_name("POLICY"),
+      {"none", "file", "update"});
 }
 
 void addWritingOptions(CLI::App& command, RunOptions& options) {
-  addParsed(command, "--format", options.format, formatNamed, formatHelp())->type_name("FORMAT");
+  offer(addParsed(command, "--format", options.format, formatNamed, formatHelp())
+            ->type_name("FORMAT"),
+        formatNames());
   command.add_option("--output", options.output, "Write to this file instead of standard output")
       ->type_name("FILE");
   command

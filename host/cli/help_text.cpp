@@ -1,0 +1,64 @@
+#include "host/cli/help_text.h"
+
+#include <fmt/format.h>
+
+#include "host/support/errors.h"
+
+namespace tev::host {
+namespace {
+
+constexpr Example kExamples[] = {
+    {"run --simulate", "live table of the simulated adapters; Ctrl-C ends it"},
+    {"top --simulate", "the same on the full screen: the worst plane of each adapter, with keys"},
+    {"run --simulate=netdev --format jsonl --samples 5",
+     "five samples of every network interface of this machine, as JSON lines"},
+    {"run --simulate --option multipath-sample-interval-usec=1000 --duration 10 --output run.jsonl",
+     "ten seconds at 1 kHz, into a file"},
+    {"run --simulate --fset types.fset --cset counters.cset --filter -rdma2",
+     "selected types, fields and counters of all devices except rdma2"},
+    {"run --simulate --option multipath-sample-interval-usec=1000 --window 1000 --format jsonl",
+     "a record per series and second, with the highest rate of any millisecond"},
+    {"run --option multipath-vuna-lib-path=/path/to/libvuna_telemetry.so", "a real device SDK"},
+    {"check --simulate --measure 2",
+     "what would be sampled, how fast the counters move, and how long a pass takes"},
+    {"run --simulate --format none --capture run.tevcap --duration 5",
+     "a recording of five seconds"},
+    {"info run.tevcap", "what the recording says about itself, and what is missing in it"},
+    {"decode run.tevcap --format csv --window 1000",
+     "its figures per second, as a table for a script"},
+    {"schema --simulate", "the types of events of the simulated adapters"},
+    {"options", "the options of the plug-in, with defaults and values"},
+};
+
+constexpr ExitMeaning kExitCodes[] = {
+    {kExitFine, "success"},
+    {kExitFailed, "the plug-in refused, the run failed or would fail, or no sample was read"},
+    {kExitUsage, "wrong usage"},
+    {kExitMissing, "samples are missing (with --strict)"},
+};
+
+}  // namespace
+
+std::span<const Example> examples() {
+  return kExamples;
+}
+
+std::span<const ExitMeaning> exitCodes() {
+  return kExitCodes;
+}
+
+std::string helpFooter() {
+  std::string text = "Examples:\n";
+  for (const Example& example : kExamples)
+    text += fmt::format("  tev-host {}\n      {}\n", example.line, example.meaning);
+  text += "\nExit code: ";
+  for (const ExitMeaning& one : kExitCodes)
+    text += fmt::format("{}{} {}",
+                        &one == kExitCodes       ? ""
+                        : one.code == kExitUsage ? ";\n"
+                                                 : "; ",
+                        one.code, one.meaning);
+  return text + ".";
+}
+
+}  // namespace tev::host

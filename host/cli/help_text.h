@@ -1,0 +1,26 @@
+// Examples and exit codes, as the help and the manual show them.
+#pragma once
+
+#include <span>
+#include <string>
+
+namespace tev::host {
+
+struct Example {
+  const char* line;     // without the program's name
+  const char* meaning;  // begins with a small letter
+};
+
+std::span<const Example> examples();
+
+struct ExitMeaning {
+  int code;
+  const char* meaning;
+};
+
+std::span<const ExitMeaning> exitCodes();
+
+// Both, as the end of the help.
+std::string helpFooter();
+
+}  // namespace tev::host
