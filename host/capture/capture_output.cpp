@@ -10,6 +10,7 @@
 #include "host/support/errors.h"
 #include "host/support/log.h"
 #include "host/support/short_number.h"
+#include "host/support/stop_signal.h"
 #include "host/support/text.h"
 
 namespace tev::host {
@@ -53,7 +54,7 @@ void CaptureOutput::begin() {
 }
 
 std::string CaptureOutput::nextPath() const {
-  if (!options_.rotates()) return options_.path;
+  if (!options_.rotates() && files_ == 0) return options_.path;
   return partPath(options_.path, readClocks().real / 1'000'000'000, files_ + 1);
 }
 
@@ -151,17 +152,17 @@ void CaptureOutput::rotateIfDue() {
   const auto age = std::chrono::steady_clock::now() - opened_;
   const bool is_due = (options_.rotate_bytes && file_->size() >= *options_.rotate_bytes) ||
                       (options_.rotate_time && age >= *options_.rotate_time);
-  if (is_due) tryToOpenNext();
+  const int hang_ups = StopSignal::hangUps();
+  const bool is_wanted = std::exchange(hang_ups_, hang_ups) != hang_ups;
+  if (is_wanted || (is_due && std::chrono::steady_clock::now() >= next_try_)) tryToOpenNext();
 }
 
 // When the next file cannot be created, the current one is continued.
 void CaptureOutput::tryToOpenNext() {
-  const auto now = std::chrono::steady_clock::now();
-  if (now < next_try_) return;
   try {
     openNext();
   } catch (const RunError& error) {
-    next_try_ = now + kRetry;
+    next_try_ = std::chrono::steady_clock::now() + kRetry;
     Log::instance().say(
         fmt::format("tev-host: {}; going on in {}", error.what(), asPrintable(file_->path())));
   }

@@ -14,6 +14,7 @@
 
 namespace tev::host {
 
+// A new file begins when --rotate says so, and at the first update after SIGHUP.
 class CaptureOutput final : public Output {
  public:
   // `head` describes the recording; its start is set when the recording begins. `schema` must
@@ -49,6 +50,7 @@ class CaptureOutput final : public Output {
   std::string last_path_;
   std::chrono::steady_clock::time_point opened_;
   std::chrono::steady_clock::time_point next_try_;  // to create a file
+  int hang_ups_ = 0;                                // that a file was begun for
   std::vector<std::uint8_t> pending_;               // blocks of the next chunk
   std::uint64_t first_usec_ = 0;                    // of these
   std::uint64_t last_usec_ = 0;

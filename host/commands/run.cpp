@@ -131,7 +131,7 @@ Figures::Doubt doubtFor(const RunOptions& options, const PluginSource& source) {
 
 int run(const RunOptions& options) {
   if (options.full_screen) expectTerminal();
-  const StopSignal stop_signal;
+  const StopSignal stop_signal(options.capture ? HangUp::counts : HangUp::stops);
   OutputFile file(options.output);
   PluginSource source(options.plugin, options.buffer_bytes);
   const Projection projection(source.schema(), options.selection);

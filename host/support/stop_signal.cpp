@@ -1,5 +1,6 @@
 #include "host/support/stop_signal.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/eventfd.h>
@@ -23,6 +24,8 @@ constexpr int kPatience = 3;
 // Static, because the signal handlers use them.
 std::atomic<int> event_descriptor{-1};
 std::atomic<int> request_count{0};
+std::atomic<int> hang_up_count{0};
+std::atomic<int> terminal_descriptor{-1};
 static_assert(std::atomic<int>::is_always_lock_free);
 
 extern "C" void onStopSignal(int signal_number) {
@@ -33,6 +36,21 @@ extern "C" void onStopSignal(int signal_number) {
     raise(signal_number);
   }
   StopSignal::wake();
+  errno = error;
+}
+
+// Whether there was a terminal that does not exist any more. Async-signal-safe.
+bool isTerminalLost() {
+  pollfd terminal{terminal_descriptor, 0, 0};
+  return poll(&terminal, 1, 0) > 0;
+}
+
+extern "C" void onHangUp(int signal_number) {
+  const int error = errno;
+  if (isTerminalLost())
+    onStopSignal(signal_number);
+  else
+    ++hang_up_count;
   errno = error;
 }
 
@@ -50,16 +68,18 @@ void handle(int signal_number, void (*handler)(int)) {
 
 }  // namespace
 
-StopSignal::StopSignal() {
+StopSignal::StopSignal(HangUp hang_up) {
   event_descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (event_descriptor < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
   request_count = 0;
+  hang_up_count = 0;
+  if (hang_up == HangUp::counts) terminal_descriptor = open("/dev/tty", O_RDONLY | O_CLOEXEC);
   // SIGINT is handled even if the process inherited it as ignored, because a shell without job
   // control starts background commands in this way. SIGHUP then stays ignored, because nohup
   // ignores it on purpose.
   handle(SIGINT, onStopSignal);
   handle(SIGTERM, onStopSignal);
-  if (!isIgnored(SIGHUP)) handle(SIGHUP, onStopSignal);
+  if (!isIgnored(SIGHUP)) handle(SIGHUP, hang_up == HangUp::counts ? onHangUp : onStopSignal);
   handle(SIGPIPE, SIG_IGN);
   handle(SIGXFSZ, SIG_IGN);
 }
@@ -68,10 +88,15 @@ StopSignal::~StopSignal() {
   for (const int signal_number : {SIGINT, SIGTERM, SIGHUP})
     if (!isIgnored(signal_number)) handle(signal_number, SIG_DFL);
   close(event_descriptor.exchange(-1));
+  if (const int terminal = terminal_descriptor.exchange(-1); terminal >= 0) close(terminal);
 }
 
 int StopSignal::requests() {
   return request_count;
+}
+
+int StopSignal::hangUps() {
+  return hang_up_count;
 }
 
 void StopSignal::request() {

@@ -4,18 +4,28 @@
 
 namespace tev::host {
 
+enum class HangUp {
+  stops,
+  counts,  // unless the terminal of the process is lost
+};
+
 // Converts SIGINT, SIGTERM and SIGHUP to a request to stop, which also ends waitUntil(). The third
-// signal puts the terminal back and ends the process. SIGPIPE and SIGXFSZ are ignored, because a
-// write reports the closed pipe and the limit of the file's size. At most one instance may exist.
+// signal puts the terminal back and ends the process. If it is to be so, SIGHUP is only counted, as
+// long as the terminal that the process had at the beginning exists. SIGPIPE and SIGXFSZ are
+// ignored, because a write reports the closed pipe and the limit of the file's size. At most one
+// instance may exist.
 class StopSignal {
  public:
-  StopSignal();
+  explicit StopSignal(HangUp hang_up = HangUp::stops);
   ~StopSignal();
   StopSignal(const StopSignal&) = delete;
   StopSignal& operator=(const StopSignal&) = delete;
 
   // The number of signals so far.
   static int requests();
+
+  // The number of those that were only counted.
+  static int hangUps();
 
   // Requests to stop, as a signal does.
   static void request();

@@ -14,6 +14,7 @@
 #include <chrono>
 #include <csignal>
 #include <string>
+#include <utility>
 
 namespace tev::test {
 
@@ -41,6 +42,7 @@ class TerminalProcess {
     _exit(127);
   }
   ~TerminalProcess() {
+    if (pid_ <= 0 && terminal_ < 0) return;
     if (pid_ > 0) ::kill(pid_, SIGKILL);
     finish();
     close(terminal_);
@@ -65,6 +67,12 @@ class TerminalProcess {
     }
     EXPECT_THAT(shown, testing::HasSubstr(text));
     return shown;
+  }
+
+  // The window is closed. Waits for the end of the process.
+  void hangUp() {
+    close(std::exchange(terminal_, -1));
+    waitpid(std::exchange(pid_, -1), nullptr, 0);
   }
 
   // Reads all. Sets `status` to the exit code or minus the signal.

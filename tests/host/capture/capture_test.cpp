@@ -296,5 +296,33 @@ TEST(Capture, SurvivesTheEndOfItsWriter) {
               HasSubstr("File exists"));
 }
 
+// SIGHUP begins a new file. If that is not possible, the run goes on in the old one.
+TEST(Capture, BeginsANewFileAtAHangUp) {
+  test::TempTree tree;
+  std::filesystem::create_directory(tree.path("now"));
+  const std::string path = tree.path("now/a.tevcap");
+  test::HostProcess process(
+      "run --simulate --format csv --option multipath-sample-interval-usec=1000 --update 20 "
+      "--capture " +
+      path);
+  process.awaitOutput();
+  process.signal(SIGHUP);
+  while (existingParts(path).empty()) usleep(5'000);
+  std::filesystem::rename(tree.path("now"), tree.path("later"));
+  process.signal(SIGHUP);
+  process.awaitError("going on in");
+  process.signal(SIGTERM);
+  const auto run = process.finish();
+  EXPECT_EQ(run.exit, 0) << run.err;
+
+  const auto parts = existingParts(tree.path("later/a.tevcap"));
+  EXPECT_THAT(parts, ElementsAre(testing::EndsWith("Z.000002.tevcap")));
+  const auto decoded =
+      test::HostProcess("decode --format csv " + tree.path("later/a.tevcap") + " " + parts.at(0))
+          .finish();
+  EXPECT_EQ(decoded.exit, 0) << decoded.err;
+  EXPECT_EQ(decoded.out, run.out);
+}
+
 }  // namespace
 }  // namespace tev::host

@@ -66,6 +66,18 @@ TEST(Terminal, IsPutBackByEveryWayOut) {
   }
 }
 
+TEST(Terminal, EndsARecordingWhenItIsLost) {
+  test::TempTree tree;
+  TerminalProcess process("run --simulate --update 20 --capture " + tree.path("a.tevcap"));
+  process.until("rdma2");
+  process.kill(SIGHUP);  // a new file, because the terminal exists
+  process.until("rdma2");
+  process.hangUp();
+  const auto decoded = test::HostProcess("decode --format csv " + tree.path("a*.tevcap")).finish();
+  EXPECT_EQ(decoded.exit, 0) << decoded.err;
+  EXPECT_THAT(decoded.out, testing::SizeIs(testing::Gt(1)));
+}
+
 TEST(Top, FollowsTheKeysAndTheWindow) {
   TerminalProcess process(kTop + "--update 20");
   process.until("alpha");
