@@ -64,6 +64,8 @@ these back, and shows the adapters on the full screen, those with the worst
 planes first.")
 set(CPACK_COMPONENT_HOST_DEPENDS plugin)
 set(CPACK_DEBIAN_HOST_PACKAGE_SUGGESTS tev-simulator)
+set(CPACK_DEBIAN_HOST_PACKAGE_CONTROL_EXTRA
+  ${CMAKE_CURRENT_SOURCE_DIR}/debian/prerm ${CMAKE_CURRENT_SOURCE_DIR}/debian/postrm)
 
 tev_package(simulator tev-simulator SECTION net
   SUMMARY "simulated device SDK for telemetry plug-ins"

@@ -12,7 +12,8 @@
 
 #include "host/capture/capture_source.h"
 #include "host/cli/commands.h"
-#include "host/cli/given.h"
+#include "host/cli/config_words.h"
+#include "host/cli/parser.h"
 #include "host/cli/words.h"
 #include "host/commands/known_options.h"
 #include "host/support/errors.h"
@@ -112,49 +113,70 @@ void expectPattern(const char* option, const std::string& pattern) {
 
 }  // namespace
 
-CommandLine parseCommandLine(int argc, const char* const* argv, const Companions& companions) {
-  Given given;
-  CLI::App app;
-  CommandLine line;
-  describeProgram(app, line, given);
-  const auto words = std::span(argv, static_cast<std::size_t>(argc)).subspan(argc > 0 ? 1 : 0);
-  refuseOddWords(words, app);
+Parser::Parser() {
+  describeProgram(app_, line, given);
+}
+
+bool Parser::parse(const std::vector<std::string>& words) {
+  std::vector<const char*> argv{"tev-host"};
+  for (const std::string& word : words) argv.push_back(word.c_str());
+  refuseOddWords(std::span(argv).subspan(1), app_);
   try {
-    app.parse(argc, argv);
+    app_.parse(static_cast<int>(argv.size()), argv.data());
   } catch (const CLI::Success& answer) {
-    app.exit(answer);
-    return line;
+    app_.exit(answer);
+    return false;
   } catch (const CLI::ExtrasError&) {
-    std::vector<std::string> extras = app.remaining(true);
+    std::vector<std::string> extras = app_.remaining(true);
     throw UsageError("not expected here: " +
                      asPrintable(fmt::format("{}", fmt::join(extras, " "))));
   } catch (const CLI::ParseError& error) {
     throw UsageError(asPrintable(error.what()));
   }
-
-  const CLI::App& command = *app.get_subcommands().front();
-  line.command = commandNamed(command.get_name()).value_or(Command::answered);
-  line.run.full_screen = line.command == Command::top;
   for (const std::string& pattern : line.run.counting.counters) expectPattern("--counter", pattern);
   for (const std::string& pattern : line.run.counting.gauges) expectPattern("--gauge", pattern);
-  if (line.run.rates && line.run.window)
-    throw UsageError("--rates and --window exclude each other");
-  expectFormat(line.run, line.command);
-  readCapture(given.capture, command, line.run);
-  if (line.decode.span.from_usec >= line.decode.span.to_usec)
-    throw UsageError("--from must be before --to");
-  if (line.command == Command::top) expectOneSource(command, !line.decode.files.empty());
+  return true;
+}
+
+bool Parser::isGiven(const std::string& name) {
+  const CLI::Option* const option = command().get_option_no_throw(name);
+  return option && option->count() > 0;
+}
+
+void Parser::readPlugin(const Companions& companions) {
   PluginOptions& plugin = line.run.plugin;
   if (given.plugin && given.plugin->empty()) refuse("--plugin", *given.plugin, "a path is needed");
   plugin.path = given.plugin.value_or(companions.plugin.string());
-  if (const auto* const simulate = command.get_option_no_throw("--simulate");
-      simulate && simulate->count() > 0)
-    readScenario(given.scenario, plugin, companions);
+  if (isGiven("--simulate")) readScenario(given.scenario, plugin, companions);
   plugin.usual_devices = !given.plugin && !hasOption(plugin, kLibraryPathKey) &&
                          !hasOption(plugin, kOtherLibraryPathKey);
   addImplied(plugin, kUpdateKey, fmt::format("{}", line.run.update.count()));
   readLogLevel(given.log_level, plugin);
-  return line;
+}
+
+void Parser::readRest() {
+  line.command = commandNamed(command().get_name()).value_or(Command::answered);
+  line.run.full_screen = line.command == Command::top;
+  if (line.run.rates && line.run.window)
+    throw UsageError("--rates and --window exclude each other");
+  expectFormat(line.run, line.command);
+  readCapture(given.capture, command(), line.run);
+  if (line.decode.span.from_usec >= line.decode.span.to_usec)
+    throw UsageError("--from must be before --to");
+  if (line.command == Command::top) expectOneSource(command(), !line.decode.files.empty());
+}
+
+CommandLine parseCommandLine(int argc, const char* const* argv, const Companions& companions) {
+  const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
+  Parser first;
+  if (!first.parse(words)) return {};
+  Parser configured;
+  const bool has_config = first.isGiven("--config");
+  if (has_config) configured.parse(withConfig(words, first, companions));
+  Parser& parser = has_config ? configured : first;
+  parser.readRest();
+  parser.readPlugin(companions);
+  return parser.line;
 }
 
 }  // namespace tev::host

@@ -17,6 +17,7 @@ constexpr char kProgramText[] =
     "A reference host: it loads a provider plug-in, starts sampling, and writes the events.";
 
 void addRun(CLI::App& command, CommandLine& line, Given& given) {
+  addConfig(command, given);
   addPluginOptions(command, line.run.plugin, given);
   addWritingOptions(command, line.run);
   addCaptureOptions(command, given.capture);
@@ -64,6 +65,7 @@ void addInfo(CLI::App& command, CommandLine& line, Given&) {
 }
 
 void addCheck(CLI::App& command, CommandLine& line, Given& given) {
+  addConfig(command, given);
   addPluginOptions(command, line.run.plugin, given);
   addUpdate(command, line.run);
   addLinkSpeed(command, line.run);

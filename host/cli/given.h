@@ -10,6 +10,7 @@ namespace tev::host {
 // Texts that can be interpreted only when all options are known.
 struct Given {
   std::optional<std::string> plugin;
+  std::string config;
   std::string scenario;
   std::string log_level;
   CaptureOptions capture;

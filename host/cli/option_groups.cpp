@@ -39,6 +39,15 @@ void addPluginPath(CLI::App& command, Given& given) {
       ->type_name("PATH");
 }
 
+void addConfig(CLI::App& command, Given& given) {
+  command
+      .add_option(
+          "--config", given.config,
+          "Read options of 'run' from this file, in lines KEY = VALUE; those of the command "
+          "line take precedence")
+      ->type_name("FILE");
+}
+
 void addPluginOptions(CLI::App& command, PluginOptions& plugin, Given& given) {
   addPluginPath(command, given);
   command

@@ -13,6 +13,8 @@ namespace tev::host {
 
 void addPluginPath(CLI::App& command, Given& given);
 
+void addConfig(CLI::App& command, Given& given);
+
 // The plug-in, its options, and the simulator.
 void addPluginOptions(CLI::App& command, PluginOptions& plugin, Given& given);
 

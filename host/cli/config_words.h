@@ -1,0 +1,17 @@
+// What a configuration file adds to a command line.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/cli/parser.h"
+
+namespace tev::host {
+
+// The words of the command line with those of its configuration file, which `first` has found. What
+// the command line gives takes precedence. The keys are the options of `run`; a command uses those
+// that it has, too. Throws UsageError.
+std::vector<std::string> withConfig(const std::vector<std::string>& words, Parser& first,
+                                    const Companions& companions);
+
+}  // namespace tev::host
