@@ -1,5 +1,6 @@
 // Writes what is generated from the description of the command line and of the plug-in's options:
 //   tev-describe manual FOLDER PROSE PLUGIN   manual pages; PROSE is the folder of *.man files
+//   tev-describe completion FOLDER PLUGIN     completion scripts for bash and zsh
 #include <cstdlib>
 #include <ctime>
 #include <exception>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "host/plugin/plugin.h"
+#include "packaging/describe/completion.h"
 #include "packaging/describe/pages.h"
 
 namespace {
@@ -41,6 +43,20 @@ std::string read(const fs::path& path) {
   return text.str();
 }
 
+tev::host::OptionTable optionsOf(const std::string& plugin) {
+  auto options = tev::host::readOptionTable(tev::host::Plugin(plugin).getOption());
+  if (options.empty()) throw std::runtime_error(plugin + " describes no options");
+  return options;
+}
+
+void writeCompletion(const fs::path& folder, const std::string& plugin) {
+  std::vector<std::string> keys;
+  for (const auto& option : optionsOf(plugin)) keys.push_back(option.key);
+  const ProgramText text = describeProgram();
+  write(folder / "tev-host", bashCompletion(text, keys));
+  write(folder / "_tev-host", zshCompletion(text, keys));
+}
+
 void writeManual(const fs::path& folder, const fs::path& prose, const std::string& plugin) {
   const auto frame = [&](const std::string& page) {
     return PageFrame{today(), read(prose / (page + ".man"))};
@@ -51,10 +67,8 @@ void writeManual(const fs::path& folder, const fs::path& prose, const std::strin
     const std::string page = "tev-host-" + command.name;
     write(folder / "host/man1" / (page + ".1"), commandPage(command, frame(page)));
   }
-  const auto options = tev::host::readOptionTable(tev::host::Plugin(plugin).getOption());
-  if (options.empty()) throw std::runtime_error(plugin + " describes no options");
   write(folder / "plugin/man7/tev-multipath-options.7",
-        optionsPage(options, frame("tev-multipath-options")));
+        optionsPage(optionsOf(plugin), frame("tev-multipath-options")));
 }
 
 }  // namespace
@@ -64,6 +78,8 @@ int main(int argc, char** argv) {
   try {
     if (words.size() == 4 && words[0] == "manual")
       writeManual(words[1], words[2], words[3]);
+    else if (words.size() == 3 && words[0] == "completion")
+      writeCompletion(words[1], words[2]);
     else
       throw std::runtime_error("wrong usage");
   } catch (const std::exception& error) {
