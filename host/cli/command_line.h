@@ -4,17 +4,19 @@
 #include "host/cli/companions.h"
 #include "host/commands/check.h"
 #include "host/commands/decode.h"
+#include "host/commands/plot.h"
 #include "host/commands/run_options.h"
 
 namespace tev::host {
 
-enum class Command { run, top, decode, info, check, schema, options, answered };
+enum class Command { run, top, decode, info, plot, check, schema, options, answered };
 
 struct CommandLine {
   Command command = Command::answered;  // help or version, which the parser has printed
   RunOptions run;                       // the options of all commands that set the plug-in up
   CheckOptions check;
   DecodeOptions decode;
+  PlotOptions plot;
   bool markdown = false;  // of the command options
 };
 

@@ -64,6 +64,25 @@ void addInfo(CLI::App& command, CommandLine& line, Given&) {
   command.add_option("FILE", line.decode.files, "Capture files")->required()->type_name("");
 }
 
+void addPlot(CLI::App& command, CommandLine& line, Given&) {
+  command.add_option("FILE", line.decode.files, "Capture files, which are read as one")
+      ->required()
+      ->type_name("");
+  command
+      .add_option("-o,--output", line.run.output,
+                  "Write the page to this file, which is replaced when the page is complete")
+      ->required()
+      ->type_name("FILE");
+  addParsed(command, "--page-size", line.plot.most_bytes, pageSize,
+            "Largest size of the page, from 256K to 512M; a larger page has finer levels of detail "
+            "(default 32M)")
+      ->type_name("BYTES");
+  command.add_option("--title", line.plot.title, "Title of the page (default: the files' names)")
+      ->type_name("TEXT");
+  addSets(command, line.run);
+  addTimeSpan(command, line.decode.span);
+}
+
 void addCheck(CLI::App& command, CommandLine& line, Given& given) {
   addConfig(command, given);
   addPluginOptions(command, line.run.plugin, given);
@@ -102,6 +121,7 @@ constexpr Row kCommands[] = {
      addTop},
     {Command::decode, "decode", "Write the events of capture files in any format", addDecode},
     {Command::info, "info", "Describe capture files", addInfo},
+    {Command::plot, "plot", "Write capture files as a page of plots, for any browser", addPlot},
     {Command::check, "check",
      "Show what would be sampled with these options, and whether it would work", addCheck},
     {Command::schema, "schema", "Show the types of events that the plug-in would deliver",

@@ -11,6 +11,7 @@
 #include "host/commands/info.h"
 #include "host/commands/options.h"
 #include "host/commands/play.h"
+#include "host/commands/plot.h"
 #include "host/commands/run.h"
 #include "host/commands/schema.h"
 #include "host/plugin/plugin_thread.h"
@@ -32,6 +33,8 @@ int dispatch(int argc, char** argv) {
       return decode(line.run, line.decode);
     case Command::info:
       return showInfo(line.decode.files);
+    case Command::plot:
+      return plot(line.run, line.decode, line.plot);
     case Command::check:
       return check(line.run, line.check);
     case Command::schema:

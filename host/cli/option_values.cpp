@@ -11,7 +11,9 @@
 namespace tev::host {
 namespace {
 
-constexpr std::uint64_t kMaxRotation = 365 * 86'400;  // seconds
+constexpr std::uint64_t kLeastPage = std::uint64_t{256} << 10;  // bytes
+constexpr std::uint64_t kMostPage = std::uint64_t{512} << 20;   // bytes
+constexpr std::uint64_t kMaxRotation = 365 * 86'400;            // seconds
 
 constexpr std::chrono::milliseconds kLeastMeasuring{100};
 constexpr std::chrono::hours kMostMeasuring{1};
@@ -49,6 +51,13 @@ double playSpeed(const char* option, const std::string& text) {
   if (speed < 0.01 || speed > 10'000)
     refuse(option, text, "a number is needed, from 0.01 to 10000");
   return speed;
+}
+
+std::uint64_t pageSize(const char* option, const std::string& text) {
+  const std::uint64_t bytes = byteSize(option, text);
+  if (bytes < kLeastPage || bytes > kMostPage)
+    refuse(option, text, "from 256K to 512M is possible");
+  return bytes;
 }
 
 CaptureSync captureSync(const char* option, const std::string& text) {

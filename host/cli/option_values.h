@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <string>
 
 #include "host/capture/capture_options.h"
@@ -22,6 +23,9 @@ SymbolSet symbolSet(const char* option, const std::string& text);
 
 // Recorded seconds per second.
 double playSpeed(const char* option, const std::string& text);
+
+// In bytes.
+std::uint64_t pageSize(const char* option, const std::string& text);
 
 CaptureSync captureSync(const char* option, const std::string& text);
 
