@@ -179,7 +179,7 @@ class Card {
         title: "show or hide", onclick: () => this.toggle(row) },
       swatch(row), element("span", { text: this.names[row] }), value, part);
     chip.amount = value;
-    chip.part = part;
+    chip.share = part;
     return chip;
   }
 
@@ -201,7 +201,7 @@ class Card {
     const number = value => shortNumber(value);
     const rows = field.series.map((_, row) => row);
     const lines = rows.map(row => ({
-      stroke: () => this.samples && this.samples.single ? lineColor(row) : transparent(lineColor(row), 0.5),
+      stroke: () => this.samples && this.samples.single ? lineColor(row) : transparent(lineColor(row), 0.65),
       width: 1.25, points: { show: (plot, index, first, last) => this.samples.single && last - first < plot.width / 10,
         size: 5, fill: () => lineColor(row), stroke: () => lineColor(row) },
     }));
@@ -292,13 +292,14 @@ class Card {
         ? " (" + shortNumber(Math.min(one.first[bucket], one.second[bucket])) + " to " +
           shortNumber(Math.max(one.first[bucket], one.second[bucket])) + ")" : "";
       chip.amount.textContent = withUnit(value, this.field);
-      chip.part.textContent = this.hasShare && sum > 0 ? percent(value / sum) + range : range;
+      chip.share.textContent = this.hasShare && sum > 0 ? percent(value / sum) + range : range;
     });
     if (!this.isCompared) return;
     const most = Math.max(...values);
     const least = Math.min(...values);
     const worst = values.indexOf(most);
-    this.spreadNote.textContent = Number.isNaN(most) || most === least ? ""
+    const isEven = !(most > least * 1.005);
+    this.spreadNote.textContent = isEven ? ""
       : "– worst: " + this.names[worst] + (least > 0 ? ", ×" + digits(most / least) + " of the best" : ", the best has 0");
   }
 
