@@ -51,9 +51,11 @@ void halveRow(std::vector<Element>& row, Append append) {
   row.resize((row.size() + 1) / 2);
 }
 
-// The element at the index; the row grows when it is too short.
+// The element at the index; the row grows when it is too short. Rows are long, so that little
+// memory is reserved for more.
 template <class Element>
 Element& elementAt(std::vector<Element>& row, std::size_t index) {
+  if (index >= row.capacity()) row.reserve(index + index / 8 + 16);
   if (index >= row.size()) row.resize(index + 1);
   return row[index];
 }

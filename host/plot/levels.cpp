@@ -102,7 +102,7 @@ Block fieldBlock(const PackedField& field, std::size_t begin, std::size_t length
   std::vector<std::uint8_t> marks(length);
   for (const PackedField::Row& row : field.rows) {
     addRow(block, row, begin, factor);
-    addUnknown(marks, row, begin, factor);
+    if (row.series->figures().tracks[row.track].counts()) addUnknown(marks, row, begin, factor);
   }
   block.add(marks);
   return block;

@@ -5,7 +5,6 @@ const MAIN_HEIGHT = 250;
 const SIDE_HEIGHT = 104;
 const SINGLE_HEIGHT = 168;
 
-const meanAt = (samples, row, index) => samples.rows[row].mean[index];
 const isEmptyAt = (samples, row, index) => Number.isNaN(samples.rows[row].first[index]);
 
 // Whether a line must not cross this bucket when the row has nothing there.
@@ -59,21 +58,36 @@ function lonePoints(column) {
   return lone;
 }
 
-// Columns of bucket means: times, then what `make` returns for the rows' means in a bucket.
+const MOST_GROUPS = 150;  // of buckets, in the plots beside the main one
+
+// Columns of means: times, then what `make` returns for the rows' means. Buckets are put together, so
+// that rare events do not make the plot flicker.
 function meansOf(samples, count, make) {
   const columns = Array.from({ length: count + 1 }, () => []);
-  samples.meanBuckets = [];
-  for (let i = 0; i < samples.length; ++i) {
-    const values = samples.rows.map((_, row) => meanAt(samples, row, i));
-    const known = values.filter(value => !Number.isNaN(value));
-    if (known.length === 0 && !breaksLine(samples, i)) continue;
-    columns[0].push(samples.time + (i + 0.5) * samples.width);
-    samples.meanBuckets.push(i);
-    const made = known.length === values.length ? make(values) : null;
-    for (let column = 0; column < count; ++column)
-      columns[column + 1].push(made ? made[column] : breaksLine(samples, i) ? null : undefined);
+  const size = Math.ceil(samples.length / MOST_GROUPS);
+  for (let begin = 0; begin < samples.length; begin += size) {
+    const end = Math.min(samples.length, begin + size);
+    const values = samples.rows.map(row => meanOf(row.mean, begin, end));
+    const isKnown = values.every(value => value !== null);
+    let breaks = false;
+    for (let i = begin; i < end; ++i) breaks ||= breaksLine(samples, i);
+    const made = isKnown ? make(values) : null;
+    if (!made && !breaks) continue;
+    columns[0].push(samples.time + (begin + end) / 2 * samples.width);
+    for (let column = 0; column < count; ++column) columns[column + 1].push(made ? made[column] : null);
   }
   return columns;
+}
+
+function meanOf(values, begin, end) {
+  let sum = 0;
+  let count = 0;
+  for (let i = begin; i < end; ++i) {
+    if (Number.isNaN(values[i])) continue;
+    sum += values[i];
+    ++count;
+  }
+  return count ? sum / count : null;
 }
 
 function sharesOf(values) {
@@ -117,7 +131,7 @@ function plotOptions(card, height, series, extra) {
     hooks: {
       drawClear: [plot => drawMarks(plot, card.samples), ...(extra.behind || [])],
       draw: extra.above || [],
-      setCursor: [plot => card.showCursor(plot, extra.isMain)],
+      setCursor: extra.isMain ? [plot => card.showCursor(plot)] : [],  // the main plot is in step
       setSelect: [plot => {
         const { left, width } = plot.select;
         if (width < 4) return;
@@ -276,31 +290,28 @@ class Card {
   }
 
   // The values under the cursor, or the means of the view.
-  showCursor(plot, isMain) {
+  showCursor(plot) {
     const { samples } = this;
-    if (!samples || !this.isVisible && plot) return;
+    if (!samples || plot && !this.isVisible) return;
     const index = plot ? plot.cursor.idx : null;
-    const list = isMain ? samples.buckets : samples.meanBuckets;
-    const bucket = index === null || index === undefined || !list ? null : list[index];
-    if (plot) cursorTime(bucket === null || bucket === undefined ? null : samples.time + (bucket + 0.5) * samples.width, samples.width);
-    const values = samples.rows.map((row, i) => bucket === null || bucket === undefined ? this.means[i] : row.mean[bucket]);
+    const bucket = typeof index === "number" ? samples.buckets[index] : null;
+    if (plot) cursorTime(bucket === null ? null : samples.time + (bucket + 0.5) * samples.width, samples.width);
+    const values = bucket === null ? this.means : samples.rows.map(row => meanOf(row.mean, bucket, bucket + 1));
     const sum = values.reduce((one, other) => one + (other || 0), 0);
     values.forEach((value, row) => {
-      const chip = this.chips[row];
-      const one = samples.rows[row];
-      const range = bucket !== null && bucket !== undefined && one.first[bucket] !== one.second[bucket] && !isEmptyAt(samples, row, bucket)
-        ? " (" + shortNumber(Math.min(one.first[bucket], one.second[bucket])) + " to " +
-          shortNumber(Math.max(one.first[bucket], one.second[bucket])) + ")" : "";
-      chip.amount.textContent = withUnit(value, this.field);
-      chip.share.textContent = this.hasShare && sum > 0 ? percent(value / sum) + range : range;
+      this.chips[row].amount.textContent = withUnit(value, this.field);
+      this.chips[row].share.textContent = [this.hasShare && sum > 0 ? percent(value / sum) : "",
+        bucket === null ? "" : rangeText(samples.rows[row], bucket)].filter(Boolean).join(" · ");
     });
-    if (!this.isCompared) return;
+    if (this.isCompared) this.showSpread(values);
+  }
+
+  showSpread(values) {
     const most = Math.max(...values);
     const least = Math.min(...values);
-    const worst = values.indexOf(most);
     const isEven = !(most > least * 1.005);
     this.spreadNote.textContent = isEven ? ""
-      : "– worst: " + this.names[worst] + (least > 0 ? ", ×" + digits(most / least) + " of the best" : ", the best has 0");
+      : "– worst: " + this.names[values.indexOf(most)] + (least > 0 ? ", ×" + digits(most / least) + " of the best" : ", the best has 0");
   }
 
   // From the mean to the 99th percentile of the windows that the recording was cut into.
@@ -409,17 +420,17 @@ function clipTo(plot) {
   plot.ctx.clip();
 }
 
+// The mean of a row in the view.
 function meanInView(samples, row) {
-  let sum = 0;
-  let count = 0;
-  const values = samples.rows[row].mean;
-  for (let i = 0; i < samples.length; ++i) {
-    const time = samples.time + (i + 0.5) * samples.width;
-    if (time < samples.from || time > samples.to || Number.isNaN(values[i])) continue;
-    sum += values[i];
-    ++count;
-  }
-  return count ? sum / count : null;
+  const index = time => Math.min(samples.length, Math.max(0, Math.round((time - samples.time) / samples.width)));
+  return meanOf(samples.rows[row].mean, index(samples.from), index(samples.to));
+}
+
+// The lowest and the highest sample of a bucket, when it has several.
+function rangeText(row, bucket) {
+  const [one, other] = [row.first[bucket], row.second[bucket]];
+  if (Number.isNaN(one) || one === other) return "";
+  return shortNumber(Math.min(one, other)) + " to " + shortNumber(Math.max(one, other));
 }
 
 // The field's text without its name and the number of a plane.

@@ -23,7 +23,7 @@ function tileOf(pattern, color, ratio) {
   const tile = element("canvas", { width: size, height: size });
   const context = tile.getContext("2d");
   context.strokeStyle = context.fillStyle = color;
-  context.lineWidth = 1.4 * ratio;
+  context.lineWidth = (pattern === "bars" ? 2.5 : 1.4) * ratio;
   const line = (x0, y0, x1, y1) => {
     context.beginPath();
     context.moveTo(x0 * size, y0 * size);
@@ -55,6 +55,8 @@ function* runsOf(samples, bit) {
   }
 }
 
+const kindsIn = samples => MARK_KINDS.filter(kind => samples.marks.some(marks => marks & kind.bit));
+
 // Behind the lines of a plot. Each kind in sight has a lane above the plot. Gaps and unknown steps are
 // also shaded over the whole height, as strongly as the part of the time that they take.
 function drawMarks(plot, samples) {
@@ -62,7 +64,7 @@ function drawMarks(plot, samples) {
   const context = plot.ctx;
   const ratio = devicePixelRatio;
   const box = plot.bbox;
-  const kinds = MARK_KINDS.filter(kind => samples.marks.some(marks => marks & kind.bit));
+  const kinds = kindsIn(samples);
   const lane = Math.min(5, LANES / Math.max(1, kinds.length)) * ratio;
   const x = index => plot.valToPos(samples.time + index * samples.width, "x", true);
   context.save();
@@ -78,12 +80,25 @@ function drawMarks(plot, samples) {
       context.fillStyle = patternOf(context, kind, ratio);
       shade(context, samples, kind, begin, end, x, box, ratio);
       context.globalAlpha = 1;
-      context.fillRect(left, top, width, lane - ratio);
+      fillLane(context, kind, left, top, width, lane - ratio, ratio);
       if (!widest || width > widest.width) widest = { left: Math.max(left, box.left), width };
     }
     if (widest && widest.width > 60 * ratio && box.height > 120 * ratio) nameRun(context, kind, widest.left, number, box, ratio);
   });
   context.restore();
+}
+
+// The pattern is made to fit the lane, so that even a low lane shows which kind it is.
+function fillLane(context, kind, left, top, width, height, ratio) {
+  const pattern = patternOf(context, kind, ratio);
+  const scale = height / Math.round(8 * ratio);
+  pattern.setTransform(new DOMMatrix([scale, 0, 0, scale, 0, top]));
+  context.fillStyle = theme.get("mark-" + kind.name);
+  context.globalAlpha = 0.25;
+  context.fillRect(left, top, width, height);
+  context.globalAlpha = 1;
+  context.fillStyle = pattern;
+  context.fillRect(left, top, width, height);
 }
 
 function shade(context, samples, kind, begin, end, x, box, ratio) {

@@ -26,7 +26,7 @@ function worstSentence(device) {
   const what = worst.kind === "gauge" ? "highest " + worst.field : percent(worst.share) + " of " + worst.field;
   return element("span", { className: "worst" },
     element("b", { text: "▲ " + plane }),
-    element("span", { text: ": " + what + ", ×" + digits(worst.imbalance) + " of the mean; stands out for " + duration(1000 * worst.seconds) }));
+    element("span", { text: ": " + what + ", ×" + digits(worst.imbalance) + " of the mean, for " + duration(1000 * worst.seconds) }));
 }
 
 // The planes' amounts in the whole recording, as bars with their names.

@@ -60,12 +60,11 @@ const timeline = {
     context.clearRect(0, 0, width, height);
     if (samples) {
       drawSpark(context, samples, time => timeline.toX(time, width), height, ratio);
-      MARK_KINDS.forEach((kind, number) => {
-        context.fillStyle = patternOf(context, kind, ratio);
+      kindsIn(samples).forEach((kind, number) => {
         for (const [begin, end] of runsOf(samples, kind.bit)) {
           const left = timeline.toX(samples.time + begin * samples.width, width);
           const right = timeline.toX(samples.time + end * samples.width, width);
-          context.fillRect(left, (number % 4) * 4 * ratio, Math.max(2 * ratio, right - left), 3 * ratio);
+          fillLane(context, kind, left, (1 + 5 * number) * ratio, Math.max(2 * ratio, right - left), 4 * ratio, ratio);
         }
       });
     }
