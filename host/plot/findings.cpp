@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::uint64_t kLeastWindowUsec = 1'000'000;
 constexpr std::uint64_t kLeastSamples = 10;  // in a window
-constexpr std::size_t kMostPoints = 4096;
+constexpr std::size_t kMostPoints = 1024;
 
 void append(GaugeBand::Point& one, const GaugeBand::Point& later) {
   const float windows = one.windows + later.windows;

@@ -24,7 +24,7 @@ struct PlaneFinding {
   FieldKind kind = FieldKind::counter;
 };
 
-// A gauge in the windows of a recording, at most a few thousand.
+// A gauge in the windows of a recording, at most a thousand.
 struct GaugeBand {
   struct Point {
     float mean = 0;

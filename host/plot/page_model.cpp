@@ -52,6 +52,11 @@ Json counterJson(const PageField& field, const PageField::Member& member) {
   return json;
 }
 
+// To five digits, which a plot needs.
+double rounded(float number) {
+  return std::stod(fmt::format("{:.5g}", number));
+}
+
 Json valueJson(const PageField& field, const PageField::Member& member, const Findings& findings) {
   const SeriesFigures& figures = member.rows->figures();
   const FieldRows& rows = member.rows->fields()[member.track];
@@ -71,8 +76,8 @@ Json valueJson(const PageField& field, const PageField::Member& member, const Fi
   Json means = Json::array();
   Json highs = Json::array();
   for (const GaugeBand::Point& point : band->points) {
-    means.push_back(point.windows > 0 ? Json(point.mean) : Json());
-    highs.push_back(point.windows > 0 ? Json(point.p99) : Json());
+    means.push_back(point.windows > 0 ? Json(rounded(point.mean)) : Json());
+    highs.push_back(point.windows > 0 ? Json(rounded(point.p99)) : Json());
   }
   json["band"] = {{"mean", std::move(means)}, {"p99", std::move(highs)}};
   return json;

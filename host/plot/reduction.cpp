@@ -48,9 +48,9 @@ void Reduction::missing(const MissingSamples& missing) {
 // Marks the buckets between the two times, without their own, but at least one.
 void Reduction::mark(const std::string& device, std::uint64_t from_usec, std::uint64_t to_usec,
                      Mark mark) {
-  std::size_t last = bucketOf(std::min(to_usec, last_usec_));
+  bucketOf(std::min(to_usec, last_usec_));  // the buckets may become longer
   std::size_t first = bucketOf(from_usec) + 1;
-  last = bucketOf(std::min(to_usec, last_usec_));  // the buckets may have become longer
+  std::size_t last = bucketOf(std::min(to_usec, last_usec_));
   if (first < last)
     --last;
   else

@@ -50,6 +50,7 @@ const two = number => String(number).padStart(2, "0");
 // The parts of a time in the chosen zone. `ms` may have a fraction.
 function partsOf(ms) {
   const date = new Date(Math.floor(ms + 1e-6));
+  if (Number.isNaN(date.getTime())) return { day: "?", time: shortNumber(ms / 1000) + " s", ms: "" };  // no calendar has it
   const shifted = clock.utc ? date : new Date(date.getTime() - date.getTimezoneOffset() * 60e3);
   const text = shifted.toISOString();
   return { day: text.slice(0, 10), time: text.slice(11, 19), ms: text.slice(20, 23) };
