@@ -1,8 +1,10 @@
 #include "host/commands/plot.h"
 
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <ctime>
 #include <filesystem>
 #include <optional>
 
@@ -32,6 +34,11 @@ PageHead headOf(const CaptureSource& source, const std::string& title) {
     for (const Damage& damage : file.damages) head.notes.push_back(describe(file, damage));
   }
   head.notes.insert(head.notes.begin(), source.problems().begin(), source.problems().end());
+  for (const ClockStep& step : source.clockSteps())
+    head.notes.push_back(
+        fmt::format("the clock was stepped by {:+.3f} s until {:%Y-%m-%dT%H:%M:%SZ}",
+                    static_cast<double>(step.by_usec) / 1e6,
+                    fmt::gmtime(static_cast<std::time_t>(step.at_usec / 1'000'000))));
   for (const std::string& file : head.files)
     if (title.empty()) head.title += (head.title.empty() ? "" : ", ") + file;
   return head;

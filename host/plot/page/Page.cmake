@@ -22,7 +22,8 @@ function(tev_fetch_uplot folder)
   endif()
   file(COPY ${page}/package.json ${page}/package-lock.json DESTINATION ${folder})
   execute_process(
-    COMMAND ${TEV_NPM} ci --ignore-scripts --no-audit --no-fund --fetch-retries=1 --fetch-timeout=20000
+    COMMAND ${TEV_NPM} ci --ignore-scripts --no-audit --no-fund --prefer-offline --fetch-retries=1
+      --fetch-retry-mintimeout=1000 --fetch-timeout=20000
     WORKING_DIRECTORY ${folder} TIMEOUT 60
     RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
   if(result EQUAL 0)

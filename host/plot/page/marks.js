@@ -115,6 +115,7 @@ function shade(context, samples, kind, begin, end, x, box, ratio) {
 function nameRun(context, kind, left, number, box, ratio) {
   context.font = "600 " + 10 * ratio + "px system-ui, sans-serif";
   context.textBaseline = "top";
+  context.textAlign = "left";
   const at = box.top + (3 + 14 * number) * ratio;
   context.fillStyle = theme.get("card");
   context.fillRect(left + 2 * ratio, at, context.measureText(kind.name).width + 6 * ratio, 12 * ratio);
