@@ -430,7 +430,7 @@ function meanInView(samples, row) {
 function rangeText(row, bucket) {
   const [one, other] = [row.first[bucket], row.second[bucket]];
   if (Number.isNaN(one) || one === other) return "";
-  return shortNumber(Math.min(one, other)) + " to " + shortNumber(Math.max(one, other));
+  return shortNumber(Math.min(one, other)) + "–" + shortNumber(Math.max(one, other));
 }
 
 // The field's text without its name and the number of a plane.
