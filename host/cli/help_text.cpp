@@ -26,6 +26,10 @@ constexpr Example kExamples[] = {
     {"info run.tevcap", "what the recording says about itself, and what is missing in it"},
     {"decode run.tevcap --format csv --window 1000",
      "its figures per second, as a table for a script"},
+    {"decode run.tevcap --format parquet --output run",
+     "a Parquet file per type of event, in the folder run"},
+    {"plot run.tevcap -o run.html", "a page of plots, for any browser"},
+    {"run --simulate=run.tevcap --format csv", "the recorded incident again, through the plug-in"},
     {"schema --simulate", "the types of events of the simulated adapters"},
     {"options", "the options of the plug-in, with defaults and values"},
 };

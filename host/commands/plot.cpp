@@ -13,12 +13,12 @@
 #include "host/figures/fast_counters.h"
 #include "host/figures/figures.h"
 #include "host/outputs/delivery.h"
-#include "host/plot/page_file.h"
 #include "host/plot/page_files.h"
 #include "host/plot/plot_output.h"
 #include "host/support/errors.h"
 #include "host/support/stderr_text.h"
 #include "host/support/stop_signal.h"
+#include "host/support/whole_file.h"
 
 namespace tev::host {
 namespace {
@@ -52,7 +52,7 @@ int plot(const RunOptions& options, const DecodeOptions& decode, const PlotOptio
     throw UsageError("this build has no plot, because the plotting library was not there");
   const StopSignal stop_signal;
   CaptureSource source(decode.files, decode.span);
-  PageFile file(options.output);
+  WholeFile file(options.output);
   // Either the name leads to the file, or the page goes elsewhere when it is complete.
   expectOtherFile(file.path(), decode.files);
   expectOtherFile(file.descriptor(), decode.files);

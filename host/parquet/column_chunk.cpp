@@ -8,7 +8,7 @@
 
 namespace tev::host {
 
-ChunkSummary ColumnChunk::finish(PartFile& file) {
+ChunkSummary ColumnChunk::finish(WholeFile& file) {
   ChunkSummary summary;
   endChunk(summary);
   if (const Dictionary dictionary = takeDictionary(); dictionary.size > 0) {

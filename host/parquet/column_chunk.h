@@ -9,7 +9,7 @@
 
 #include "host/parquet/column_format.h"
 #include "host/parquet/page_packer.h"
-#include "host/support/part_file.h"
+#include "host/support/whole_file.h"
 
 namespace tev::host {
 
@@ -54,7 +54,7 @@ class ColumnChunk {
   std::size_t memory() const { return page_.size() + pages_.size(); }
 
   // Writes the pages of the chunk, and begins the next chunk. Throws RunError.
-  ChunkSummary finish(PartFile& file);
+  ChunkSummary finish(WholeFile& file);
 
  protected:
   ColumnChunk(RowField field, const ColumnFormat& format, PagePacker& packer)

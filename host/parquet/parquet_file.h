@@ -10,7 +10,7 @@
 
 #include "host/parquet/column_chunk.h"
 #include "host/parquet/page_packer.h"
-#include "host/support/part_file.h"
+#include "host/support/whole_file.h"
 
 namespace tev::host {
 
@@ -51,7 +51,7 @@ class ParquetFile {
   void describe(CompactThrift& thrift, const Group& group) const;
   void describe(CompactThrift& thrift, const ColumnChunk& column, const WrittenChunk& chunk) const;
 
-  PartFile file_;
+  WholeFile file_;
   std::size_t max_memory_;
   PagePacker packer_;
   std::vector<std::unique_ptr<ColumnChunk>> columns_;

@@ -64,7 +64,7 @@ std::string levelElement(std::size_t device, std::size_t level,
 
 }  // namespace
 
-void writePage(const PageContents& contents, std::uint64_t most_bytes, PageFile& file,
+void writePage(const PageContents& contents, std::uint64_t most_bytes, WholeFile& file,
                const std::function<bool()>& interrupted) {
   const auto parts = filledTemplate(contents);
   std::uint64_t size = parts[0].size() + parts[1].size();

@@ -41,7 +41,7 @@ void PlotOutput::end(const RunStatus& status) {
   health_ = status.health->devices();
 }
 
-void PlotOutput::write(const PageFiles& files, const PageHead& head, PageFile& file,
+void PlotOutput::write(const PageFiles& files, const PageHead& head, WholeFile& file,
                        const std::function<bool()>& interrupted) const {
   const auto devices = pageDevices(reduction_, findings_, figures_, health_);
   const std::string json = pageJson(head, devices, reduction_, findings_, figures_, missing_);

@@ -25,7 +25,7 @@ class PlotOutput final : public Output {
   void end(const RunStatus& status) override;
 
   // To be called after end(). Throws RunError.
-  void write(const PageFiles& files, const PageHead& head, PageFile& file,
+  void write(const PageFiles& files, const PageHead& head, WholeFile& file,
              const std::function<bool()>& interrupted) const;
 
  private:

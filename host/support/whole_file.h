@@ -1,4 +1,4 @@
-// The file of a page. It has its name only when it is complete.
+// A file that has its name only when it is complete.
 #pragma once
 
 #include <cstdint>
@@ -7,17 +7,16 @@
 
 namespace tev::host {
 
-class PageFile {
+class WholeFile {
  public:
-  // Creates a file with another name beside the path. A pipe or a device is written
-  // directly; "-" is standard output. Throws
-  // RunError.
-  explicit PageFile(const std::string& path);
+  // Creates a file with another name beside the path. A pipe or a device is written directly; "-"
+  // is standard output. Throws RunError.
+  explicit WholeFile(const std::string& path);
 
   // Removes the file unless it was finished.
-  ~PageFile();
-  PageFile(const PageFile&) = delete;
-  PageFile& operator=(const PageFile&) = delete;
+  ~WholeFile();
+  WholeFile(const WholeFile&) = delete;
+  WholeFile& operator=(const WholeFile&) = delete;
 
   // Throws RunError.
   void write(std::string_view text);

@@ -1,4 +1,4 @@
-#include "host/plot/page_file.h"
+#include "host/support/whole_file.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -31,7 +31,7 @@ std::string withoutLinks(const std::string& path) {
 
 }  // namespace
 
-PageFile::PageFile(const std::string& path)
+WholeFile::WholeFile(const std::string& path)
     : path_(path == "-" ? "/dev/stdout" : withoutLinks(path)) {
   if (path == "-") {
     descriptor_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
@@ -47,16 +47,16 @@ PageFile::PageFile(const std::string& path)
   }
 }
 
-PageFile::~PageFile() {
+WholeFile::~WholeFile() {
   if (descriptor_ >= 0) close(descriptor_);
   if (!unfinished_.empty()) unlink(unfinished_.c_str());
 }
 
-void PageFile::fail(int error) const {
+void WholeFile::fail(int error) const {
   throw RunError(fmt::format("cannot write {}: {}", asPrintable(path_), std::strerror(error)));
 }
 
-void PageFile::write(std::string_view text) {
+void WholeFile::write(std::string_view text) {
   while (!text.empty()) {
     const ssize_t count = ::write(descriptor_, text.data(), text.size());
     if (count < 0 && errno == EINTR) continue;
@@ -66,7 +66,7 @@ void PageFile::write(std::string_view text) {
   }
 }
 
-void PageFile::finish() {
+void WholeFile::finish() {
   // A name must not lead to an incomplete file after a power cut. Not every file can be forced out.
   if (fdatasync(descriptor_) != 0 && errno != EINVAL && errno != EROFS) fail(errno);
   if (close(std::exchange(descriptor_, -1)) != 0) fail(errno);
