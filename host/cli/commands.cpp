@@ -32,7 +32,6 @@ void addRun(CLI::App& command, CommandLine& line, Given& given) {
           "Measure the intervals of the first series and the CPU time per pass; compare both with "
           "a bare loop that only sleeps")
       ->disable_flag_override();
-  command.footer(helpFooter());
 }
 
 void addTop(CLI::App& command, CommandLine& line, Given& given) {
@@ -138,9 +137,12 @@ void describeProgram(CLI::App& app, CommandLine& line, Given& given) {
   app.require_subcommand(1);
   app.get_formatter()->column_width(28);
   app.option_defaults()->take_last();
-  app.footer(helpFooter());
-  for (const Row& row : kCommands)
-    row.add(*app.add_subcommand(row.name, row.description), line, given);
+  app.footer(helpFooter(""));
+  for (const Row& row : kCommands) {
+    CLI::App& command = *app.add_subcommand(row.name, row.description);
+    command.footer(helpFooter(row.name));
+    row.add(command, line, given);
+  }
 }
 
 std::optional<Command> commandNamed(std::string_view name) {

@@ -36,10 +36,17 @@ constexpr Example kExamples[] = {
 
 constexpr ExitMeaning kExitCodes[] = {
     {kExitFine, "success"},
-    {kExitFailed, "the plug-in refused, the run failed or would fail, or no sample was read"},
+    {kExitFailed,
+     "the plug-in refused, the run failed or would fail, no sample was read, or a capture is "
+     "damaged"},
     {kExitUsage, "wrong usage"},
     {kExitMissing, "samples are missing (with --strict)"},
 };
+
+std::string_view commandOf(const Example& example) {
+  const std::string_view line = example.line;
+  return line.substr(0, line.find(' '));
+}
 
 }  // namespace
 
@@ -51,10 +58,11 @@ std::span<const ExitMeaning> exitCodes() {
   return kExitCodes;
 }
 
-std::string helpFooter() {
+std::string helpFooter(std::string_view command) {
   std::string text = "Examples:\n";
   for (const Example& example : kExamples)
-    text += fmt::format("  tev-host {}\n      {}\n", example.line, example.meaning);
+    if (command.empty() || commandOf(example) == command)
+      text += fmt::format("  tev-host {}\n      {}\n", example.line, example.meaning);
   text += "\nExit code: ";
   for (const ExitMeaning& one : kExitCodes)
     text += fmt::format("{}{} {}",

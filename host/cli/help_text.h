@@ -3,6 +3,7 @@
 
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace tev::host {
 
@@ -20,7 +21,7 @@ struct ExitMeaning {
 
 std::span<const ExitMeaning> exitCodes();
 
-// Both, as the end of the help.
-std::string helpFooter();
+// Both, as the end of the help of one command; of all commands with an empty name.
+std::string helpFooter(std::string_view command);
 
 }  // namespace tev::host
