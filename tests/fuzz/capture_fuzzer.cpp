@@ -127,7 +127,7 @@ void checkDamages(const CaptureSource& source, std::uint64_t limit) {
   std::uint64_t end = 0;
   std::uint64_t sum = 0;
   for (const Damage& damage : file.damages) {
-    check(damage.bytes > 0 && damage.offset >= end, "damages are in order");
+    check(damage.bytes + damage.chunks > 0 && damage.offset >= end, "damages are in order");
     end = damage.offset + damage.bytes;
     check(end <= file.size, "damages are in the file");
     sum += damage.bytes;
