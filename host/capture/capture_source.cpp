@@ -11,6 +11,7 @@
 #include "host/events/decoder.h"
 #include "host/support/errors.h"
 #include "host/support/text.h"
+#include "host/support/time_text.h"
 
 namespace tev::host {
 namespace {
@@ -61,7 +62,12 @@ CaptureSource::CaptureSource(const std::vector<std::string>& paths, const TimeSp
   for (const std::string& path : paths) {
     try {
       auto reader = std::make_unique<ChunkReader>(path);
-      heads.push_back(readHead(*reader));
+      CaptureHead head = readHead(*reader);
+      for (const auto& other : readers_)
+        if (other->fileId() == reader->fileId())
+          throw RunError(fmt::format("{} and {} are the same recording, which is read once",
+                                     asPrintable(other->path()), asPrintable(path)));
+      heads.push_back(std::move(head));
       readers_.push_back(std::move(reader));
     } catch (const RunError& error) {  // the others may be sound
       problems_.emplace_back(error.what());
@@ -76,6 +82,20 @@ CaptureSource::CaptureSource(const std::vector<std::string>& paths, const TimeSp
   head_ =
       *std::ranges::min_element(heads, {}, [](const CaptureHead& head) { return head.start.real; });
   schema_ = inFile(*readers_.front(), [&] { return SchemaView::fromJson(head_.schemas); });
+  noteMissingParts(std::move(heads));
+}
+
+// Of a recording in several files, the first ones may have been removed on purpose.
+void CaptureSource::noteMissingParts(std::vector<CaptureHead> heads) {
+  std::ranges::sort(heads, {},
+                    [](const CaptureHead& head) { return std::pair(head.start.real, head.part); });
+  for (std::size_t i = 1; i < heads.size(); ++i) {
+    const std::uint64_t before = heads[i - 1].part;
+    if (heads[i].part <= before + 1) continue;
+    problems_.push_back(
+        fmt::format("the files with the parts {} to {} of the recording are missing", before + 1,
+                    heads[i].part - 1));
+  }
 }
 
 CaptureHead CaptureSource::readHead(ChunkReader& reader) const {
@@ -120,26 +140,32 @@ bool CaptureSource::fetch(const BlockConsumer& take, const std::function<bool()>
   return true;
 }
 
-// True at the end of an update. A chunk with wrong contents is passed over.
+// True at the end of an update. Wrong contents are passed over.
 bool CaptureSource::takeChunk(ChunkReader& reader, const Chunk& chunk, const BlockConsumer& take) {
+  std::size_t sound = 0;  // bytes of whole blocks
   try {
     if (chunk.header.kind == ChunkKind::events)
-      inFile(reader, [&] { forEachBlock(*schema_, chunk.body, [](const Block&) {}); });
+      inFile(reader, [&] {
+        forEachBlock(*schema_, chunk.body,
+                     [&](const Block& block) { sound += block.bytes.size(); });
+      });
     else if (chunk.header.kind == ChunkKind::ledger && chunk.header.last_usec < span_.to_usec)
       inFile(reader, [&] { takeCounts(chunk); });
     else if (chunk.header.kind == ChunkKind::clocks)
       inFile(reader, [&] { takeClocks(reader, chunk); });
   } catch (const RunError& error) {
     problems_.emplace_back(error.what());
-    return false;
   }
-  if (chunk.header.kind == ChunkKind::events) passEvents(chunk.body, chunk.header, take);
+  if (sound > 0) passEvents(chunk.body.first(sound), chunk.header, take);
   return chunk.header.kind == ChunkKind::clocks;
 }
 
 void CaptureSource::takeCounts(const Chunk& chunk) {
   counts_ = countsFromJson(textOf(chunk));
-  if (chunk.header.last_usec < span_.from_usec) counts_before_ = *counts_;
+  // The counts of a later part include those of the parts before.
+  const bool is_later_part = head_.part > 0 && !has_counts_;
+  if (is_later_part || chunk.header.last_usec < span_.from_usec) counts_before_ = *counts_;
+  has_counts_ = true;
   for (DeviceCounts& one : *counts_) {
     const auto before = std::ranges::find(counts_before_, one.device, &DeviceCounts::device);
     if (before != counts_before_.end()) one = since(*before, one);
@@ -210,7 +236,8 @@ std::uint64_t CaptureSource::size() const {
 std::vector<CaptureFileState> CaptureSource::files() const {
   std::vector<CaptureFileState> files;
   for (const auto& reader : readers_)
-    files.push_back({reader->path(), reader->size(), reader->isFinished(), reader->damages()});
+    files.push_back({reader->path(), reader->size(), reader->position(), reader->lastUsec(),
+                     reader->isFinished(), reader->damages()});
   return files;
 }
 
@@ -219,6 +246,15 @@ std::string damageText(const CaptureSource& source) {
   for (const std::string& problem : source.problems()) text += "tev-host: " + problem + "\n";
   for (const CaptureFileState& file : source.files())
     for (const Damage& damage : file.damages) text += "tev-host: " + describe(file, damage) + "\n";
+  return text;
+}
+
+std::string unfinishedText(const CaptureSource& source) {
+  std::string text;
+  for (const CaptureFileState& file : source.files())
+    if (!file.is_finished && file.read == file.size)
+      text += fmt::format("tev-host: {}: byte {}: the recording was not closed; it ends at {}\n",
+                          asPrintable(file.path), file.size, timeText(file.last_usec));
   return text;
 }
 

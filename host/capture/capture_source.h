@@ -22,8 +22,10 @@ struct TimeSpan {
 // What is known of one file of a source.
 struct CaptureFileState {
   std::string path;
-  std::uint64_t size = 0;    // bytes
-  bool is_finished = false;  // its writer has closed it
+  std::uint64_t size = 0;       // bytes
+  std::uint64_t read = 0;       // bytes so far
+  std::uint64_t last_usec = 0;  // last time stamp so far
+  bool is_finished = false;     // its writer has closed it
   std::vector<Damage> damages;
 };
 
@@ -73,6 +75,7 @@ class CaptureSource final : public EventSource {
 
  private:
   CaptureHead readHead(ChunkReader& reader) const;
+  void noteMissingParts(std::vector<CaptureHead> heads);
   ChunkReader* earliest();
   bool takeChunk(ChunkReader& reader, const Chunk& chunk, const BlockConsumer& take);
   void takeCounts(const Chunk& chunk);
@@ -85,6 +88,7 @@ class CaptureSource final : public EventSource {
   CaptureHead head_;
   std::optional<SchemaView> schema_;
   std::optional<std::vector<DeviceCounts>> counts_;
+  bool has_counts_ = false;
   std::vector<DeviceCounts> counts_before_;  // the beginning of the span
   std::optional<ClockPair> clocks_;
   const ChunkReader* clocks_of_ = nullptr;
@@ -95,6 +99,9 @@ class CaptureSource final : public EventSource {
 
 // A line for each damaged place; empty when there is none.
 std::string damageText(const CaptureSource& source);
+
+// A line for each file that its writer has not closed; empty when there is none.
+std::string unfinishedText(const CaptureSource& source);
 
 // "FILE: byte 1234: 56 bytes are damaged and were passed over".
 std::string describe(const CaptureFileState& file, const Damage& damage);

@@ -130,6 +130,7 @@ bool ChunkReader::follows(const ChunkHeader& header) {
   }
   next_number_ = header.number + 1;
   last_kind_ = header.kind;
+  last_usec_ = std::max(last_usec_, header.last_usec);
   return true;
 }
 

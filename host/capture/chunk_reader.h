@@ -54,10 +54,14 @@ class ChunkReader {
   void release();
 
   const std::string& path() const { return path_; }
-  std::uint64_t size() const { return size_; }  // bytes of the file
+  std::uint64_t fileId() const { return file_id_.value_or(0); }  // random
+  std::uint64_t size() const { return size_; }                   // bytes of the file
   std::uint64_t position() const { return position_; }
   std::uint64_t lastChunk() const { return last_chunk_; }  // offset of the one taken last
   const std::vector<Damage>& damages() const { return damages_; }
+
+  // The last time stamp of the chunks so far.
+  std::uint64_t lastUsec() const { return last_usec_; }
 
   // Whether the last chunk so far is the one that a writer adds when it closes the file.
   bool isFinished() const { return last_kind_ == ChunkKind::index; }
@@ -81,6 +85,7 @@ class ChunkReader {
   std::uint64_t last_chunk_ = 0;
   std::optional<std::uint32_t> next_number_ = 0;  // of the chunk that is expected, if it is known
   ChunkKind last_kind_{};
+  std::uint64_t last_usec_ = 0;
   std::optional<std::uint64_t> file_id_;
   std::optional<ChunkHeader> next_;
   std::unique_ptr<ZSTD_DCtx_s, FreeDecompressor> decompressor_;

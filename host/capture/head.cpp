@@ -33,7 +33,11 @@ auto parsed(std::string_view text, const char* what, Read read) {
   try {
     return read(json::parse(text));
   } catch (const json::exception& error) {
-    throw RunError(fmt::format("its {} is broken: {}", what, asPrintable(error.what())));
+    // The text begins with the name of the exception in brackets.
+    std::string_view reason = error.what();
+    if (const auto end = reason.find("] "); end != std::string_view::npos)
+      reason.remove_prefix(end + 2);
+    throw RunError(fmt::format("its {} is broken: {}", what, asPrintable(reason)));
   }
 }
 
@@ -62,7 +66,10 @@ std::string toJson(const CaptureHead& head) {
 CaptureHead headFromJson(std::string_view text) {
   return parsed(text, "head", [](const json& all) {
     CaptureHead head;
-    const auto version = all.at("version").get<std::uint64_t>();
+    const json& number = all.at("version");
+    if (!number.is_number_unsigned() || number == 0)
+      throw RunError("its version is not a number from 1 on");
+    const auto version = number.get<std::uint64_t>();
     if (version > kCaptureVersion)
       throw RunError(fmt::format("it has version {} of the format, and this program knows {}",
                                  version, kCaptureVersion));

@@ -8,12 +8,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <string_view>
 #include <system_error>
 #include <tuple>
 
+#include "host/capture/format.h"
 #include "host/support/log.h"
 #include "host/support/text.h"
 
@@ -82,6 +85,15 @@ std::vector<std::string> existingParts(const std::string& path) {
   return parts;
 }
 
+// Whether it is a regular file that begins like a capture.
+bool isCapture(const std::string& path) {
+  std::error_code error;
+  if (!fs::is_regular_file(fs::symlink_status(path, error))) return false;
+  char begin[sizeof kCaptureMagic] = {};
+  std::ifstream(path, std::ios::binary).read(begin, sizeof begin);
+  return std::memcmp(begin, kCaptureMagic, sizeof begin) == 0;
+}
+
 bool isBeingWritten(const std::string& path) {
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (descriptor < 0) return false;
@@ -93,7 +105,7 @@ bool isBeingWritten(const std::string& path) {
 void removeOldParts(const std::string& path, std::uint64_t keep, const std::string& current) {
   const std::vector<std::string> parts = existingParts(path);
   for (std::size_t i = 0; i + keep < parts.size(); ++i) {
-    if (parts[i] == current || isBeingWritten(parts[i])) continue;
+    if (parts[i] == current || !isCapture(parts[i]) || isBeingWritten(parts[i])) continue;
     std::error_code error;
     fs::remove(parts[i], error);
     if (error)

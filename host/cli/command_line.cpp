@@ -72,6 +72,12 @@ void readScenario(const std::string& scenario, PluginOptions& plugin,
   if (!built_in) addRecordedSettings(scenario, plugin);
 }
 
+bool isSameFile(const std::string& one, const std::string& other) {
+  std::error_code error;
+  return std::filesystem::weakly_canonical(one, error) ==
+         std::filesystem::weakly_canonical(other, error);
+}
+
 void readCapture(const CaptureOptions& capture, const CLI::App& command, RunOptions& run) {
   const auto isGiven = [&command](const char* name) {
     const CLI::Option* const option = command.get_option_no_throw(name);
@@ -83,6 +89,9 @@ void readCapture(const CaptureOptions& capture, const CLI::App& command, RunOpti
   if (capture.path.empty() && (capture.rotates() || capture.keep))
     throw UsageError(fmt::format("{} needs --capture", capture.keep ? "--keep" : "--rotate"));
   if (capture.keep && !capture.rotates()) throw UsageError("--keep needs --rotate");
+  if (!capture.path.empty() && !run.output.empty() && run.output != "-" &&
+      isSameFile(capture.path, run.output))
+    throw UsageError("--output and --capture name the same file");
   if (!capture.path.empty()) run.capture = capture;
 }
 

@@ -19,7 +19,7 @@ constexpr std::uint64_t kMaxKept = 1'000'000;     // files
 std::string formatHelp() {
   std::string help = outputFormatNames() + " (default: table on a terminal, else jsonl)";
   for (const OutputFormat& format : outputFormats())
-    help += fmt::format("\n{:<6}{}", format.name, format.help);
+    help += fmt::format("\n{:<9}{}", format.name, format.help);
   return help;
 }
 

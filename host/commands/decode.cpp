@@ -11,13 +11,24 @@
 #include "host/support/errors.h"
 #include "host/support/stderr_text.h"
 #include "host/support/stop_signal.h"
+#include "host/support/time_text.h"
 
 namespace tev::host {
+namespace {
+
+[[noreturn]] void failInterrupted(const CaptureSource& source) {
+  throw RunError(
+      fmt::format("interrupted after {} of {} bytes", source.readBytes(), source.size()));
+}
+
+}  // namespace
+
 int decode(const RunOptions& options, const DecodeOptions& decode) {
   const StopSignal stop_signal;
   CaptureSource source(decode.files, decode.span);
   OutputFile file(textPath(options));
   expectOtherFile(file.descriptor(), decode.files);
+  expectOtherFile(file.descriptor(), inputsOf(options));
   const Projection projection(source.schema(), options.selection);
   CountingOptions counting = options.counting;
   counting.clear_on_read = source.head().clear_on_read;
@@ -48,6 +59,8 @@ int decode(const RunOptions& options, const DecodeOptions& decode) {
         if (updates) delivery.update(statusOf(source));
         progress.show(source);
       }
+      // Of an interrupted text the beginning is useful, but a table must not look complete.
+      if (interrupted() && kind == FormatKind::folder) failInterrupted(source);
       if (!updates) delivery.update(statusOf(source));
       delivery.end(statusOf(source));
     } catch (const ClosedPipe&) {
@@ -58,12 +71,14 @@ int decode(const RunOptions& options, const DecodeOptions& decode) {
       throw;
     }
   }
-  if (StopSignal::requests() > 0)
-    throw RunError(
-        fmt::format("interrupted after {} of {} bytes", source.readBytes(), source.size()));
+  if (StopSignal::requests() > 0) failInterrupted(source);
   const std::string damage = damageText(source);
-  showOnStderr(damage);
+  showOnStderr(damage + unfinishedText(source));
   expectDevicesOf(delivery, projection.devices());
+  if (delivery.series().empty() && (decode.span.from_usec > 0 || decode.span.to_usec < UINT64_MAX))
+    showOnStderr(
+        fmt::format("tev-host: no event between --from and --to; the recording ends at {}\n",
+                    timeText(source.nowUsec())));
   return damage.empty() ? kExitFine : kExitFailed;
 }
 

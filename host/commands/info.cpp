@@ -1,24 +1,27 @@
 #include "host/commands/info.h"
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <map>
+#include <system_error>
 
 #include "host/capture/capture_source.h"
 #include "host/commands/text_table.h"
 #include "host/events/decoder.h"
 #include "host/events/series.h"
 #include "host/figures/health.h"
+#include "host/outputs/output_file.h"
 #include "host/support/duration_text.h"
 #include "host/support/errors.h"
 #include "host/support/short_number.h"
 #include "host/support/stderr_text.h"
 #include "host/support/stop_signal.h"
 #include "host/support/text.h"
+#include "host/support/time_text.h"
 #include "host/timing/distribution.h"
 
 namespace tev::host {
@@ -41,11 +44,6 @@ struct Contents {
 
 std::string bytesText(double bytes) {
   return shortNumber(bytes) + "B";
-}
-
-std::string timeText(std::uint64_t usec) {
-  const auto seconds = static_cast<std::time_t>(usec / 1'000'000);
-  return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z", fmt::gmtime(seconds), usec % 1'000'000);
 }
 
 class Reading {
@@ -161,12 +159,15 @@ bool showFile(const std::string& path) {
          source.fetch([&](Blocks blocks) { reading.take(blocks); }, interrupted)) {
   }
   if (interrupted()) throw RunError("interrupted in " + asPrintable(path));
-  fmt::print("{}: {}{}{}{}", asPrintable(path), headText(source.head()), stateText(source),
-             contentsText(reading.contents, source), missingText(source));
-  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
-    throw RunError("standard output could not be written");
   const std::string damage = damageText(source);
-  showOnStderr(damage);
+  const std::string text =
+      fmt::format("{}: {}{}{}{}{}", asPrintable(path), headText(source.head()), stateText(source),
+                  contentsText(reading.contents, source), missingText(source), damage);
+  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0) {
+    if (errno == EPIPE) throw ClosedPipe();
+    throw RunError(
+        fmt::format("cannot write standard output: {}", std::generic_category().message(errno)));
+  }
   return damage.empty();
 }
 
@@ -178,6 +179,8 @@ int showInfo(const std::vector<std::string>& files) {
   for (const std::string& path : files) {
     try {
       is_sound &= showFile(path);
+    } catch (const ClosedPipe&) {
+      return kExitFine;
     } catch (const RunError& error) {  // the others may be sound
       if (StopSignal::requests() > 0 || files.size() == 1) throw;
       showOnStderr(fmt::format("tev-host: {}\n", error.what()));

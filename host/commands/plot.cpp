@@ -54,8 +54,10 @@ int plot(const RunOptions& options, const DecodeOptions& decode, const PlotOptio
   CaptureSource source(decode.files, decode.span);
   WholeFile file(options.output);
   // Either the name leads to the file, or the page goes elsewhere when it is complete.
-  expectOtherFile(file.path(), decode.files);
-  expectOtherFile(file.descriptor(), decode.files);
+  for (const auto& inputs : {decode.files, inputsOf(options)}) {
+    expectOtherFile(file.path(), inputs);
+    expectOtherFile(file.descriptor(), inputs);
+  }
   const Projection projection(source.schema(), options.selection);
   CountingOptions counting = options.counting;
   counting.clear_on_read = source.head().clear_on_read;
@@ -83,7 +85,7 @@ int plot(const RunOptions& options, const DecodeOptions& decode, const PlotOptio
   page.write(*files, head, file, isInterrupted);
   file.finish();
   const std::string damage = damageText(source);
-  showOnStderr(damage);
+  showOnStderr(damage + unfinishedText(source));
   return damage.empty() ? kExitFine : kExitFailed;
 }
 

@@ -18,7 +18,7 @@ void expectOther(const struct stat& written, const std::vector<std::string>& inp
     struct stat read {};
     if (stat(path.c_str(), &read) == 0 && read.st_dev == written.st_dev &&
         read.st_ino == written.st_ino)
-      throw UsageError(fmt::format("--output {}: this capture is to be read", asPrintable(path)));
+      throw UsageError(fmt::format("--output: {} is to be read", asPrintable(path)));
   }
 }
 

@@ -17,6 +17,7 @@
 #include "host/commands/interval_advice.h"
 #include "host/commands/known_options.h"
 #include "host/commands/log_hold.h"
+#include "host/commands/recording.h"
 #include "host/commands/sampling.h"
 #include "host/commands/summary.h"
 #include "host/commands/writing.h"
@@ -133,6 +134,7 @@ int run(const RunOptions& options) {
   if (options.full_screen) expectTerminal();
   const StopSignal stop_signal(options.capture ? HangUp::counts : HangUp::stops);
   OutputFile file(options.output);
+  expectOtherFile(file.descriptor(), inputsOf(options));
   PluginSource source(options.plugin, options.buffer_bytes);
   const Projection projection(source.schema(), options.selection);
   expectDevicesOf(source, projection.devices());

@@ -30,6 +30,15 @@ const OutputFormat& formatFor(const RunOptions& options, const OutputFile& file)
   return *format;
 }
 
+std::vector<std::string> inputsOf(const RunOptions& options) {
+  std::vector<std::string> inputs;
+  for (const auto& set : {options.selection.field_set, options.selection.counter_set})
+    if (set) inputs.push_back(*set);
+  if (!options.plugin.simulator_scenario.empty())
+    inputs.push_back(options.plugin.simulator_scenario);
+  return inputs;
+}
+
 std::string textPath(const RunOptions& options) {
   const bool is_folder = options.format && options.format->kind == FormatKind::folder;
   return is_folder ? "" : options.output;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "host/commands/run_options.h"
 #include "host/events/device_filter.h"
@@ -16,6 +17,9 @@ namespace tev::host {
 // The chosen format; by default the table on a terminal. Throws UsageError when the format does not
 // fit the other options.
 const OutputFormat& formatFor(const RunOptions& options, const OutputFile& file);
+
+// The files that the options name and that are read.
+std::vector<std::string> inputsOf(const RunOptions& options);
 
 // The path for the OutputFile: empty when the format writes files of its own.
 std::string textPath(const RunOptions& options);

@@ -1,6 +1,7 @@
 // Parquet files in a folder: one table for each type of event.
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <set>
@@ -77,10 +78,10 @@ class ParquetOutput final : public Output {
   void begin() override {
     std::error_code error;
     std::filesystem::create_directories(folder_, error);
-    if (!std::filesystem::is_directory(folder_, error))
-      throw RunError(fmt::format("{} is not a folder, and cannot be made one{}{}",
-                                 asPrintable(folder_), error ? ": " : "",
-                                 error ? error.message() : ""));
+    if (std::error_code ignored; !std::filesystem::is_directory(folder_, ignored))
+      throw RunError(
+          fmt::format("cannot make a folder {}: {}", asPrintable(folder_),
+                      error ? error.message() : std::generic_category().message(ENOTDIR)));
     const auto& types = projection_.schema().types();
     FileNames names;
     for (const TypeView& type : types) {
@@ -103,11 +104,14 @@ class ParquetOutput final : public Output {
     for (const TypeView& type : projection_.schema().types()) {
       if (!files_[type.number]) continue;
       const SchemaView::Schema& schema = projection_.schema().schemaOf(type);
-      files_[type.number]->finish({{"tev.type", asUtf8(type.name)},
-                                   {"tev.source", asUtf8(status.source)},
-                                   {"tev.schema_id", schema.id},
-                                   {"tev.schema", schema.text}});
+      files_[type.number]->complete({{"tev.type", asUtf8(type.name)},
+                                     {"tev.source", asUtf8(status.source)},
+                                     {"tev.schema_id", schema.id},
+                                     {"tev.schema", schema.text}});
     }
+    // Only all together are the recording.
+    for (const auto& file : files_)
+      if (file) file->publish();
     files_.clear();
   }
 

@@ -26,14 +26,13 @@ ParquetFile::ParquetFile(std::string path, const std::vector<RowField>& fields,
   file_.write(kMagic);
 }
 
-void ParquetFile::finish(const KeyValues& texts) {
+void ParquetFile::complete(const KeyValues& texts) {
   endGroup();
   std::string end = metadata(texts);
   const auto length = static_cast<std::uint32_t>(end.size());
   for (std::size_t i = 0; i < sizeof length; ++i) end += static_cast<char>(length >> 8 * i);
   end += kMagic;
   file_.write(end);
-  file_.finish();
 }
 
 void ParquetFile::addBatch() {

@@ -31,9 +31,11 @@ class ParquetFile {
     return &batch_[row_count_++ * row_size_];
   }
 
-  // Writes the rest, with `texts` as metadata for the user, and gives the file its name. Throws
-  // RunError.
-  void finish(const KeyValues& texts);
+  // Writes the rest, with `texts` as metadata for the user. Throws RunError.
+  void complete(const KeyValues& texts);
+
+  // Gives the complete file its name. Throws RunError.
+  void publish() { file_.finish(); }
 
  private:
   struct WrittenChunk {

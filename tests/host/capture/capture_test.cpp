@@ -112,6 +112,7 @@ TEST(Capture, GivesBackWhatWasRecorded) {
   EXPECT_THAT(some.batches, ElementsAre(textOf(recorded.chunks[1]), textOf(recorded.chunks[2])));
   EXPECT_EQ(some.lost, 2U);  // one a millisecond, from 1 ms on
   const CaptureSource source({recorded.path, recorded.path});
+  EXPECT_THAT(source.problems(), ElementsAre(HasSubstr("are the same recording")));
   EXPECT_EQ(source.head().source, "a source");
   EXPECT_EQ(source.head().options.at(0).second, "value\\xff");
   EXPECT_EQ(source.head().start.real, 900'000U);
@@ -256,13 +257,16 @@ TEST(Capture, EndsWithAWholeChunkOnAFullDisk) {
 TEST(CaptureParts, AreInOrderAndTheOldestAreRemoved) {
   test::TempTree tree;
   const std::string path = tree.path("a.tevcap");
+  const std::string begin(std::begin(kCaptureMagic), std::end(kCaptureMagic));
   EXPECT_EQ(partPath("x/a.b", 86'400, 7), "x/a.19700102T000000Z.000007.b");
   for (const std::uint64_t seconds : {3U, 1U, 2U})
-    tree.write(partPath("a.tevcap", seconds, 1), "x");
+    tree.write(partPath("a.tevcap", seconds, 1), begin);
+  tree.write(partPath("a.tevcap", 0, 1), "not a capture");
   for (const char* const other : {"a.tevcap", "a.19700101T000001Z.00001.tevcap", "b.tevcap"})
     tree.write(other, "x");
   removeOldParts(path, 2, "");
-  EXPECT_THAT(existingParts(path), ElementsAre(partPath(path, 2, 1), partPath(path, 3, 1)));
+  EXPECT_THAT(existingParts(path),
+              ElementsAre(partPath(path, 0, 1), partPath(path, 2, 1), partPath(path, 3, 1)));
   EXPECT_TRUE(std::filesystem::exists(path));
 }
 

@@ -73,10 +73,11 @@ TEST_F(ConfigFile, IsRefusedWithLineAndReason) {
       {"log-level = loud\n", "a.conf:1: --log-level loud"},
       {"keep = 3\n", "a.conf: --keep needs --capture"},
   };
-  for (const auto& [text, reason] : rows)
+  for (const auto& row : rows)
     for (const char* const command : {"run", "check"})
-      EXPECT_THAT([&] { parsed(command, text); }, ThrowsMessage<UsageError>(HasSubstr(reason)))
-          << text;
+      EXPECT_THAT([&] { parsed(command, row.first); },
+                  ThrowsMessage<UsageError>(HasSubstr(row.second)))
+          << row.first;
   EXPECT_THAT([&] { parsed("run --config=no/such", ""); },
               ThrowsMessage<UsageError>(HasSubstr("no/such: No such file")));
   EXPECT_THAT([&] { parsed("run --config=/", ""); }, ThrowsMessage<UsageError>(HasSubstr("/: ")));

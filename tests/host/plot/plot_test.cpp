@@ -136,7 +136,7 @@ TEST_F(PlotCommand, ReplacesAPageOnlyByACompleteOne) {
     const char* error;
   } const cases[] = {
       {"no capture", tree_.path("foreign.tevcap") + " -o " + page_, 1, "foreign.tevcap"},
-      {"its own input", recording_ + " -o " + recording_, 2, "this capture is to be read"},
+      {"its own input", recording_ + " -o " + recording_, 2, "is to be read"},
       {"no such device", recording_ + " -o " + page_ + " --filter nobody", 2, "nobody"},
       {"full disk", recording_ + " -o /dev/full", 1, "cannot write /dev/full: No space left"},
       {"no folder", recording_ + " -o " + tree_.path("none/page.html"), 1,
