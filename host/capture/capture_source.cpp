@@ -63,25 +63,26 @@ CaptureSource::CaptureSource(const std::vector<std::string>& paths, const TimeSp
     try {
       auto reader = std::make_unique<ChunkReader>(path);
       CaptureHead head = readHead(*reader);
-      for (const auto& other : readers_)
+      for (const auto& [other, part] : inputs_)
         if (other->fileId() == reader->fileId())
           throw RunError(fmt::format("{} and {} are the same recording, which is read once",
                                      asPrintable(other->path()), asPrintable(path)));
+      inputs_.push_back({std::move(reader), head.part});
       heads.push_back(std::move(head));
-      readers_.push_back(std::move(reader));
     } catch (const RunError& error) {  // the others may be sound
       problems_.emplace_back(error.what());
       continue;
     }
     if (const char* const different = differenceOf(heads.back(), heads.front()))
       throw RunError(fmt::format("{} and {} have different {}: they must be read one by one",
-                                 asPrintable(readers_.front()->path()), asPrintable(path),
+                                 asPrintable(inputs_.front().reader->path()), asPrintable(path),
                                  different));
   }
-  if (readers_.empty()) throw RunError(problems_.front());
+  if (inputs_.empty()) throw RunError(problems_.front());
   head_ =
       *std::ranges::min_element(heads, {}, [](const CaptureHead& head) { return head.start.real; });
-  schema_ = inFile(*readers_.front(), [&] { return SchemaView::fromJson(head_.schemas); });
+  schema_ = inFile(*inputs_.front().reader, [&] { return SchemaView::fromJson(head_.schemas); });
+  begin_usec_ = now_usec_ = std::max(head_.start.real / 1000, span_.from_usec);
   noteMissingParts(std::move(heads));
 }
 
@@ -109,15 +110,15 @@ CaptureHead CaptureSource::readHead(ChunkReader& reader) const {
   return inFile(reader, [&] { return headFromJson(textOf(*chunk)); });
 }
 
-// The reader whose next chunk begins first; null at the end of all files.
-ChunkReader* CaptureSource::earliest() {
-  ChunkReader* best = nullptr;
+// The input whose next chunk begins first; null at the end of all files.
+CaptureSource::Input* CaptureSource::earliest() {
+  Input* best = nullptr;
   std::uint64_t best_usec = 0;
-  for (const auto& reader : readers_) {
-    const auto header = reader->peek();
-    if (!header) reader->release();  // many files may be read one after the other
+  for (Input& input : inputs_) {
+    const auto header = input.reader->peek();
+    if (!header) input.reader->release();  // many files may be read one after the other
     if (!header || (best && header->first_usec >= best_usec)) continue;
-    best = reader.get();
+    best = &input;
     best_usec = header->first_usec;
   }
   return best;
@@ -125,51 +126,46 @@ ChunkReader* CaptureSource::earliest() {
 
 bool CaptureSource::fetch(const BlockConsumer& take, const std::function<bool()>& interrupted) {
   while (!interrupted()) {
-    ChunkReader* const reader = earliest();
-    if (!reader) return false;
-    const ChunkHeader next = *reader->peek();
+    Input* const input = earliest();
+    if (!input) return false;
+    const ChunkHeader next = *input->reader->peek();
     if (!isKnown(next.kind) || isOutside(next)) {
-      reader->skip();
+      input->reader->skip();
       continue;
     }
-    const auto chunk = reader->take();
+    const auto chunk = input->reader->take();
     if (!chunk) continue;
-    now_usec_ = std::max(now_usec_, chunk->header.last_usec);
-    if (takeChunk(*reader, *chunk, take)) return true;
+    now_usec_ = std::min(std::max(now_usec_, chunk->header.last_usec), span_.to_usec);
+    if (takeChunk(*input, *chunk, take)) return true;
   }
   return true;
 }
 
 // True at the end of an update. Wrong contents are passed over.
-bool CaptureSource::takeChunk(ChunkReader& reader, const Chunk& chunk, const BlockConsumer& take) {
+bool CaptureSource::takeChunk(const Input& input, const Chunk& chunk, const BlockConsumer& take) {
+  const ChunkReader& reader = *input.reader;
+  const ChunkHeader& header = chunk.header;
   std::size_t sound = 0;  // bytes of whole blocks
   try {
-    if (chunk.header.kind == ChunkKind::events)
+    if (header.kind == ChunkKind::events)
       inFile(reader, [&] {
         forEachBlock(*schema_, chunk.body,
                      [&](const Block& block) { sound += block.bytes.size(); });
       });
-    else if (chunk.header.kind == ChunkKind::ledger && chunk.header.last_usec < span_.to_usec)
-      inFile(reader, [&] { takeCounts(chunk); });
-    else if (chunk.header.kind == ChunkKind::clocks)
+    else if (header.kind == ChunkKind::ledger)
+      inFile(reader, [&] {
+        counts_.take(reader.fileId(), input.part, header.last_usec < span_.from_usec,
+                     countsFromJson(textOf(chunk)));
+      });
+    else if (header.kind == ChunkKind::clocks)
       inFile(reader, [&] { takeClocks(reader, chunk); });
   } catch (const RunError& error) {
     problems_.emplace_back(error.what());
   }
-  if (sound > 0) passEvents(chunk.body.first(sound), chunk.header, take);
-  return chunk.header.kind == ChunkKind::clocks;
-}
-
-void CaptureSource::takeCounts(const Chunk& chunk) {
-  counts_ = countsFromJson(textOf(chunk));
-  // The counts of a later part include those of the parts before.
-  const bool is_later_part = head_.part > 0 && !has_counts_;
-  if (is_later_part || chunk.header.last_usec < span_.from_usec) counts_before_ = *counts_;
-  has_counts_ = true;
-  for (DeviceCounts& one : *counts_) {
-    const auto before = std::ranges::find(counts_before_, one.device, &DeviceCounts::device);
-    if (before != counts_before_.end()) one = since(*before, one);
-  }
+  if (sound > 0) passEvents(chunk.body.first(sound), header, take);
+  const bool is_end_of_update = header.kind == ChunkKind::clocks;
+  if (is_end_of_update) is_past_span_ |= header.last_usec >= span_.to_usec;
+  return is_end_of_update && header.last_usec >= span_.from_usec;
 }
 
 void CaptureSource::takeClocks(const ChunkReader& reader, const Chunk& chunk) {
@@ -193,6 +189,7 @@ void CaptureSource::takeClocks(const ChunkReader& reader, const Chunk& chunk) {
 
 // Whether the chunk need not be read. Others are read even if they are not used, to find damage.
 bool CaptureSource::isOutside(const ChunkHeader& header) const {
+  if (is_past_span_ && header.first_usec >= span_.to_usec) return true;
   return header.kind == ChunkKind::events &&
          (header.last_usec < span_.from_usec || header.first_usec >= span_.to_usec);
 }
@@ -211,31 +208,31 @@ void CaptureSource::passEvents(Blocks blocks, const ChunkHeader& header,
 }
 
 std::optional<std::uint64_t> CaptureSource::nextUsec() {
-  while (ChunkReader* const reader = earliest()) {
-    const ChunkHeader header = *reader->peek();
+  while (Input* const input = earliest()) {
+    const ChunkHeader header = *input->reader->peek();
     const bool has_time = header.kind == ChunkKind::events || header.kind == ChunkKind::ledger ||
                           header.kind == ChunkKind::clocks;
     if (has_time && !isOutside(header)) return header.first_usec;
-    reader->skip();
+    input->reader->skip();
   }
   return std::nullopt;
 }
 
 std::uint64_t CaptureSource::readBytes() const {
   std::uint64_t sum = 0;
-  for (const auto& reader : readers_) sum += reader->position();
+  for (const Input& input : inputs_) sum += input.reader->position();
   return sum;
 }
 
 std::uint64_t CaptureSource::size() const {
   std::uint64_t sum = 0;
-  for (const auto& reader : readers_) sum += reader->size();
+  for (const Input& input : inputs_) sum += input.reader->size();
   return sum;
 }
 
 std::vector<CaptureFileState> CaptureSource::files() const {
   std::vector<CaptureFileState> files;
-  for (const auto& reader : readers_)
+  for (const auto& [reader, part] : inputs_)
     files.push_back({reader->path(), reader->size(), reader->position(), reader->lastUsec(),
                      reader->isFinished(), reader->damages()});
   return files;

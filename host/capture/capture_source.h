@@ -9,6 +9,7 @@
 
 #include "host/capture/chunk_reader.h"
 #include "host/capture/head.h"
+#include "host/capture/run_counts.h"
 #include "host/events/event_source.h"
 
 namespace tev::host {
@@ -51,10 +52,13 @@ class CaptureSource final : public EventSource {
   // Passes the events of the next update of the recording. False at the end of all files.
   bool fetch(const BlockConsumer& take, const std::function<bool()>& interrupted) override;
 
-  // Since the beginning of the span.
-  std::optional<std::vector<DeviceCounts>> counts() const override { return counts_; }
+  // Of the span: from the update that contains its beginning to the one that contains its end.
+  std::optional<std::vector<DeviceCounts>> counts() const override { return counts_.sum(); }
 
-  // The last time stamp of the chunks so far.
+  // The beginning of the recording or of the span, whichever is later.
+  std::uint64_t beginUsec() const { return begin_usec_; }
+
+  // The last time stamp of the chunks so far, inside the span.
   std::uint64_t nowUsec() const override { return now_usec_; }
 
   // The first time stamp of the next chunk; nothing at the end of all files.
@@ -74,26 +78,30 @@ class CaptureSource final : public EventSource {
   std::vector<CaptureFileState> files() const;
 
  private:
+  struct Input {
+    std::unique_ptr<ChunkReader> reader;
+    std::uint32_t part;  // of its recording
+  };
+
   CaptureHead readHead(ChunkReader& reader) const;
   void noteMissingParts(std::vector<CaptureHead> heads);
-  ChunkReader* earliest();
-  bool takeChunk(ChunkReader& reader, const Chunk& chunk, const BlockConsumer& take);
-  void takeCounts(const Chunk& chunk);
+  Input* earliest();
+  bool takeChunk(const Input& input, const Chunk& chunk, const BlockConsumer& take);
   void takeClocks(const ChunkReader& reader, const Chunk& chunk);
   bool isOutside(const ChunkHeader& header) const;
   void passEvents(Blocks blocks, const ChunkHeader& header, const BlockConsumer& take) const;
 
   TimeSpan span_;
-  std::vector<std::unique_ptr<ChunkReader>> readers_;
+  std::vector<Input> inputs_;
   CaptureHead head_;
   std::optional<SchemaView> schema_;
-  std::optional<std::vector<DeviceCounts>> counts_;
-  bool has_counts_ = false;
-  std::vector<DeviceCounts> counts_before_;  // the beginning of the span
+  RunCounts counts_;
   std::optional<ClockPair> clocks_;
   const ChunkReader* clocks_of_ = nullptr;
   std::vector<ClockStep> clock_steps_;
+  std::uint64_t begin_usec_ = 0;
   std::uint64_t now_usec_ = 0;
+  bool is_past_span_ = false;  // the update that contains the end of the span was read
   std::vector<std::string> problems_;
 };
 

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -118,6 +119,13 @@ DeviceCounts since(const DeviceCounts& before, DeviceCounts counts) {
     if (is_number && counts.*count >= before.*count) counts.*count -= before.*count;
   }
   return counts;
+}
+
+void add(DeviceCounts& sum, const DeviceCounts& counts) {
+  const std::uint64_t last_good = std::max(sum.last_good_usec, counts.last_good_usec);
+  for (const auto& [count, name] : kCounts) sum.*count += counts.*count;
+  sum.last_good_usec = last_good;
+  if (!counts.last_failure.empty()) sum.last_failure = counts.last_failure;
 }
 
 }  // namespace tev::host

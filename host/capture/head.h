@@ -40,4 +40,7 @@ std::vector<DeviceCounts> countsFromJson(std::string_view text);  // throws RunE
 // What was counted after `before`.
 DeviceCounts since(const DeviceCounts& before, DeviceCounts counts);
 
+// Adds what was counted in a later run.
+void add(DeviceCounts& sum, const DeviceCounts& counts);
+
 }  // namespace tev::host

@@ -54,6 +54,15 @@ bool isTimeAndNumber(std::string_view text) {
          std::ranges::all_of(text.substr(kTime.size()), isDigit);
 }
 
+// Whether it is a regular file that begins like a capture.
+bool isCapture(const std::string& path) {
+  std::error_code error;
+  if (!fs::is_regular_file(fs::symlink_status(path, error))) return false;
+  char begin[sizeof kCaptureMagic] = {};
+  std::ifstream(path, std::ios::binary).read(begin, sizeof begin);
+  return std::memcmp(begin, kCaptureMagic, sizeof begin) == 0;
+}
+
 }  // namespace
 
 std::string partPath(const std::string& path, std::uint64_t unix_seconds, std::uint64_t number) {
@@ -83,15 +92,6 @@ std::vector<std::string> existingParts(const std::string& path) {
     return std::tuple(part.substr(0, time_end), part.size(), part);
   });
   return parts;
-}
-
-// Whether it is a regular file that begins like a capture.
-bool isCapture(const std::string& path) {
-  std::error_code error;
-  if (!fs::is_regular_file(fs::symlink_status(path, error))) return false;
-  char begin[sizeof kCaptureMagic] = {};
-  std::ifstream(path, std::ios::binary).read(begin, sizeof begin);
-  return std::memcmp(begin, kCaptureMagic, sizeof begin) == 0;
 }
 
 bool isBeingWritten(const std::string& path) {

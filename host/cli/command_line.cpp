@@ -120,6 +120,16 @@ void expectPattern(const char* option, const std::string& pattern) {
   if (pattern.empty()) refuse(option, pattern, "a name, ^PREFIX or SUFFIX$ is needed");
 }
 
+// What only a run uses. The check finds out whether it can.
+void addRunOptions(const RunOptions& whole, RunOptions& check) {
+  check.selection = whole.selection;
+  check.counting = whole.counting;
+  check.format = whole.format;
+  check.rates = whole.rates;
+  check.window = whole.window;
+  check.capture = whole.capture;
+}
+
 }  // namespace
 
 Parser::Parser() {
@@ -179,12 +189,17 @@ CommandLine parseCommandLine(int argc, const char* const* argv, const Companions
   const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
   Parser first;
   if (!first.parse(words)) return {};
-  Parser configured;
-  const bool has_config = first.isGiven("--config");
-  if (has_config) configured.parse(withConfig(words, first, companions));
-  Parser& parser = has_config ? configured : first;
+  if (!first.isGiven("--config")) {
+    first.readRest();
+    first.readPlugin(companions);
+    return first.line;
+  }
+  const Configured config = withConfig(words, first, companions);
+  Parser parser;
+  parser.parse(config.words);
   parser.readRest();
   parser.readPlugin(companions);
+  if (parser.line.command == Command::check) addRunOptions(config.run, parser.line.run);
   return parser.line;
 }
 

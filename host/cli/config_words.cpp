@@ -49,8 +49,8 @@ bool isOverridden(const std::string& word, const CLI::Option& option, Parser& fi
 
 }  // namespace
 
-std::vector<std::string> withConfig(const std::vector<std::string>& words, Parser& first,
-                                    const Companions& companions) {
+Configured withConfig(const std::vector<std::string>& words, Parser& first,
+                      const Companions& companions) {
   const std::string& path = first.given.config;
   Parser run;
   run.parse({"run"});
@@ -77,15 +77,15 @@ std::vector<std::string> withConfig(const std::vector<std::string>& words, Parse
       refuseLine(path, entry.line, error.what());
     }
   }
+  Parser together;
   try {
-    Parser together;
     together.parse(all);
     together.readRest();
   } catch (const UsageError& error) {
     throw UsageError(fmt::format("{}: {}", asPrintable(path), error.what()));
   }
   result.insert(result.end(), words.begin() + 1, words.end());
-  return result;
+  return {std::move(result), std::move(together.line.run)};
 }
 
 }  // namespace tev::host

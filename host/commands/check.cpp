@@ -4,10 +4,16 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
+#include <string>
+#include <system_error>
+#include <vector>
 
 #include "host/commands/check_report.h"
 #include "host/commands/interval_advice.h"
 #include "host/commands/known_options.h"
+#include "host/commands/writing.h"
+#include "host/figures/figures.h"
 #include "host/outputs/output_file.h"
 #include "host/plugin/plugin_source.h"
 #include "host/support/duration_text.h"
@@ -186,12 +192,36 @@ void addMeasurement(CheckReport& report, const PluginOptions& options,
   warnOfLongPass(report);
 }
 
+void expectRoomForCapture(const CaptureOptions& capture) {
+  const std::filesystem::path path = capture.path;
+  std::error_code error;
+  if (!std::filesystem::is_directory(path.has_parent_path() ? path.parent_path() : ".", error))
+    throw UsageError(
+        fmt::format("--capture {}: its folder does not exist", asPrintable(capture.path)));
+  if (!capture.rotates() && std::filesystem::exists(path, error))
+    throw UsageError(fmt::format("--capture {}: it exists", asPrintable(capture.path)));
+}
+
+// What only a run uses, and a configuration file for both may have. Throws UsageError.
+void expectUsable(const RunOptions& run, const CheckReport& report) {
+  const Projection projection(*report.schema, run.selection);
+  const Figures figures(projection, run.counting);
+  if (run.format) formatFor(run, OutputFile(""));
+  if (run.capture) expectRoomForCapture(*run.capture);
+  if (!report.devices) return;
+  std::vector<std::string> names;
+  for (const CheckedDevice& device : *report.devices)
+    if (device.info.is_sampled) names.push_back(device.info.name);
+  projection.devices().expectOneOf(names);
+}
+
 }  // namespace
 
 int check(const RunOptions& run, const CheckOptions& options) {
   const StopSignal stop_signal;
   OutputFile output("");
   CheckReport report = describe(run);
+  if (report.works()) expectUsable(run, report);
   if (report.works() && options.measure) addMeasurement(report, run.plugin, *options.measure);
   output.buffer() = options.json ? asJson(report) : asText(report);
   try {

@@ -77,8 +77,8 @@ int decode(const RunOptions& options, const DecodeOptions& decode) {
   expectDevicesOf(delivery, projection.devices());
   if (delivery.series().empty() && (decode.span.from_usec > 0 || decode.span.to_usec < UINT64_MAX))
     showOnStderr(
-        fmt::format("tev-host: no event between --from and --to; the recording ends at {}\n",
-                    timeText(source.nowUsec())));
+        fmt::format("tev-host: no event between --from and --to; the recording begins at {}\n",
+                    timeText(source.head().start.real / 1000)));
   return damage.empty() ? kExitFine : kExitFailed;
 }
 

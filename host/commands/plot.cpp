@@ -80,6 +80,7 @@ int plot(const RunOptions& options, const DecodeOptions& decode, const PlotOptio
                                source.readBytes(), source.size()));
   delivery.end(statusOf(source));
   expectDevicesOf(delivery, projection.devices());
+  if (delivery.series().empty()) throw RunError("there is no event to plot");
   PageHead head = headOf(source, plot.title);
   for (const FastCounter& counter : fastCounters(figures)) head.notes.push_back(describe(counter));
   page.write(*files, head, file, isInterrupted);

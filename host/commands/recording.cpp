@@ -45,9 +45,8 @@ void ReadingProgress::write(const std::string& text) {
 RunStatus statusOf(const CaptureSource& source) {
   RunStatus status;
   status.source = source.name();
-  status.now_usec = std::max(source.nowUsec(), source.head().start.real / 1000);
-  status.elapsed_seconds = static_cast<double>(status.now_usec) / 1e6 -
-                           static_cast<double>(source.head().start.real) / 1e9;
+  status.now_usec = source.nowUsec();
+  status.elapsed_seconds = static_cast<double>(status.now_usec - source.beginUsec()) / 1e6;
   status.devices = source.counts().value_or(std::vector<DeviceCounts>{});
   for (const DeviceCounts& one : status.devices) status.lost_samples += one.lost;
   return status;

@@ -169,9 +169,9 @@ class Card {
       sides.push(element("div", null, element("h4", { text: "share of each plane" }), this.share));
     }
     if (this.isCompared) {
-      this.spread = element("div", { className: "plot side", role: "img", "aria-label": field.name + ": best and worst plane" });
+      this.spread = element("div", { className: "plot side", role: "img", "aria-label": field.name + ": lowest and highest plane" });
       this.spreadNote = element("span");
-      const head = element("h4", { text: "best to worst plane " });
+      const head = element("h4", { text: "lowest to highest plane " });
       head.append(this.spreadNote);
       sides.push(element("div", null, head, this.spread));
     }
@@ -311,7 +311,7 @@ class Card {
     const least = Math.min(...values);
     const isEven = !(most > least * 1.005);
     this.spreadNote.textContent = isEven ? ""
-      : "– worst: " + this.names[values.indexOf(most)] + (least > 0 ? ", ×" + digits(most / least) + " of the best" : ", the best has 0");
+      : "– highest: " + this.names[values.indexOf(most)] + (least > 0 ? ", ×" + digits(most / least) + " of the lowest" : ", the lowest has 0");
   }
 
   // From the mean to the 99th percentile of the windows that the recording was cut into.

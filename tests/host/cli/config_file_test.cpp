@@ -51,6 +51,7 @@ TEST_F(ConfigFile, IsReadBelowTheCommandLine) {
   const CommandLine check = parsed("check", text);  // uses what it has, too
   EXPECT_TRUE(check.run.plugin.simulated);
   EXPECT_FALSE(check.check.json);
+  EXPECT_EQ(check.run.selection.filters.size(), 2U);  // to be checked
 }
 
 TEST_F(ConfigFile, IsRefusedWithLineAndReason) {
