@@ -58,7 +58,7 @@ class ValueReader {
     if (rest_.starts_with('"') || rest_.starts_with('\'')) return quoted(rest_[0]);
     const std::size_t length = std::min(rest_.find_first_of(" \t,[]#\"'"), rest_.size());
     if (length == 0) throw UsageError("a value is needed");
-    const std::string text(rest_.substr(0, length));
+    std::string text(rest_.substr(0, length));
     rest_ = trimmed(rest_.substr(length));
     return text;
   }
