@@ -65,7 +65,7 @@ class NumberChunk final : public ColumnChunk {
     for (std::size_t i = 0; i < rows.count; ++i, from += rows.size, to += sizeof(Stored)) {
       Value value;
       std::memcpy(&value, from, sizeof value);
-      const auto stored = static_cast<Stored>(value);
+      const auto stored = static_cast<Stored>(value);  // NOLINT(bugprone-signed-char-misuse)
       std::memcpy(to, &stored, sizeof stored);
       extremes.add(stored);
     }

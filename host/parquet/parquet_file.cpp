@@ -15,9 +15,9 @@ constexpr std::uint64_t kGroupRows = 120 * kMaxBatchRows;
 
 }  // namespace
 
-ParquetFile::ParquetFile(std::string path, const std::vector<RowField>& fields,
+ParquetFile::ParquetFile(const std::string& path, const std::vector<RowField>& fields,
                          std::size_t row_size, std::size_t max_memory)
-    : file_(std::move(path)),
+    : file_(path),
       max_memory_(max_memory),
       row_size_(row_size),
       batch_rows_(std::clamp<std::size_t>(kMaxBatch / row_size, 1, kMaxBatchRows)),

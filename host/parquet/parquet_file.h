@@ -22,7 +22,7 @@ class ParquetFile {
 
   // Creates the file. `row_size` is in bytes. A group of rows ends when it keeps `max_memory`
   // bytes. Throws RunError.
-  ParquetFile(std::string path, const std::vector<RowField>& fields, std::size_t row_size,
+  ParquetFile(const std::string& path, const std::vector<RowField>& fields, std::size_t row_size,
               std::size_t max_memory);
 
   // The next row, which the caller fills in at once. Throws RunError.
