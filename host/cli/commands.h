@@ -15,7 +15,7 @@ namespace tev::host {
 // `given`.
 void describeProgram(CLI::App& app, CommandLine& line, Given& given);
 
-// Nothing when there is no such command.
+// Nothing when the name is not that of a command.
 std::optional<Command> commandNamed(std::string_view name);
 
 // "run, top or check".

@@ -12,7 +12,7 @@ namespace tev::host {
 struct Bucket {
   static constexpr float kNone = std::numeric_limits<float>::quiet_NaN();
 
-  // The smallest and the largest value, in the order of their times. NaN: there is no value.
+  // The smallest and the largest value, in the order of their times. NaN: a value does not exist.
   float first = kNone;
   float second = kNone;
   float sum = 0;  // of the increases of a counter, or of the values of a gauge

@@ -36,7 +36,7 @@ void write(const fs::path& path, const std::string& text) {
   if (!file.flush()) throw std::runtime_error("cannot write " + path.string());
 }
 
-// Empty when there is no such file.
+// Empty when the file does not exist.
 std::string read(const fs::path& path) {
   std::ostringstream text;
   if (std::ifstream file(path); file) text << file.rdbuf();

@@ -7,7 +7,8 @@
 namespace tev::describe {
 namespace {
 
-// The beginning of a text, without the characters that have a meaning in a specification.
+// The beginning of a text, without the characters that have a meaning in the description of an
+// argument.
 std::string brief(std::string_view text) {
   std::string out;
   for (const char one : text.substr(0, text.find_first_of("\n:;([")))
@@ -25,7 +26,7 @@ std::string action(const OptionText& option, const std::vector<std::string>& key
   return fmt::format("{{_alternative \"values:value:{}\" \"files:file:_files\"}}", values);
 }
 
-std::string specification(const OptionText& option, const std::vector<std::string>& keys) {
+std::string argument(const OptionText& option, const std::vector<std::string>& keys) {
   if (option.is_operand) return fmt::format("'*:{}:_files'", option.name);
   const std::string head = option.is_repeated ? "*" + option.name : option.name;
   const std::string meaning = brief(option.meaning);
@@ -39,7 +40,7 @@ std::string arguments(const CommandText& command, const std::vector<std::string>
                       const char* indent) {
   std::string out = std::string(indent) + "_arguments";
   for (const OptionText& option : command.options)
-    out += fmt::format(" \\\n{}  {}", indent, specification(option, keys));
+    out += fmt::format(" \\\n{}  {}", indent, argument(option, keys));
   return out;
 }
 
