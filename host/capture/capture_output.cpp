@@ -42,7 +42,10 @@ ClockPair readClocks() {
 
 CaptureOutput::CaptureOutput(CaptureOptions options, CaptureHead head, const SchemaView& schema)
     : options_(std::move(options)), head_(std::move(head)), schema_(schema) {
-  for (const SchemaView::Schema& one : schema.schemas()) head_.schemas.push_back(one.text);
+  for (const SchemaView::Schema& one : schema.schemas()) {
+    head_.schemas.push_back(one.text);
+    head_.schema_ids.push_back(one.id);
+  }
 }
 
 void CaptureOutput::begin() {

@@ -51,9 +51,11 @@ std::string toJson(const CaptureHead& head) {
   for (const std::string& text : head.schemas) schemas.push_back(text);
   return json{{"version", head.version},
               {"schemas", schemas},
+              {"schema_ids", head.schema_ids},
               {"source", asUtf8(head.source)},
               {"writer", asUtf8(head.writer)},
               {"plugin", asUtf8(head.plugin)},
+              {"plugin_version", asUtf8(head.plugin_version)},
               {"options", options},
               {"host", asUtf8(head.host)},
               {"start_real_nsec", head.start.real},
@@ -76,9 +78,11 @@ CaptureHead headFromJson(std::string_view text) {
                                  version, kCaptureVersion));
     head.version = static_cast<std::uint32_t>(version);
     head.schemas = all.at("schemas").get<std::vector<std::string>>();
+    head.schema_ids = all.value("schema_ids", CaptureHead().schema_ids);
     head.source = all.value("source", "");
     head.writer = all.value("writer", "");
     head.plugin = all.value("plugin", "");
+    head.plugin_version = all.value("plugin_version", "");
     head.options = all.value("options", CaptureHead().options);
     head.host = all.value("host", "");
     head.start.real = all.value("start_real_nsec", std::uint64_t{0});

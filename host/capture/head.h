@@ -14,10 +14,12 @@ namespace tev::host {
 
 struct CaptureHead {
   std::uint32_t version = kCaptureVersion;
-  std::vector<std::string> schemas;  // JSON texts, by the index in the blocks
-  std::string source;                // name of the source of the events
-  std::string writer;                // program and version
-  std::string plugin;                // path; empty: not a plug-in
+  std::vector<std::string> schemas;     // JSON texts, by the index in the blocks
+  std::vector<std::string> schema_ids;  // of these texts
+  std::string source;                   // name of the source of the events
+  std::string writer;                   // program and version
+  std::string plugin;                   // path; empty: not a plug-in
+  std::string plugin_version;           // three numbers; the plug-in's name is the source
   std::vector<std::pair<std::string, std::string>> options;  // of the plug-in
   std::string host;                                          // name of the machine
   ClockPair start{};

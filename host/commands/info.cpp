@@ -86,7 +86,9 @@ std::string headText(const CaptureHead& head) {
   std::string text = asPrintable(head.source) + "\n";
   text +=
       row("written by", fmt::format("{} on {}", asPrintable(head.writer), asPrintable(head.host)));
-  if (!head.plugin.empty()) text += row("plug-in", asPrintable(head.plugin));
+  if (!head.plugin.empty())
+    text += row("plug-in", asPrintable(head.plugin_version + " of " + head.plugin));
+  for (const std::string& id : head.schema_ids) text += row("schema", asPrintable(id));
   for (const auto& [key, value] : head.options)
     text += row("option", asPrintable(key + "=" + value));
   text += row("started", timeText(head.start.real / 1000));

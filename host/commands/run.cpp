@@ -45,13 +45,14 @@ std::unique_ptr<Output> makeOutput(const RunOptions& options, const Projection& 
   return makeWriter(options, projection, figures, file);
 }
 
-std::unique_ptr<CaptureOutput> makeCapture(const RunOptions& options, const EventSource& source,
+std::unique_ptr<CaptureOutput> makeCapture(const RunOptions& options, const PluginSource& source,
                                            std::uint64_t interval_usec, bool clear_on_read) {
   if (!options.capture) return nullptr;
   CaptureHead head;
   head.source = source.name();
   head.writer = "tev-host " TEV_VERSION;
   head.plugin = options.plugin.path;
+  head.plugin_version = source.version();
   head.options = options.plugin.options;
   char host[HOST_NAME_MAX + 1] = "";
   gethostname(host, sizeof host - 1);

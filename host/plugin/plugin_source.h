@@ -31,6 +31,7 @@ class PluginSource final : public EventSource {
   std::optional<std::vector<DeviceCounts>> counts() const override {
     return session_->provider().deviceCounts();
   }
+  std::string version() const { return session_->provider().version(); }
   std::string pendingReads() const override;
   int threadId() const override { return thread_.id(); }
 

@@ -1,5 +1,7 @@
 #include "host/plugin/provider.h"
 
+#include <fmt/format.h>
+
 #include <cstring>
 #include <utility>
 
@@ -19,6 +21,11 @@ Provider::~Provider() {
   if (!record_) return;
   stop();
   record_->finalize(record_);
+}
+
+std::string Provider::version() const {
+  const std::uint32_t version = record_->version;
+  return fmt::format("{}.{}.{}", version & 0xff, (version >> 8) & 0xff, version >> 16);
 }
 
 bool Provider::initialize(tev_type_system_t* type_system) {

@@ -26,6 +26,7 @@ class Provider {
 
   explicit operator bool() const { return record_ != nullptr; }
   std::string name() const { return record_->name ? record_->name : ""; }
+  std::string version() const;  // three numbers
 
   bool initialize(tev_type_system_t* type_system);
   bool start();

@@ -37,6 +37,7 @@ class Recorded {
     CaptureHead head;
     head.schemas = {SchemaView::fromTypeSystem(*types_).schemas()[0].text};
     head.source = "a source";
+    head.plugin_version = "1.2.3";
     head.options = {{"key", "value\xff"}};
     head.start = {900'000, 5};
     head.interval_usec = 1000;
@@ -114,6 +115,7 @@ TEST(Capture, GivesBackWhatWasRecorded) {
   const CaptureSource source({recorded.path, recorded.path});
   EXPECT_THAT(source.problems(), ElementsAre(HasSubstr("are the same recording")));
   EXPECT_EQ(source.head().source, "a source");
+  EXPECT_EQ(source.head().plugin_version, "1.2.3");
   EXPECT_EQ(source.head().options.at(0).second, "value\\xff");
   EXPECT_EQ(source.head().start.real, 900'000U);
 }
