@@ -71,9 +71,11 @@ class Chunks {
   }
 
   void add(ChunkKind kind, std::uint8_t form, Bytes body) {
-    if (form == kBare) {
-      // Without whole magics, the body cannot be taken for a chunk.
+    // A reader searches a body that it cannot read for headers. Without whole magics, it does not
+    // find any.
+    if (form != kStored && form != kPacked)
       std::ranges::replace(body, kCaptureMagic[sizeof kCaptureMagic - 1], std::uint8_t{0});
+    if (form == kBare) {
       bytes.insert(bytes.end(), body.begin(), body.end());
       doubtful += body.size();
       return;
