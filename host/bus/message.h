@@ -1,0 +1,89 @@
+// Messages of a message bus: event blocks of one source, and what is needed to read them
+// (docs/bus-format.md).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "host/events/event_source.h"
+
+struct ZSTD_CCtx_s;
+
+namespace tev::host {
+
+constexpr std::uint32_t kMessageVersion = 1;
+constexpr std::size_t kLargestBatch = std::size_t{64} << 20;  // bytes of event blocks
+constexpr std::size_t kLongestSource = 255;                   // bytes
+
+// A run of a source: from its start to its end. Event numbers count from 0 in each run.
+struct RunId {
+  std::string source;       // not empty
+  std::uint64_t start = 0;  // random
+
+  auto operator<=>(const RunId&) const = default;
+};
+
+// Events that follow each other in a run.
+struct Batch {
+  RunId run;
+  std::uint64_t first = 0;   // number of its first event
+  std::uint64_t events = 0;  // at least 1
+  std::vector<std::uint8_t> blocks;
+};
+
+enum class BatchCodec : std::uint8_t { none, zstd };
+
+// What a message says about its batch.
+struct MessageHead {
+  RunId run;
+  std::vector<std::string> schema_ids;  // by the index in the blocks
+  std::uint64_t first = 0;
+  std::uint64_t events = 0;
+  BatchCodec codec = BatchCodec::none;
+  std::size_t size = 0;  // bytes of the blocks
+};
+
+// A message as the bus takes it. The key keeps the messages of a source in order.
+struct OutgoingMessage {
+  std::string key;
+  std::vector<std::pair<std::string, std::string>> headers;
+  std::vector<std::uint8_t> value;
+};
+
+// A message as the bus delivers it. Valid as long as the bus says.
+struct IncomingMessage {
+  std::string_view key;
+  std::vector<std::pair<std::string_view, std::string_view>> headers;
+  std::span<const std::uint8_t> value;
+};
+
+// Packs batches.
+class MessageWriter {
+ public:
+  // The ids of the source's schemas, by the index in the blocks.
+  explicit MessageWriter(std::vector<std::string> schema_ids);
+  ~MessageWriter();
+  MessageWriter(const MessageWriter&) = delete;
+  MessageWriter& operator=(const MessageWriter&) = delete;
+
+  OutgoingMessage write(const Batch& batch);
+
+ private:
+  std::string schema_ids_;
+  ZSTD_CCtx_s* compressor_;
+};
+
+// Unknown headers are ignored. Throws RunError, with the reason, when the message is not a batch.
+MessageHead readHead(const IncomingMessage& message);
+
+// The blocks of a message with this head, in `blocks`, whose memory is reused. Throws RunError when
+// the value is broken. Whether the blocks are well-formed is not checked.
+void readBlocks(const IncomingMessage& message, const MessageHead& head,
+                std::vector<std::uint8_t>& blocks);
+
+}  // namespace tev::host
