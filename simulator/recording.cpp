@@ -151,14 +151,11 @@ class Recording::Assembly {
 };
 
 Recording::Recording(const std::string& path) : reader_(path) {
-  const auto header = reader_.peek();
-  const auto chunk = header && header->kind == ChunkKind::head ? reader_.take() : std::nullopt;
   const auto refuse = [&](const char* reason) {
     throw RunError(fmt::format("{}: {}", tev::host::asPrintable(path), reason));
   };
-  if (!chunk) refuse("its head is damaged, and without it the events cannot be read");
+  head_ = reader_.readHead();
   try {
-    head_ = tev::host::headFromJson(textOf(*chunk));
     schema_ = tev::host::SchemaView::fromJson(head_.schemas);
     readTypes();
   } catch (const RunError& error) {

@@ -27,8 +27,10 @@ constexpr std::string_view kSize = "tev-size";
 
 constexpr std::string_view kCodecNames[] = {"none", "zstd"};  // by BatchCodec
 
-constexpr int kLevel = 1;                  // of zstd
-constexpr std::size_t kIdLength = 32;      // hexadecimal digits
+constexpr std::size_t kShown = 40;     // characters of a wrong value
+constexpr int kLevel = 1;              // of zstd
+constexpr std::size_t kIdLength = 32;  // hexadecimal digits
+constexpr std::size_t kRunDigits = 16;
 constexpr std::size_t kMostSchemas = 256;  // the index in the blocks has 8 bits
 
 template <class... Arguments>
@@ -50,13 +52,19 @@ std::string_view headerOf(const IncomingMessage& message, std::string_view name)
   return *value;
 }
 
-std::uint64_t numberOf(const IncomingMessage& message, std::string_view name, int base = 10) {
-  const std::string_view text = headerOf(message, name);
+std::optional<std::uint64_t> parsedNumber(std::string_view text, int base) {
   std::uint64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-  if (error != std::errc() || end != text.data() + text.size())
-    refuse("its header {} is not a number: {}", name, asPrintable(text.substr(0, 40)));
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
   return number;
+}
+
+std::uint64_t numberOf(const IncomingMessage& message, std::string_view name) {
+  const std::string_view text = headerOf(message, name);
+  const auto number = parsedNumber(text, 10);
+  if (!number)
+    refuse("its header {} is not a number: {}", name, asPrintable(text.substr(0, kShown)));
+  return *number;
 }
 
 std::string sourceOf(const IncomingMessage& message) {
@@ -90,14 +98,25 @@ BatchCodec codecOf(const IncomingMessage& message) {
   const std::string_view name = headerOf(message, kCodec);
   const auto* const found = std::ranges::find(kCodecNames, name);
   if (found == std::end(kCodecNames))
-    refuse("its codec is not known: {}", asPrintable(name.substr(0, 40)));
+    refuse("its codec is not known: {}", asPrintable(name.substr(0, kShown)));
   return static_cast<BatchCodec>(found - kCodecNames);
 }
 
 }  // namespace
 
-MessageWriter::MessageWriter(std::vector<std::string> schema_ids)
-    : schema_ids_(fmt::format("{}", fmt::join(schema_ids, ","))), compressor_(ZSTD_createCCtx()) {
+std::string runText(std::uint64_t start) {
+  return fmt::format("{:016x}", start);
+}
+
+std::uint64_t runFromText(std::string_view text) {
+  const auto start = text.size() == kRunDigits ? parsedNumber(text, 16) : std::nullopt;
+  if (!start)
+    refuse("its run is not {} hexadecimal digits: {}", kRunDigits,
+           asPrintable(text.substr(0, kShown)));
+  return *start;
+}
+
+MessageWriter::MessageWriter() : compressor_(ZSTD_createCCtx()) {
   if (!compressor_) throw std::bad_alloc();
 }
 
@@ -124,8 +143,8 @@ OutgoingMessage MessageWriter::write(const Batch& batch) {
   };
   add(kVersion, std::to_string(kMessageVersion));
   add(kSource, batch.run.source);
-  add(kRun, fmt::format("{:016x}", batch.run.start));
-  add(kSchemas, schema_ids_);
+  add(kRun, runText(batch.run.start));
+  add(kSchemas, fmt::format("{}", fmt::join(batch.schemas->ids, ",")));
   add(kFirst, std::to_string(batch.first));
   add(kCount, std::to_string(batch.events));
   add(kCodec, std::string(kCodecNames[static_cast<std::size_t>(codec)]));
@@ -138,7 +157,7 @@ MessageHead readHead(const IncomingMessage& message) {
   if (version != kMessageVersion)
     refuse("it has version {} of the format, and this program knows {}", version, kMessageVersion);
   MessageHead head;
-  head.run = {sourceOf(message), numberOf(message, kRun, 16)};
+  head.run = {sourceOf(message), runFromText(headerOf(message, kRun))};
   head.schema_ids = schemaIdsOf(message);
   head.first = numberOf(message, kFirst);
   head.events = numberOf(message, kCount);

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -28,11 +29,24 @@ struct RunId {
   auto operator<=>(const RunId&) const = default;
 };
 
+// 16 hexadecimal digits, and back. Throws RunError for another text.
+std::string runText(std::uint64_t start);
+std::uint64_t runFromText(std::string_view text);
+
+// The schemas of a run, by their index in the blocks.
+struct RunSchemas {
+  std::vector<std::string> ids;
+  std::vector<std::string> texts;  // JSON; empty without types
+};
+
 // Events that follow each other in a run.
 struct Batch {
   RunId run;
-  std::uint64_t first = 0;   // number of its first event
-  std::uint64_t events = 0;  // at least 1
+  std::shared_ptr<const RunSchemas> schemas;
+  std::uint64_t first = 0;       // number of its first event
+  std::uint64_t events = 0;      // at least 1
+  std::uint64_t first_usec = 0;  // smallest and largest time stamp
+  std::uint64_t last_usec = 0;
   std::vector<std::uint8_t> blocks;
 };
 
@@ -65,8 +79,7 @@ struct IncomingMessage {
 // Packs batches.
 class MessageWriter {
  public:
-  // The ids of the source's schemas, by the index in the blocks.
-  explicit MessageWriter(std::vector<std::string> schema_ids);
+  MessageWriter();
   ~MessageWriter();
   MessageWriter(const MessageWriter&) = delete;
   MessageWriter& operator=(const MessageWriter&) = delete;
@@ -74,7 +87,6 @@ class MessageWriter {
   OutgoingMessage write(const Batch& batch);
 
  private:
-  std::string schema_ids_;
   ZSTD_CCtx_s* compressor_;
 };
 

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/file.h>
-#include <sys/random.h>
 #include <unistd.h>
 #include <zstd.h>
 
@@ -14,6 +13,7 @@
 #include <system_error>
 
 #include "host/support/errors.h"
+#include "host/support/random.h"
 #include "host/support/text.h"
 
 namespace tev::host {
@@ -29,13 +29,6 @@ constexpr std::size_t kMaxIndex = 65'536;  // entries; then every second one is 
 
 std::span<const std::uint8_t> bytesOf(std::string_view text) {
   return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-}
-
-std::uint64_t randomNumber() {
-  std::uint64_t number = 0;
-  if (getrandom(&number, sizeof number, 0) != sizeof number)
-    throw RunError("the system does not provide random numbers");
-  return number;
 }
 
 }  // namespace
@@ -80,6 +73,12 @@ void CaptureFile::writeClocks(const ClockPair& clocks) {
   std::uint8_t body[sizeof clocks];
   std::memcpy(body, &clocks, sizeof clocks);
   write(ChunkKind::clocks, body, clocks.real / 1000, clocks.real / 1000);
+}
+
+void CaptureFile::writeNumbers(const EventNumbers& numbers) {
+  std::uint8_t body[sizeof numbers];
+  std::memcpy(body, &numbers, sizeof numbers);
+  write(ChunkKind::numbers, body, 0, 0);
 }
 
 void CaptureFile::finish() {

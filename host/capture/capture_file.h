@@ -30,6 +30,7 @@ class CaptureFile {
   void writeEvents(Blocks blocks, std::uint64_t first_usec, std::uint64_t last_usec);
   void writeCounts(const std::vector<DeviceCounts>& counts, std::uint64_t now_usec);
   void writeClocks(const ClockPair& clocks);
+  void writeNumbers(const EventNumbers& numbers);
 
   // Writes the index. Nothing may be written afterwards.
   void finish();

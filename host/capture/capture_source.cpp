@@ -50,7 +50,8 @@ void allowManyFiles() {
 
 bool isKnown(ChunkKind kind) {
   using enum ChunkKind;
-  return kind == head || kind == events || kind == ledger || kind == clocks || kind == index;
+  return kind == head || kind == events || kind == ledger || kind == clocks || kind == numbers ||
+         kind == index;
 }
 
 }  // namespace
@@ -62,7 +63,7 @@ CaptureSource::CaptureSource(const std::vector<std::string>& paths, const TimeSp
   for (const std::string& path : paths) {
     try {
       auto reader = std::make_unique<ChunkReader>(path);
-      CaptureHead head = readHead(*reader);
+      CaptureHead head = reader->readHead();
       for (const auto& [other, part] : inputs_)
         if (other->fileId() == reader->fileId())
           throw RunError(fmt::format("{} and {} are the same recording, which is read once",
@@ -97,17 +98,6 @@ void CaptureSource::noteMissingParts(std::vector<CaptureHead> heads) {
         fmt::format("the files with the parts {} to {} of the recording are missing", before + 1,
                     heads[i].part - 1));
   }
-}
-
-CaptureHead CaptureSource::readHead(ChunkReader& reader) const {
-  const auto header = reader.peek();
-  const auto chunk = header && header->kind == ChunkKind::head ? reader.take() : std::nullopt;
-  if (!chunk)
-    throw RunError(
-        fmt::format("{}: byte 0: its head is damaged, and without it the events cannot "
-                    "be read",
-                    asPrintable(reader.path())));
-  return inFile(reader, [&] { return headFromJson(textOf(*chunk)); });
 }
 
 // The input whose next chunk begins first; null at the end of all files.

@@ -83,7 +83,6 @@ class CaptureSource final : public EventSource {
     std::uint32_t part;  // of its recording
   };
 
-  CaptureHead readHead(ChunkReader& reader) const;
   void noteMissingParts(std::vector<CaptureHead> heads);
   Input* earliest();
   bool takeChunk(const Input& input, const Chunk& chunk, const BlockConsumer& take);

@@ -110,6 +110,18 @@ std::uint64_t ChunkReader::nextHeader(std::uint64_t from) const {
   return size_;
 }
 
+CaptureHead ChunkReader::readHead() {
+  const auto header = peek();
+  const auto chunk = header && header->kind == ChunkKind::head ? take() : std::nullopt;
+  if (!chunk)
+    refuse(path_, "byte 0: its head is damaged, and without it the events cannot be read");
+  try {
+    return headFromJson({reinterpret_cast<const char*>(chunk->body.data()), chunk->body.size()});
+  } catch (const RunError& error) {
+    refuse(path_, "byte {}: {}", last_chunk_, error.what());
+  }
+}
+
 void ChunkReader::note(std::uint64_t bytes, bool is_cut_off) {
   if (!damages_.empty() && damages_.back().offset + damages_.back().bytes == position_) {
     damages_.back().bytes += bytes;
@@ -149,6 +161,12 @@ std::optional<ChunkHeader> ChunkReader::peek() {
     }
   }
   return next_;
+}
+
+void ChunkReader::refresh() {
+  struct stat status {};
+  if (fstat(descriptor_, &status) == 0)
+    size_ = std::max(size_, static_cast<std::uint64_t>(status.st_size));
 }
 
 void ChunkReader::seek(std::uint64_t offset) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "host/capture/format.h"
+#include "host/capture/head.h"
 
 struct ZSTD_DCtx_s;
 
@@ -36,6 +37,10 @@ class ChunkReader {
   ChunkReader(const ChunkReader&) = delete;
   ChunkReader& operator=(const ChunkReader&) = delete;
 
+  // The head, which is the first chunk. Nothing may be read before. Throws RunError, with file and
+  // byte, when it is damaged.
+  CaptureHead readHead();
+
   // The header of the next chunk; nothing at the end of the file. Its own hash is correct, its body
   // is not read yet. Wrong bytes before it are noted as damage. Throws RunError when the file
   // cannot be read.
@@ -46,6 +51,9 @@ class ChunkReader {
 
   // Goes to the beginning of a chunk, which must be inside the file.
   void seek(std::uint64_t offset);
+
+  // Also reads what was appended to the file in the meantime.
+  void refresh();
 
   // Skips the next chunk, whose body is not looked at. To be called after peek().
   void skip();

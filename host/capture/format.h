@@ -22,11 +22,12 @@ inline constexpr std::size_t kChunkOfEvents = std::size_t{256} << 10;  // bytes
 
 // Readers skip other kinds.
 enum class ChunkKind : std::uint8_t {
-  head = 'H',    // JSON: CaptureHead
-  events = 'E',  // event blocks
-  ledger = 'L',  // JSON: the counts of the devices at last_usec
-  clocks = 'C',  // one ClockPair
-  index = 'I',   // IndexEntry, one after the other
+  head = 'H',     // JSON: CaptureHead
+  events = 'E',   // event blocks
+  ledger = 'L',   // JSON: the counts of the devices at last_usec
+  clocks = 'C',   // one ClockPair
+  numbers = 'N',  // one EventNumbers: of the next chunk of events, in a spool
+  index = 'I',    // IndexEntry, one after the other
 };
 
 enum class ChunkCodec : std::uint8_t { none = 0, zstd = 1 };
@@ -59,6 +60,12 @@ std::uint64_t hashOf(std::span<const std::uint8_t> bytes);
 struct ClockPair {
   std::uint64_t real;       // since the Unix epoch
   std::uint64_t monotonic;  // since an arbitrary moment, which is the same for a whole file
+};
+
+// The place of events in their run on a message bus.
+struct EventNumbers {
+  std::uint64_t first;  // number of the first event
+  std::uint64_t events;
 };
 
 struct IndexEntry {

@@ -25,6 +25,7 @@ constexpr std::pair<std::uint64_t DeviceCounts::*, const char*> kCounts[] = {
     {&DeviceCounts::missed_by_late_wakeup, "missed_by_late_wakeup"},
     {&DeviceCounts::discarded, "discarded"},
     {&DeviceCounts::left_out, "left_out"},
+    {&DeviceCounts::undelivered, "undelivered"},
     {&DeviceCounts::last_good_usec, "last_good_usec"},
 };
 
@@ -49,7 +50,7 @@ std::string toJson(const CaptureHead& head) {
   for (const auto& [key, value] : head.options) options.push_back({asUtf8(key), asUtf8(value)});
   json schemas = json::array();
   for (const std::string& text : head.schemas) schemas.push_back(text);
-  return json{{"version", head.version},
+  json all = {{"version", head.version},
               {"schemas", schemas},
               {"schema_ids", head.schema_ids},
               {"source", asUtf8(head.source)},
@@ -62,8 +63,12 @@ std::string toJson(const CaptureHead& head) {
               {"start_monotonic_nsec", head.start.monotonic},
               {"interval_usec", head.interval_usec},
               {"clear_on_read", head.clear_on_read},
-              {"part", head.part}}
-      .dump();
+              {"part", head.part}};
+  if (!head.bus_source.empty()) {
+    all["bus_source"] = asUtf8(head.bus_source);
+    all["bus_run"] = head.bus_run;
+  }
+  return all.dump();
 }
 
 CaptureHead headFromJson(std::string_view text) {
@@ -90,6 +95,8 @@ CaptureHead headFromJson(std::string_view text) {
     head.interval_usec = all.value("interval_usec", std::uint64_t{0});
     head.clear_on_read = all.value("clear_on_read", false);
     head.part = all.value("part", std::uint32_t{0});
+    head.bus_source = all.value("bus_source", "");
+    head.bus_run = all.value("bus_run", "");
     return head;
   });
 }

@@ -26,6 +26,9 @@ struct CaptureHead {
   std::uint64_t interval_usec = 0;  // between two samples; 0: not known
   bool clear_on_read = false;       // each sample is the increase since the previous one
   std::uint32_t part = 0;           // of a recording in several files, from 0
+  // Of a spool: the run that the events have on the message bus.
+  std::string bus_source;
+  std::string bus_run;  // 16 hexadecimal digits
 };
 
 // JSON in UTF-8. Texts that are not UTF-8 are written with \xhh in place of wrong bytes.

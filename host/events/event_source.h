@@ -34,6 +34,7 @@ struct DeviceCounts {
   std::uint64_t discarded = 0;              // read, and dropped before the host fetched them
   std::uint64_t last_good_usec = 0;         // time stamp of the last sample that was fetched
   std::uint64_t left_out = 0;               // batches without the device, whose read took too long
+  std::uint64_t undelivered = 0;            // read, but did not reach the message bus
   std::string last_failure{};               // text of the last failure
 
   bool operator==(const DeviceCounts&) const = default;

@@ -147,6 +147,9 @@ std::string describeMissing(const DeviceCounts& counts) {
   const auto add = [&](const std::string& part) { text += (text.empty() ? "" : "; ") + part; };
   for (const MissingCause& cause : missingCauses())
     if (counts.*cause.count > 0) add(fmt::format("{} {}", counts.*cause.count, cause.text));
+  if (counts.undelivered > 0)
+    add(fmt::format("{} undelivered, because the message bus did not take them",
+                    counts.undelivered));
   if (counts.left_out > 0)
     add(fmt::format("{} times left out of a batch, because its thread was still reading",
                     counts.left_out));

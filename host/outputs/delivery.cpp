@@ -50,7 +50,11 @@ void Delivery::redraw(RunStatus status) {
 void Delivery::end(RunStatus status) {
   watchHealth(status);
   health_.end();
-  for (Output* const output : outputs_) output->end(status);
+  for (Output* const output : outputs_) {
+    for (const Output* const one : outputs_)
+      one->addCounts(status.devices);  // also of those that have ended
+    output->end(status);
+  }
 }
 
 void Delivery::leave() {
@@ -58,6 +62,7 @@ void Delivery::leave() {
 }
 
 void Delivery::watchHealth(RunStatus& status) {
+  for (const Output* const output : outputs_) output->addCounts(status.devices);
   const DeviceFilter& filter = figures_.projection().devices();
   std::vector<DeviceCounts> chosen = status.devices;
   std::erase_if(chosen, [&](const DeviceCounts& one) { return !filter.passes(one.device); });

@@ -57,6 +57,9 @@ class Output {
   // series live as long as the run.
   virtual void event(const Event&, const Series&) {}
 
+  // Adds what the output itself has lost to the counts of the devices.
+  virtual void addCounts(std::vector<DeviceCounts>&) const {}
+
   // Called once at the beginning, and after each fetch.
   virtual void update(const RunStatus&) {}
 

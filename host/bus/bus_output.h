@@ -1,0 +1,44 @@
+// Sends the blocks of a run over a message bus.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "host/bus/batcher.h"
+#include "host/bus/bus_options.h"
+#include "host/bus/memory_store.h"
+#include "host/bus/publisher.h"
+#include "host/bus/sender.h"
+#include "host/bus/spool.h"
+#include "host/bus/undelivered.h"
+#include "host/outputs/output.h"
+
+namespace tev::host {
+
+class BusOutput final : public Output {
+ public:
+  // `head` describes the run for the files of a spool. `schema` must outlive this. Throws RunError.
+  BusOutput(const BusOptions& options, std::unique_ptr<Publisher> publisher,
+            const CaptureHead& head, const SchemaView& schema);
+
+  void blocks(Blocks blocks) override;
+  void update(const RunStatus& status) override;
+  void end(const RunStatus& status) override;
+  void leave() override;
+  void addCounts(std::vector<DeviceCounts>& counts) const override { undelivered_.addTo(counts); }
+
+  SenderTotals totals() const { return sender_.totals(); }
+
+  // A line for the summary of the run.
+  std::string summary() const;
+
+ private:
+  std::string name_;  // of the bus
+  Undelivered undelivered_;
+  Sender sender_;
+  Batcher batcher_;
+};
+
+}  // namespace tev::host

@@ -1,0 +1,39 @@
+// Keeps batches in memory.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <string>
+#include <unordered_map>
+
+#include "host/bus/batch_store.h"
+
+namespace tev::host {
+
+class MemoryStore final : public BatchStore {
+ public:
+  // At most `most_bytes` of event blocks. When there is no room, the oldest batch is given up, but
+  // not one that was handed out.
+  MemoryStore(std::size_t most_bytes, Dropped dropped);
+
+  void push(Batch batch) override;
+  std::optional<StoredBatch> next() override;
+  void done(std::uint64_t number) override;
+  void close() override;
+  bool isEmpty() const override { return waiting_.empty() && handed_out_.empty(); }
+  std::string leftText() const override { return ""; }
+
+ private:
+  void dropOldest();
+
+  std::size_t most_bytes_;
+  Dropped dropped_;
+  std::deque<Batch> waiting_;
+  std::unordered_map<std::uint64_t, Batch> handed_out_;  // by number
+  std::size_t bytes_ = 0;                                // of all
+  std::uint64_t next_number_ = 0;
+};
+
+}  // namespace tev::host

@@ -1,0 +1,196 @@
+#include "host/bus/sender.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+#include "host/support/errors.h"
+#include "host/support/log.h"
+
+namespace tev::host {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// What is handed over cannot be given up in favour of newer batches, so it is little.
+constexpr std::size_t kMostInFlight = 64;                         // messages
+constexpr std::size_t kMostBytesInFlight = std::size_t{4} << 20;  // bytes of their values
+constexpr std::chrono::milliseconds kPatience{20};                // for reports
+constexpr std::chrono::milliseconds kRestartPause{1000};
+
+}  // namespace
+
+Sender::Sender(std::unique_ptr<Publisher> publisher, std::unique_ptr<BatchStore> store,
+               BatchStore::Dropped refused)
+    : publisher_(std::move(publisher)),
+      refused_(std::move(refused)),
+      store_(std::move(store)),
+      thread_([this] { work(); }) {}
+
+Sender::~Sender() {
+  finish(std::chrono::milliseconds::zero(), [] { return true; });
+}
+
+void Sender::push(Batch batch) {
+  const std::lock_guard lock(mutex_);
+  store_->push(std::move(batch));
+}
+
+void Sender::finish(std::chrono::milliseconds patience, const std::function<bool()>& interrupted) {
+  if (!thread_.joinable()) return;
+  const auto end = Clock::now() + patience;
+  {
+    std::unique_lock lock(mutex_);
+    while (!store_->isEmpty() && !has_ended_ && Clock::now() < end) {
+      lock.unlock();
+      const bool is_interrupted = interrupted();
+      lock.lock();
+      if (is_interrupted) break;
+      changed_.wait_for(lock, kPatience);
+    }
+    is_ending_ = true;
+  }
+  thread_.join();
+  const std::lock_guard lock(mutex_);
+  store_->close();
+}
+
+SenderTotals Sender::totals() const {
+  const std::lock_guard lock(mutex_);
+  return totals_;
+}
+
+std::string Sender::leftText() const {
+  const std::lock_guard lock(mutex_);
+  return store_->leftText();
+}
+
+void Sender::work() {
+  try {
+    workUntilTheEnd();
+  } catch (const std::exception& error) {  // sampling goes on without the bus
+    Log::instance().say(
+        fmt::format("tev-host: sending to {} has ended: {}", publisher_->name(), error.what()));
+  }
+  const std::lock_guard lock(mutex_);
+  has_ended_ = true;
+  changed_.notify_all();
+}
+
+void Sender::workUntilTheEnd() {
+  for (;;) {
+    {
+      const std::lock_guard lock(mutex_);
+      if (is_ending_) return;
+    }
+    fill();
+    sendAll();
+    publisher_->poll(kPatience, [this](const DeliveryReport& report) { take(report); });
+    if (publisher_->hasFailed()) restart();
+    showConnection();
+  }
+}
+
+bool Sender::isFull() const {
+  return in_flight_.size() >= kMostInFlight || in_flight_bytes_ >= kMostBytesInFlight;
+}
+
+void Sender::fill() {
+  while (!isFull()) {
+    std::optional<StoredBatch> stored;
+    {
+      const std::lock_guard lock(mutex_);
+      stored = store_->next();
+    }
+    if (!stored) return;
+    addSchemas(*stored->batch.schemas);
+    InFlight one;
+    one.number = next_number_++;
+    one.message = writer_.write(stored->batch);
+    one.stored = std::move(*stored);
+    in_flight_bytes_ += one.message.value.size();
+    in_flight_.push_back(std::move(one));
+  }
+}
+
+// A schema goes before the first batch that needs it.
+void Sender::addSchemas(const RunSchemas& schemas) {
+  for (std::size_t i = 0; i < schemas.ids.size(); ++i) {
+    if (schemas.texts[i].empty() || !schemas_.insert(schemas.ids[i]).second) continue;
+    InFlight one;
+    one.number = next_number_++;
+    one.schema = SchemaText{schemas.ids[i], schemas.texts[i]};
+    in_flight_.push_back(std::move(one));
+  }
+}
+
+void Sender::sendAll() {
+  for (InFlight& one : in_flight_) {
+    if (one.is_sent) continue;
+    one.is_sent = one.schema ? publisher_->sendSchema(one.number, one.schema->id, one.schema->text)
+                             : publisher_->send(one.number, one.message);
+    if (!one.is_sent) return;
+  }
+}
+
+void Sender::take(const DeliveryReport& report) {
+  const auto found = std::ranges::find(in_flight_, report.number, &InFlight::number);
+  if (found == in_flight_.end()) return;
+  if (report.outcome == DeliveryReport::Outcome::unknown) {
+    found->is_sent = false;
+    return;
+  }
+  const InFlight one = std::move(*found);
+  in_flight_.erase(found);
+  in_flight_bytes_ -= one.message.value.size();
+  if (report.outcome == DeliveryReport::Outcome::refused) refuse(one, report.problem);
+  if (one.schema) return;
+  const std::lock_guard lock(mutex_);
+  store_->done(one.stored.number);
+  if (report.outcome == DeliveryReport::Outcome::refused) {
+    totals_.refused_events += one.stored.batch.events;
+  } else {
+    ++totals_.messages;
+    totals_.events += one.stored.batch.events;
+    totals_.bytes += one.message.value.size();
+  }
+  changed_.notify_all();
+}
+
+void Sender::refuse(const InFlight& one, const std::string& problem) {
+  if (!std::exchange(said_refused_, true))
+    Log::instance().say(fmt::format("tev-host: {} do not take {}: {}", publisher_->name(),
+                                    one.schema ? "the schema" : "a batch of events", problem));
+  if (!one.schema) refused_(one.stored.batch);
+}
+
+void Sender::restart() {
+  try {
+    publisher_->restart();
+  } catch (const RunError& error) {
+    Log::instance().say(fmt::format("tev-host: {}", error.what()));
+    std::this_thread::sleep_for(kRestartPause);
+    return;
+  }
+  for (InFlight& one : in_flight_) one.is_sent = false;
+}
+
+void Sender::showConnection() {
+  const bool is_connected = publisher_->isConnected();
+  if (is_connected == !disconnected_) return;
+  if (is_connected) {
+    const std::chrono::duration<double> lasted = Clock::now() - *disconnected_;
+    Log::instance().say(fmt::format("tev-host: {} answer again, after {:.1f} s", publisher_->name(),
+                                    lasted.count()));
+    disconnected_.reset();
+  } else {
+    Log::instance().say(fmt::format("tev-host: {} cannot be reached", publisher_->name()));
+    disconnected_ = Clock::now();
+  }
+  const std::lock_guard lock(mutex_);
+  totals_.is_connected = is_connected;
+}
+
+}  // namespace tev::host

@@ -1,0 +1,285 @@
+#include "host/bus/spool.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "host/support/errors.h"
+#include "host/support/log.h"
+#include "host/support/short_number.h"
+#include "host/support/text.h"
+
+namespace tev::host {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::uint64_t kFileBytes = std::uint64_t{4} << 20;  // then the next file is begun
+constexpr std::size_t kDigits = 12;                           // of a file's name
+constexpr const char* kExtension = ".tevcap";
+
+// The number in the name of a spool's file; nothing for other files.
+std::optional<std::uint64_t> numberOf(const fs::path& path) {
+  const std::string digits = path.stem().string();
+  if (path.extension() != kExtension || digits.size() < kDigits) return std::nullopt;
+  std::uint64_t number = 0;
+  const char* const end = digits.data() + digits.size();
+  const auto [last, error] = std::from_chars(digits.data(), end, number);
+  if (error != std::errc() || last != end) return std::nullopt;
+  return number;
+}
+
+}  // namespace
+
+Spool::Spool(SpoolOptions options, CaptureHead head, Dropped dropped)
+    : options_(std::move(options)), head_(std::move(head)), dropped_(std::move(dropped)) {
+  std::error_code error;
+  fs::create_directories(options_.folder, error);
+  lock();
+  try {
+    findFiles();
+  } catch (const fs::filesystem_error& failure) {
+    ::close(lock_);
+    throw RunError(fmt::format("cannot read the spool {}: {}", asPrintable(options_.folder),
+                               failure.code().message()));
+  }
+}
+
+Spool::~Spool() {
+  ::close(lock_);
+}
+
+void Spool::lock() {
+  const std::string path = (fs::path(options_.folder) / "lock").string();
+  lock_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  if (lock_ < 0)
+    throw RunError(fmt::format("cannot use the spool {}: {}", asPrintable(options_.folder),
+                               std::generic_category().message(errno)));
+  if (flock(lock_, LOCK_EX | LOCK_NB) == 0) return;
+  ::close(lock_);
+  throw RunError(fmt::format("the spool {} is used by another run", asPrintable(options_.folder)));
+}
+
+void Spool::findFiles() {
+  for (const fs::directory_entry& entry : fs::directory_iterator(options_.folder)) {
+    const auto number = numberOf(entry.path());
+    if (!number || !entry.is_regular_file()) continue;
+    files_.push_back({.number = *number, .bytes = entry.file_size()});
+    bytes_ += files_.back().bytes;
+  }
+  std::ranges::sort(files_, {}, &File::number);
+}
+
+std::string Spool::pathOf(std::uint64_t number) const {
+  return (fs::path(options_.folder) / fmt::format("{:0{}}{}", number, kDigits, kExtension))
+      .string();
+}
+
+void Spool::push(Batch batch) {
+  if (write(batch)) return;
+  // The disk may be full of old files.
+  if (files_.size() > 1 && giveUpOldest() && write(batch)) return;
+  dropped_(batch);
+}
+
+bool Spool::write(const Batch& batch) {
+  try {
+    if (!writer_ || writer_->size() >= kFileBytes) beginFile(batch);
+    const std::uint64_t before = writer_->size();
+    writer_->writeNumbers({batch.first, batch.events});
+    writer_->writeEvents(batch.blocks, batch.first_usec, batch.last_usec);
+    files_.back().bytes = writer_->size();
+    bytes_ += writer_->size() - before;
+    ++unread_;
+    said_.clear();
+  } catch (const RunError& error) {
+    sayOnce(error.what());
+    return false;
+  }
+  while (bytes_ > options_.most_bytes && files_.size() > 1 && giveUpOldest()) {
+  }
+  return true;
+}
+
+void Spool::beginFile(const Batch& batch) {
+  endFile();
+  const std::uint64_t number = files_.empty() ? 1 : files_.back().number + 1;
+  head_.bus_source = batch.run.source;
+  head_.bus_run = runText(batch.run.start);
+  head_.schemas = batch.schemas->texts;
+  head_.schema_ids = batch.schemas->ids;
+  writer_ = std::make_unique<CaptureFile>(pathOf(number), head_);
+  files_.push_back({.number = number, .bytes = writer_->size()});
+  bytes_ += writer_->size();
+  unread_ = 0;
+}
+
+// The rest of the last file is read like that of an older one.
+void Spool::endFile() {
+  const std::unique_ptr<CaptureFile> writer = std::exchange(writer_, nullptr);
+  if (!writer) return;
+  const std::uint64_t before = writer->size();
+  try {
+    writer->finish();
+  } catch (const RunError& error) {  // its batches can be read without the index
+    sayOnce(error.what());
+  }
+  files_.back().bytes = writer->size();
+  bytes_ += writer->size() - before;
+}
+
+std::optional<StoredBatch> Spool::next() {
+  for (;;) {
+    const auto file = std::ranges::find(files_, false, &File::is_read);
+    if (file == files_.end() || (isWritten(*file) && unread_ == 0)) return std::nullopt;
+    if (auto batch = readFrom(*file)) {
+      if (isWritten(*file)) --unread_;
+      ++file->in_use;
+      handed_out_.emplace(next_number_, file->number);
+      return StoredBatch{next_number_++, *std::move(batch)};
+    }
+    reader_.reset();
+    if (isWritten(*file)) endFile();  // what was written cannot be read
+    file->is_read = true;
+    removeDone();
+  }
+}
+
+// Nothing when the file has been read to its end.
+std::optional<Batch> Spool::readFrom(File& file) {
+  try {
+    if (!reader_) {
+      auto reader = std::make_unique<ChunkReader>(pathOf(file.number));
+      const CaptureHead head = reader->readHead();
+      run_ = {head.bus_source, runFromText(head.bus_run)};
+      auto schemas = std::make_shared<RunSchemas>();
+      schemas->ids = head.schema_ids;
+      schemas->texts = head.schemas;
+      if (run_.source.empty() || schemas->ids.size() != schemas->texts.size())
+        throw RunError("it is not the file of a spool");
+      schemas_ = std::move(schemas);
+      numbers_.reset();
+      reader_ = std::move(reader);
+    }
+    reader_->refresh();
+    return nextBatch(*reader_);
+  } catch (const RunError& error) {
+    giveUp(file, error.what());
+    return std::nullopt;
+  }
+}
+
+std::optional<Batch> Spool::nextBatch(ChunkReader& reader) {
+  while (reader.peek()) {
+    const auto chunk = reader.take();
+    if (!chunk) {
+      numbers_.reset();
+      continue;
+    }
+    if (chunk->header.kind == ChunkKind::numbers && chunk->body.size() == sizeof(EventNumbers)) {
+      std::memcpy(&numbers_.emplace(), chunk->body.data(), sizeof(EventNumbers));
+    } else if (chunk->header.kind == ChunkKind::events && numbers_) {
+      const EventNumbers numbers = *std::exchange(numbers_, std::nullopt);
+      return Batch{.run = run_,
+                   .schemas = schemas_,
+                   .first = numbers.first,
+                   .events = numbers.events,
+                   .first_usec = chunk->header.first_usec,
+                   .last_usec = chunk->header.last_usec,
+                   .blocks = {chunk->body.begin(), chunk->body.end()}};
+    }
+  }
+  for (const Damage& damage : reader.damages())
+    if (!damage.is_cut_off)
+      sayOnce(fmt::format("{} is damaged at byte {}: {} bytes are not sent",
+                          asPrintable(reader.path()), damage.offset, damage.bytes));
+  return std::nullopt;
+}
+
+// The file stays for a person to look at.
+void Spool::giveUp(File& file, const std::string& problem) {
+  const std::string path = pathOf(file.number);
+  const std::string kept = path + ".damaged";
+  Log::instance().say(fmt::format("tev-host: {}; its events are not sent, and it is now {}",
+                                  problem, asPrintable(kept)));
+  if (rename(path.c_str(), kept.c_str()) == 0) bytes_ -= std::exchange(file.bytes, 0);
+}
+
+// The batches that were not handed out are counted before the file is removed. False when the
+// oldest file is still written.
+bool Spool::giveUpOldest() {
+  File& file = files_.front();
+  if (isWritten(file)) return false;
+  sayOnce(fmt::format("the spool {} is full: the oldest events are given up",
+                      asPrintable(options_.folder)));
+  if (!file.is_read) {
+    while (const auto batch = readFrom(file)) dropped_(*batch);
+    reader_.reset();
+  }
+  remove(file);
+  files_.pop_front();
+  return true;
+}
+
+void Spool::done(std::uint64_t number) {
+  const auto found = handed_out_.find(number);
+  if (found == handed_out_.end()) return;
+  const auto file = std::ranges::find(files_, found->second, &File::number);
+  handed_out_.erase(found);
+  if (file == files_.end()) return;  // it was given up
+  --file->in_use;
+  removeDone();
+}
+
+void Spool::removeDone() {
+  std::erase_if(files_, [this](const File& file) {
+    const bool is_done = file.is_read && file.in_use == 0;
+    if (is_done) remove(file);
+    return is_done;
+  });
+}
+
+void Spool::remove(const File& file) {
+  bytes_ -= file.bytes;
+  const std::string path = pathOf(file.number);
+  if (unlink(path.c_str()) != 0 && errno != ENOENT)
+    sayOnce(fmt::format("cannot remove {}: {}", asPrintable(path),
+                        std::generic_category().message(errno)));
+}
+
+void Spool::close() {
+  const bool is_done = writer_ && unread_ == 0 && files_.back().in_use == 0;
+  endFile();
+  if (!is_done) return;
+  remove(files_.back());
+  files_.pop_back();
+}
+
+bool Spool::isEmpty() const {
+  return handed_out_.empty() && std::ranges::all_of(files_, [this](const File& file) {
+           return file.is_read || (isWritten(file) && unread_ == 0);
+         });
+}
+
+std::string Spool::leftText() const {
+  if (isEmpty()) return "";
+  return fmt::format("{}B in {} stay for the next run", shortNumber(static_cast<double>(bytes_)),
+                     asPrintable(options_.folder));
+}
+
+// The same problem again and again is one line.
+void Spool::sayOnce(const std::string& problem) {
+  if (std::exchange(said_, problem) != problem) Log::instance().say("tev-host: " + problem);
+}
+
+}  // namespace tev::host
