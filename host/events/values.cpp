@@ -99,6 +99,10 @@ std::string_view textOf(const Column& column, const std::uint8_t* event) {
   return {text, strnlen(text, column.count)};
 }
 
+double numberOf(const Column& column, const std::uint8_t* event) {
+  return withElement(column, event, 0, [](auto value) { return static_cast<double>(value); });
+}
+
 bool isFinite(const Column& column, const std::uint8_t* event, std::size_t element) {
   return withElement(column, event, element,
                      [](auto value) { return std::isfinite(static_cast<double>(value)); });

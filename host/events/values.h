@@ -32,6 +32,9 @@ inline std::uint64_t unsignedOf(const Column& column, const std::uint8_t* event)
   return value;
 }
 
+// The value of a column of one element that is not text. Large integers lose their last digits.
+double numberOf(const Column& column, const std::uint8_t* event);
+
 // False for infinities and for "not a number".
 bool isFinite(const Column& column, const std::uint8_t* event, std::size_t element);
 

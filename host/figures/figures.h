@@ -62,6 +62,11 @@ class Figures {
   // The index of the track of a projected column; -1: it is not followed.
   int trackOf(const TypeView& type, const Column& column) const;
 
+  // What is known of the kind of a track's field by now.
+  FieldKind kindOf(const TypeView& type, std::size_t track) const {
+    return judges_[followed_[type.number][track].judge].kind();
+  }
+
  private:
   struct Followed {
     const Column* column;

@@ -25,6 +25,8 @@ struct RunStatus {
   std::vector<std::string> notes;        // recent log lines, oldest first
   std::string hang;                      // what the source waits for; empty: nothing
   std::optional<double> silent_seconds;  // since then, the source does not answer
+  std::uint64_t fetches = 0;             // so far
+  double fetch_seconds = 0;              // that the source took for all calls so far
   int source_thread = 0;                 // id of the host's own thread in the source; 0: none
 };
 
