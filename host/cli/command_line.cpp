@@ -95,6 +95,14 @@ void readCapture(const CaptureOptions& capture, const CLI::App& command, RunOpti
   if (!capture.path.empty()) run.capture = capture;
 }
 
+void readPrometheus(const Given& given, RunOptions& run) {
+  if (given.prometheus_peak && !given.prometheus)
+    throw UsageError("--prometheus-peak needs --prometheus");
+  if (!given.prometheus) return;
+  run.prometheus = PrometheusOptions{.address = *given.prometheus};
+  if (given.prometheus_peak) run.prometheus->peak = *given.prometheus_peak;
+}
+
 // `top` shows a plug-in or files, and each has its own options.
 void expectOneSource(const CLI::App& top, bool plays_files) {
   for (const char* const option : {"--plugin", "--option", "--simulate", "--link-speed"})
@@ -128,6 +136,7 @@ void addRunOptions(const RunOptions& whole, RunOptions& check) {
   check.rates = whole.rates;
   check.window = whole.window;
   check.capture = whole.capture;
+  check.prometheus = whole.prometheus;
 }
 
 }  // namespace
@@ -180,6 +189,7 @@ void Parser::readRest() {
     throw UsageError("--rates and --window exclude each other");
   expectFormat(line.run, line.command);
   readCapture(given.capture, command(), line.run);
+  readPrometheus(given, line.run);
   if (line.decode.span.from_usec >= line.decode.span.to_usec)
     throw UsageError("--from must be before --to");
   if (line.command == Command::top) expectOneSource(command(), !line.decode.files.empty());

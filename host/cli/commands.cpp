@@ -9,6 +9,7 @@
 #include "host/cli/help_text.h"
 #include "host/cli/option_groups.h"
 #include "host/cli/option_values.h"
+#include "host/cli/version_text.h"
 
 namespace tev::host {
 namespace {
@@ -21,6 +22,7 @@ void addRun(CLI::App& command, CommandLine& line, Given& given) {
   addPluginOptions(command, line.run.plugin, given);
   addWritingOptions(command, line.run);
   addCaptureOptions(command, given.capture);
+  addPrometheusOptions(command, given);
   addSelection(command, line.run);
   command
       .add_flag("--strict", line.run.strict,
@@ -133,7 +135,7 @@ constexpr Row kCommands[] = {
 void describeProgram(CLI::App& app, CommandLine& line, Given& given) {
   app.name("tev-host");
   app.description(kProgramText);
-  app.set_version_flag("--version", "tev-host " TEV_VERSION);
+  app.set_version_flag("--version", versionText());
   app.require_subcommand(1);
   app.get_formatter()->column_width(28);
   app.option_defaults()->take_last();

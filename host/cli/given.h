@@ -1,9 +1,11 @@
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 
 #include "host/capture/capture_options.h"
+#include "host/metrics/listen_address.h"
 
 namespace tev::host {
 
@@ -14,6 +16,8 @@ struct Given {
   std::string scenario;
   std::string log_level;
   CaptureOptions capture;
+  std::optional<ListenAddress> prometheus;
+  std::optional<std::chrono::seconds> prometheus_peak;
 };
 
 }  // namespace tev::host

@@ -23,6 +23,8 @@ constexpr Example kExamples[] = {
      "what would be sampled, how fast the counters move, and how long a pass takes"},
     {"run --simulate --format none --capture run.tevcap --duration 5",
      "a recording of five seconds"},
+    {"run --simulate --format none --prometheus 9464",
+     "the latest figures for Prometheus, at http://127.0.0.1:9464/metrics"},
     {"info run.tevcap", "what the recording says about itself, and what is missing in it"},
     {"decode run.tevcap --format csv --window 1000",
      "its figures per second, as a table for a script"},

@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::uint64_t kMaxUpdate = 86'400'000;  // milliseconds: a day
 constexpr std::uint64_t kMaxKept = 1'000'000;     // files
+constexpr std::uint64_t kMaxPeak = 3600;          // seconds
 
 std::string formatHelp() {
   std::string help = outputFormatNames() + " (default: table on a terminal, else jsonl)";
@@ -169,6 +170,21 @@ void addCaptureOptions(CLI::App& command, CaptureOptions& capture) {
           "update (each --update)")
           ->type_name("POLICY"),
       {"none", "file", "update"});
+}
+
+void addPrometheusOptions(CLI::App& command, Given& given) {
+  addParsed(command, "--prometheus", given.prometheus, metricsAddress,
+            "Also serve the latest figures to Prometheus, at http://ADDRESS:PORT/metrics; a port "
+            "alone is on loopback, and 0 is any free port")
+      ->type_name("ADDRESS:PORT");
+  addParsed(
+      command, "--prometheus-peak", given.prometheus_peak,
+      [](const char* name, const std::string& text) {
+        return std::chrono::seconds(wholeNumber(name, text, kMaxPeak));
+      },
+      "With --prometheus: the highest rate of any single sample, and the smallest and the largest "
+      "value of a gauge, are those of the last N seconds, at most 3600 (default 60)")
+      ->type_name("N");
 }
 
 void addWritingOptions(CLI::App& command, RunOptions& options) {

@@ -30,5 +30,6 @@ void addSelection(CLI::App& command, RunOptions& options);
 void addTimeSpan(CLI::App& command, TimeSpan& span);
 void addWritingOptions(CLI::App& command, RunOptions& options);
 void addCaptureOptions(CLI::App& command, CaptureOptions& capture);
+void addPrometheusOptions(CLI::App& command, Given& given);
 
 }  // namespace tev::host

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "host/metrics/exporter.h"
 #include "host/support/errors.h"
 #include "host/support/option_text.h"
 
@@ -58,6 +59,16 @@ std::uint64_t pageSize(const char* option, const std::string& text) {
   if (bytes < kLeastPage || bytes > kMostPage)
     refuse(option, text, "from 256K to 512M is possible");
   return bytes;
+}
+
+ListenAddress metricsAddress(const char* option, const std::string& text) {
+  if (!Exporter::isBuilt()) throw UsageError("tev-host was built without Prometheus");
+  const auto address = listenAddressFrom(text);
+  if (!address)
+    refuse(option, text,
+           "a port, or ADDRESS:PORT with an IP address, is needed: 9464, 192.0.2.1:9464 or "
+           "[::1]:9464");
+  return *address;
 }
 
 CaptureSync captureSync(const char* option, const std::string& text) {

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "host/capture/capture_options.h"
+#include "host/metrics/listen_address.h"
 #include "host/outputs/formats.h"
 #include "host/screen/symbols.h"
 
@@ -26,6 +27,9 @@ double playSpeed(const char* option, const std::string& text);
 
 // In bytes.
 std::uint64_t pageSize(const char* option, const std::string& text);
+
+// Also refuses the option when the build lacks what it needs.
+ListenAddress metricsAddress(const char* option, const std::string& text);
 
 CaptureSync captureSync(const char* option, const std::string& text);
 

@@ -22,6 +22,7 @@
 #include "host/commands/summary.h"
 #include "host/commands/writing.h"
 #include "host/figures/figures.h"
+#include "host/metrics/metrics_output.h"
 #include "host/outputs/delivery.h"
 #include "host/outputs/record_marks.h"
 #include "host/plugin/plugin_source.h"
@@ -76,6 +77,14 @@ std::unique_ptr<JitterMeter> jitterMeterFor(const RunOptions& options, const Pro
   if (interval == 0)
     throw UsageError(fmt::format("--jitter needs an interval: {} is 0", kSampleIntervalKey));
   return std::make_unique<JitterMeter>(projection, interval);
+}
+
+std::unique_ptr<MetricsOutput> makeMetrics(const RunOptions& options, const Figures& figures,
+                                           std::uint64_t silence_usec, JitterMeter* jitter) {
+  if (!options.prometheus) return nullptr;
+  auto metrics = std::make_unique<MetricsOutput>(*options.prometheus, figures, silence_usec);
+  if (jitter) jitter->leaveOut(metrics->threads());
+  return metrics;
 }
 
 // A plug-in that counts samples reports the names of its devices before the first event.
@@ -158,8 +167,11 @@ int run(const RunOptions& options) {
   const auto capture =
       makeCapture(options, source, intervalUsec(options, source.options()), counting.clear_on_read);
   if (capture) outputs.insert(outputs.begin(), capture.get());  // created before others truncate
-  Delivery delivery(source.schema(), outputs, figures, options.samples,
-                    silenceUsec(intervalUsec(options, source.options()), options.update));
+  const std::uint64_t silence_usec =
+      silenceUsec(intervalUsec(options, source.options()), options.update);
+  const auto metrics = makeMetrics(options, figures, silence_usec, jitter.get());
+  if (metrics) outputs.push_back(metrics.get());
+  Delivery delivery(source.schema(), outputs, figures, options.samples, silence_usec);
   delivery.begin();
 
   Sampling sampling(options, source, delivery, figures, written->interaction());

@@ -8,6 +8,7 @@
 #include "host/capture/capture_options.h"
 #include "host/events/projection.h"
 #include "host/figures/counting_options.h"
+#include "host/metrics/prometheus_options.h"
 #include "host/outputs/formats.h"
 #include "host/plugin/plugin_options.h"
 #include "host/screen/symbols.h"
@@ -23,6 +24,7 @@ struct RunOptions {
   std::optional<SymbolSet> symbols;      // of the screen; nothing: depends on the terminal
   const OutputFormat* format = nullptr;  // null: depends on where the output goes
   std::optional<CaptureOptions> capture;
+  std::optional<PrometheusOptions> prometheus;
   std::string output;  // path; empty: standard output
   std::optional<std::chrono::nanoseconds> duration;
   std::optional<std::uint64_t> samples;

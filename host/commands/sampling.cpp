@@ -65,6 +65,7 @@ void Sampling::fetchUntilTheEnd() {
         return isOver();
       });
     });
+    ++fetches_;
     delivery_.update(status());
     announcements_.say();
   }
@@ -74,11 +75,16 @@ void Sampling::fetchUntilTheEnd() {
 bool Sampling::ask(const std::function<bool()>& call) {
   asked_ = Clock::now();
   const bool result = call();
-  asked_.reset();
+  noteAnswer();
   // After the end of the run, the call was possibly interrupted.
   if (!isOver() && std::exchange(said_silent_, false))
     Log::instance().say("tev-host: the plug-in answers again");
   return result;
+}
+
+void Sampling::noteAnswer() {
+  if (asked_) answering_ += Clock::now() - *asked_;
+  asked_.reset();
 }
 
 bool Sampling::stopSource() {
@@ -103,7 +109,7 @@ void Sampling::drain() {
 
 // The events are taken while the source waits.
 void Sampling::take(Blocks blocks) {
-  asked_.reset();
+  noteAnswer();
   delivery_.take(blocks);
   asked_ = Clock::now();
 }
@@ -180,6 +186,8 @@ RunStatus Sampling::status() {
   for (const DeviceCounts& one : status.devices) status.lost_samples += one.lost;
   if (status.lost_samples > 0) warnOfLoss();
   status.notes = Log::instance().lastHeldBack(kNotes);
+  status.fetches = fetches_;
+  status.fetch_seconds = std::chrono::duration<double>(answering_).count();
   status.source_thread = source_.threadId();
   status.silent_seconds = silentSeconds();
   status.hang =

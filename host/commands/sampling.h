@@ -37,6 +37,7 @@ class Sampling {
 
   void fetchUntilTheEnd();
   bool ask(const std::function<bool()>& call);
+  void noteAnswer();
   void take(Blocks blocks);
   void drain();
   std::optional<double> silentSeconds() const;
@@ -62,6 +63,8 @@ class Sampling {
   std::optional<Clock::time_point> reader_is_last_since_;  // the run is over, apart from the reader
   bool said_stalled_ = false;
   std::optional<Clock::time_point> asked_;  // the source, which has not answered since then
+  Clock::duration answering_{};             // how long the source has taken for its answers
+  std::uint64_t fetches_ = 0;
   bool said_silent_ = false;
   Clock::time_point last_redraw_;
 };

@@ -53,6 +53,7 @@ JitterMeter::Reading JitterMeter::read(const RunStatus& status) {
                   .threads = threadTimes()};
   for (const pid_t own : {gettid(), reference_.threadId(), status.source_thread})
     reading.threads.erase(own);
+  for (const pid_t other : others_) reading.threads.erase(other);
   return reading;
 }
 
