@@ -6,10 +6,12 @@
 #include "host/commands/decode.h"
 #include "host/commands/plot.h"
 #include "host/commands/run_options.h"
+#include "host/kafka/settings.h"
+#include "host/kafka/topic_plan.h"
 
 namespace tev::host {
 
-enum class Command { run, top, decode, info, plot, check, schema, options, answered };
+enum class Command { run, top, decode, info, plot, check, schema, options, topics, answered };
 
 struct CommandLine {
   Command command = Command::answered;  // help or version, which the parser has printed
@@ -17,6 +19,8 @@ struct CommandLine {
   CheckOptions check;
   DecodeOptions decode;
   PlotOptions plot;
+  KafkaOptions kafka;
+  TopicsOptions topics;
   bool markdown = false;  // of the command options
 };
 

@@ -108,6 +108,28 @@ void addOptions(CLI::App& command, CommandLine& line, Given& given) {
   command.add_flag("--markdown", line.markdown, "Print a Markdown table")->disable_flag_override();
 }
 
+void addTopics(CLI::App& command, CommandLine& line, Given&) {
+  addKafkaOptions(command, line.kafka);
+  command.get_option("--kafka")->required();
+  command.get_option("--topic")->required();
+  addParsed(command, "--partitions", line.topics.partitions, partitionCount,
+            "Number of partitions, which is the largest number of workers (default 12)")
+      ->type_name("N");
+  addParsed(command, "--replication", line.topics.replicas, replicaCount,
+            "Number of brokers that keep a copy; with 3 or more, one may be missing (default 3)")
+      ->type_name("N");
+  addParsed(command, "--retention", line.topics.retention, retentionTime,
+            "How long the events are kept (s, m, h, d; default 24h)")
+      ->type_name("TIME");
+  command
+      .add_flag("--grow", line.topics.grow,
+                "Add partitions to an existing topic. Sources move to other partitions, so the "
+                "order of a source's events breaks once")
+      ->disable_flag_override();
+  command.add_flag("--dry-run", line.topics.dry_run, "Only show what would be created or changed")
+      ->disable_flag_override();
+}
+
 struct Row {
   Command command;
   const char* name;
@@ -128,6 +150,8 @@ constexpr Row kCommands[] = {
     {Command::schema, "schema", "Show the types of events that the plug-in would deliver",
      addSchema},
     {Command::options, "options", "Show the options that the plug-in describes", addOptions},
+    {Command::topics, "topics", "Create or check the Kafka topics of events and their schemas",
+     addTopics},
 };
 
 }  // namespace

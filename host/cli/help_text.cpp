@@ -34,6 +34,8 @@ constexpr Example kExamples[] = {
     {"run --simulate=run.tevcap --format csv", "the recorded incident again, through the plug-in"},
     {"schema --simulate", "the types of events of the simulated adapters"},
     {"options", "the options of the plug-in, with defaults and values"},
+    {"topics --kafka kafka1:9092,kafka2:9092 --topic tev --partitions 24 --retention 7d",
+     "the Kafka topics tev and tev.schemas"},
 };
 
 constexpr ExitMeaning kExitCodes[] = {

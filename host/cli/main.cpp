@@ -14,6 +14,7 @@
 #include "host/commands/plot.h"
 #include "host/commands/run.h"
 #include "host/commands/schema.h"
+#include "host/commands/topics.h"
 #include "host/plugin/plugin_thread.h"
 #include "host/support/errors.h"
 #include "host/support/stderr_text.h"
@@ -41,6 +42,8 @@ int dispatch(int argc, char** argv) {
       return showSchema(line.run);
     case Command::options:
       return showOptions(line.run.plugin.path, line.markdown);
+    case Command::topics:
+      return topics(line.kafka, line.topics);
     case Command::answered:
       break;
   }

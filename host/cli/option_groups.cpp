@@ -216,4 +216,31 @@ void addWritingOptions(CLI::App& command, RunOptions& options) {
       ->type_name("N");
 }
 
+void addKafkaOptions(CLI::App& command, KafkaOptions& kafka) {
+  addParsed(command, "--kafka", kafka.brokers, brokerList,
+            "Kafka brokers to begin with, separated by commas; the others are found through them")
+      ->type_name("HOST:PORT");
+  addParsed(command, "--topic", kafka.topic, topicName,
+            "Topic of the events; their schemas are in the topic NAME.schemas")
+      ->type_name("NAME");
+  command
+      .add_option_function<std::vector<std::string>>(
+          "--kafka-set",
+          [&kafka](const std::vector<std::string>& texts) {
+            for (const std::string& text : texts)
+              kafka.settings.push_back(kafkaSetting("--kafka-set", text));
+          },
+          "Setting of the Kafka client, as librdkafka names it; may be repeated; takes precedence "
+          "over --kafka-config")
+      ->type_name("KEY=VALUE")
+      ->expected(1)
+      ->allow_extra_args(false)
+      ->take_all();
+  command
+      .add_option("--kafka-config", kafka.settings_file,
+                  "Read settings of the Kafka client from this file, in lines KEY=VALUE; secrets "
+                  "belong there")
+      ->type_name("FILE");
+}
+
 }  // namespace tev::host

@@ -8,6 +8,7 @@
 #include "host/capture/capture_source.h"
 #include "host/cli/given.h"
 #include "host/commands/run_options.h"
+#include "host/kafka/settings.h"
 
 namespace tev::host {
 
@@ -31,5 +32,8 @@ void addTimeSpan(CLI::App& command, TimeSpan& span);
 void addWritingOptions(CLI::App& command, RunOptions& options);
 void addCaptureOptions(CLI::App& command, CaptureOptions& capture);
 void addPrometheusOptions(CLI::App& command, Given& given);
+
+// The brokers, the topic and the settings of the client.
+void addKafkaOptions(CLI::App& command, KafkaOptions& kafka);
 
 }  // namespace tev::host

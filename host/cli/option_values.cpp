@@ -2,9 +2,12 @@
 
 #include <fmt/format.h>
 
+#include <cstddef>
+#include <optional>
 #include <string_view>
 #include <utility>
 
+#include "host/kafka/settings.h"
 #include "host/metrics/exporter.h"
 #include "host/support/errors.h"
 #include "host/support/option_text.h"
@@ -18,6 +21,23 @@ constexpr std::uint64_t kMaxRotation = 365 * 86'400;            // seconds
 
 constexpr std::chrono::milliseconds kLeastMeasuring{100};
 constexpr std::chrono::hours kMostMeasuring{1};
+
+constexpr std::uint64_t kMostPartitions = 100'000;
+constexpr std::uint64_t kMostReplicas = 100;
+constexpr std::uint64_t kMaxRetention = std::uint64_t{3650} * 86'400;  // seconds
+
+// A whole number of seconds, minutes, hours or days; nothing without a unit.
+std::optional<std::chrono::seconds> timeWithUnit(const char* option, const std::string& text,
+                                                 std::uint64_t most) {
+  constexpr std::pair<char, int> kUnits[] = {{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86'400}};
+  for (const auto& [unit, length] : kUnits) {
+    if (!text.ends_with(unit)) continue;
+    const auto seconds = static_cast<std::uint64_t>(length);
+    const auto count = wholeNumber(option, text.substr(0, text.size() - 1), most / seconds);
+    return std::chrono::seconds(count * seconds);
+  }
+  return std::nullopt;
+}
 
 }  // namespace
 
@@ -78,19 +98,49 @@ CaptureSync captureSync(const char* option, const std::string& text) {
   refuse(option, text, "none, file or update is needed");
 }
 
-// A size ("100M"), or a time ("1h").
+std::string brokerList(const char* option, const std::string& text) {
+  constexpr std::string_view kBlanksAndCommas = " \t\r\n,";
+  if (text.find_first_not_of(kBlanksAndCommas) == std::string::npos)
+    refuse(option, text, "brokers are needed, like kafka1:9092,kafka2:9092");
+  return text;
+}
+
+std::string topicName(const char* option, const std::string& text) {
+  if (!isTopicName(text))
+    refuse(option, text, "up to 241 letters, digits, dots, underscores and hyphens are needed");
+  return text;
+}
+
+std::pair<std::string, std::string> kafkaSetting(const char* option, const std::string& text) {
+  const std::size_t equals = text.find('=');
+  if (equals == std::string::npos || equals == 0)
+    throw UsageError(fmt::format("{}: KEY=VALUE is needed, like linger.ms=50", option));
+  return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
+std::uint64_t partitionCount(const char* option, const std::string& text) {
+  return wholeNumber(option, text, kMostPartitions);
+}
+
+std::uint64_t replicaCount(const char* option, const std::string& text) {
+  return wholeNumber(option, text, kMostReplicas);
+}
+
+std::chrono::milliseconds retentionTime(const char* option, const std::string& text) {
+  try {
+    if (const auto time = timeWithUnit(option, text, kMaxRetention)) return *time;
+  } catch (const UsageError&) {  // it names the wrong text
+  }
+  refuse(option, text, "a time like 30m, 24h or 7d, of at most 3650 days, is needed");
+}
+
 void readRotation(const char* option, const std::string& text, CaptureOptions& capture) {
-  constexpr std::pair<char, int> kUnits[] = {{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86'400}};
   constexpr char kWanted[] = "a size like 100M or 2G, or a time like 30m or 12h, is needed";
   try {
-    for (const auto& [unit, length] : kUnits) {
-      if (!text.ends_with(unit)) continue;
-      const auto most = kMaxRotation / static_cast<std::uint64_t>(length);
-      const auto count = wholeNumber(option, text.substr(0, text.size() - 1), most);
-      capture.rotate_time = std::chrono::seconds(count * static_cast<std::uint64_t>(length));
-      return;
-    }
-    capture.rotate_bytes = byteSize(option, text);
+    if (const auto time = timeWithUnit(option, text, kMaxRotation))
+      capture.rotate_time = *time;
+    else
+      capture.rotate_bytes = byteSize(option, text);
   } catch (const UsageError&) {  // it names the wrong text, or only sizes
     refuse(option, text, fmt::format("{}; a time is at most 365 days", kWanted));
   }

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include "host/capture/capture_options.h"
 #include "host/metrics/listen_address.h"
@@ -32,6 +33,18 @@ std::uint64_t pageSize(const char* option, const std::string& text);
 ListenAddress metricsAddress(const char* option, const std::string& text);
 
 CaptureSync captureSync(const char* option, const std::string& text);
+
+std::string brokerList(const char* option, const std::string& text);
+std::string topicName(const char* option, const std::string& text);
+
+// KEY=VALUE. The text is not part of the error, because it may be a secret.
+std::pair<std::string, std::string> kafkaSetting(const char* option, const std::string& text);
+
+std::uint64_t partitionCount(const char* option, const std::string& text);
+std::uint64_t replicaCount(const char* option, const std::string& text);
+
+// With a unit ("24h").
+std::chrono::milliseconds retentionTime(const char* option, const std::string& text);
 
 // A size ("100M"), or a time ("1h").
 void readRotation(const char* option, const std::string& text, CaptureOptions& capture);

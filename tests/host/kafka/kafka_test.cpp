@@ -1,0 +1,220 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <librdkafka/rdkafka.h>
+#include <librdkafka/rdkafka_mock.h>
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/kafka/client.h"
+#include "host/kafka/settings.h"
+#include "host/kafka/topic_plan.h"
+#include "host/support/errors.h"
+#include "tests/host/process.h"
+#include "tests/support/temp_tree.h"
+
+namespace tev::host {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::Pair;
+
+// Brokers within this process.
+class MockBrokers {
+ public:
+  MockBrokers() {
+    rd_kafka_conf_t* const conf = rd_kafka_conf_new();
+    rd_kafka_conf_set(conf, "test.mock.num.brokers", "3", nullptr, 0);
+    rd_kafka_conf_set_log_cb(conf, nullptr);
+    handle_.reset(rd_kafka_new(RD_KAFKA_PRODUCER, conf, nullptr, 0));
+    cluster_ = rd_kafka_handle_mock_cluster(handle_.get());
+  }
+
+  rd_kafka_mock_cluster_t* cluster() { return cluster_; }
+  KafkaOptions options() const { return {rd_kafka_mock_cluster_bootstraps(cluster_), "", {}, ""}; }
+
+ private:
+  KafkaOwned<rd_kafka_t, rd_kafka_destroy> handle_;
+  rd_kafka_mock_cluster_t* cluster_;
+};
+
+// The error's text, or "" when the action succeeds.
+template <class Error, class Action>
+std::string errorOf(Action&& action) {
+  try {
+    action();
+  } catch (const Error& error) {
+    return error.what();
+  }
+  return "";
+}
+
+TEST(KafkaSettings, AreReadFromTheFileAndThenFromTheCommandLine) {
+  test::TempTree tree;
+  const std::string path =
+      tree.write("kafka.conf", "# a comment\r\n\n sasl.password = a=b #c \r\nlinger.ms=5");
+  const KafkaOptions options{"broker:9092", "tev", {{"linger.ms", "7"}}, path};
+  std::vector<std::pair<std::string, std::string>> found;
+  for (const KafkaSetting& setting : readKafkaSettings(options))
+    found.emplace_back(setting.key, setting.value);
+  EXPECT_THAT(found, ElementsAre(Pair("sasl.password", "a=b #c"), Pair("linger.ms", "5"),
+                                 Pair("linger.ms", "7")));
+}
+
+TEST(KafkaSettings, AreRefusedWithTheirPlaceAndWithoutTheirValue) {
+  struct Row {
+    std::string file;
+    std::vector<std::pair<std::string, std::string>> settings;
+    std::string message;
+  };
+  test::TempTree tree;
+  const Row rows[] = {
+      {"", {{"acks", "hidden"}}, "--kafka-set: acks cannot be set"},
+      {"", {{"topic.acks", "hidden"}}, "--kafka-set: topic.acks cannot be set"},
+      {"", {{"group.id", "hidden"}}, "--group names the group"},
+      {"", {{"sasl.password", "hidden"}}, "put it into a file for --kafka-config"},
+      {"", {{"ssl.key.pem", "hidden"}}, "put it into a file for --kafka-config"},
+      {"", {{"linger", "hidden"}}, "--kafka-set: Kafka has no setting linger"},
+      {"", {{"dr_msg_cb", "hidden"}}, "--kafka-set: dr_msg_cb cannot be set"},
+      {"linger.ms=1\n\nplugin.library.paths=hidden", {}, "kafka.conf:3: plugin.library.paths"},
+      {"# none\nhidden", {}, "kafka.conf:2: KEY=VALUE is needed"},
+      {"=hidden", {}, "kafka.conf:1: KEY=VALUE is needed"},
+      {"linger.ms=hidden", {}, "kafka.conf:1: linger.ms cannot be set"},
+  };
+  for (const Row& row : rows) {
+    KafkaOptions options{"127.0.0.1:1", "tev", row.settings, ""};
+    if (!row.file.empty()) options.settings_file = tree.write("kafka.conf", row.file);
+    const std::string message =
+        errorOf<UsageError>([&] { KafkaClient(RD_KAFKA_PRODUCER, options, {}); });
+    EXPECT_THAT(message, HasSubstr(row.message));
+    EXPECT_THAT(message, Not(HasSubstr("hidden")));
+  }
+}
+
+TEST(KafkaClient, HidesSecretsInTextsOfTheLibrary) {
+  test::TempTree tree;
+  const KafkaOptions options{
+      "127.0.0.1:1", "", {}, tree.write("kafka.conf", "sasl.password=abcabc\nclient.id=abc")};
+  const KafkaClient client(RD_KAFKA_PRODUCER, options, {});
+  EXPECT_EQ(client.withoutSecrets("abc abcabc, abcabcabc"), "abc ***, ***abc");
+}
+
+TEST(KafkaClient, FindsTopicsAndSaysWhyItCannot) {
+  MockBrokers brokers;
+  rd_kafka_mock_topic_create(brokers.cluster(), "tev", 4, 3);
+  rd_kafka_mock_topic_set_error(brokers.cluster(), "other",
+                                RD_KAFKA_RESP_ERR_UNKNOWN_TOPIC_OR_PART);
+  rd_kafka_mock_topic_set_error(brokers.cluster(), "closed",
+                                RD_KAFKA_RESP_ERR_TOPIC_AUTHORIZATION_FAILED);
+  KafkaClient client(RD_KAFKA_PRODUCER, brokers.options(), {});
+  client.connect();
+  const TopicLayout layout = client.expectTopic("tev");
+  EXPECT_EQ(layout.partitions, 4);
+  EXPECT_EQ(layout.replicas, 3);
+  EXPECT_TRUE(layout.has_all_leaders);
+  EXPECT_THAT(errorOf<RunError>([&] { client.expectTopic("other"); }),
+              HasSubstr("have no topic other: 'tev-host topics' creates it"));
+  EXPECT_THAT(errorOf<RunError>([&] { client.expectTopic("closed"); }),
+              HasSubstr("cannot use the topic closed: Broker: Topic authorization failed"));
+}
+
+TEST(KafkaClient, PassesOnWhatItsListenerThrows) {
+  struct Thrower : KafkaListener {
+    void delivered(const rd_kafka_message_t&) override { throw RunError("from the listener"); }
+  };
+  MockBrokers brokers;
+  rd_kafka_mock_topic_create(brokers.cluster(), "tev", 1, 1);
+  Thrower thrower;
+  KafkaClient client(RD_KAFKA_PRODUCER, brokers.options(), {}, &thrower);
+  rd_kafka_producev(client.handle(), RD_KAFKA_V_TOPIC("tev"), RD_KAFKA_V_END);
+  EXPECT_EQ(errorOf<RunError>([&] { client.poll(std::chrono::seconds(10)); }), "from the listener");
+}
+
+TEST(Topics, AreNotCreatedWithoutBrokers) {
+  const test::Result result = test::HostProcess("topics --kafka 127.0.0.1:1 --topic tev").finish();
+  EXPECT_EQ(result.exit, kExitFailed);
+  EXPECT_EQ(test::linesOf(result.err).size(), 1U);
+  EXPECT_THAT(result.err, HasSubstr("no Kafka broker answers at 127.0.0.1:1"));
+}
+
+TEST(Topics, OfAnotherShapeAreNeverShrunk) {
+  TopicsOptions options;
+  options.partitions = 6;
+  const WantedTopic wanted = wantedTopics("tev", options).front();
+  TopicState as_wanted{6, 3, {}, {}};
+  for (const TopicSetting& setting : wanted.settings)
+    as_wanted.settings[setting.key] = setting.value;
+
+  struct Row {
+    const char* what;
+    std::int32_t partitions;
+    std::int32_t replicas;
+    TopicSettings settings;  // that differ
+    bool grow;
+    std::int32_t grow_to;
+    TopicSettings alter;
+    std::size_t left;
+  };
+  const Row rows[] = {
+      {"as wanted", 6, 3, {}, true, 0, {}, 0},
+      {"fewer partitions", 4, 3, {}, false, 0, {}, 1},
+      {"fewer partitions, with --grow", 4, 3, {}, true, 6, {}, 0},
+      {"more partitions", 8, 3, {}, true, 0, {}, 1},
+      {"shorter retention",
+       6,
+       3,
+       {{"retention.ms", "1000"}},
+       false,
+       0,
+       {{"retention.ms", "86400000"}},
+       0},
+      {"longer retention", 6, 3, {{"retention.ms", "86400001"}}, false, 0, {}, 1},
+      {"no end of retention", 6, 3, {{"retention.ms", "-1"}}, false, 0, {}, 1},
+      {"smaller messages",
+       6,
+       3,
+       {{"max.message.bytes", "9"}},
+       false,
+       0,
+       {{"max.message.bytes", "8388608"}},
+       0},
+      {"larger messages", 6, 3, {{"max.message.bytes", "9000000"}}, false, 0, {}, 0},
+      {"one in sync",
+       6,
+       3,
+       {{"min.insync.replicas", "1"}},
+       false,
+       0,
+       {{"min.insync.replicas", "2"}},
+       0},
+      {"one replica", 6, 1, {{"min.insync.replicas", "1"}}, false, 0, {}, 1},
+      {"the operator's segments", 6, 3, {{"segment.ms", "1"}}, false, 0, {}, 0},
+      {"compacted", 6, 3, {{"cleanup.policy", "compact"}}, false, 0, {}, 1},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    TopicState state = as_wanted;
+    state.partitions = row.partitions;
+    state.replicas = row.replicas;
+    for (const auto& [key, value] : row.settings) state.settings[key] = value;
+    const TopicSteps steps = stepsFor(wanted, state, row.grow);
+    EXPECT_FALSE(steps.create);
+    EXPECT_EQ(steps.grow_to, row.grow_to);
+    EXPECT_EQ(steps.alter, row.alter);
+    EXPECT_THAT(steps.left, testing::SizeIs(row.left));
+    EXPECT_EQ(steps.changes.size(), row.alter.size() + (row.grow_to > 0 ? 1 : 0));
+  }
+  EXPECT_TRUE(stepsFor(wanted, std::nullopt, false).create);
+  const WantedTopic schemas = wantedTopics("tev", options).back();
+  TopicState deleted{1, 3, {{"cleanup.policy", "delete"}}, {}};
+  EXPECT_EQ(schemas.name, "tev.schemas");
+  EXPECT_EQ(stepsFor(schemas, deleted, false).alter.at("cleanup.policy"), "compact");
+}
+
+}  // namespace
+}  // namespace tev::host
