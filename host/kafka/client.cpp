@@ -219,6 +219,20 @@ std::optional<TopicLayout> KafkaClient::topic(const std::string& name) {
   return layout;
 }
 
+std::vector<std::int32_t> KafkaClient::brokers() {
+  const rd_kafka_metadata_t* answer = nullptr;
+  const rd_kafka_resp_err_t error =
+      rd_kafka_metadata(handle_.get(), 0, nullptr, &answer, toInt(kPatience));
+  const Metadata metadata(answer);
+  if (error != RD_KAFKA_RESP_ERR_NO_ERROR)
+    throw RunError("the Kafka brokers do not answer: " + kafkaText(error));
+  std::vector<std::int32_t> numbers;
+  for (const auto& broker :
+       std::span(metadata->brokers, static_cast<std::size_t>(metadata->broker_cnt)))
+    numbers.push_back(broker.id);
+  return numbers;
+}
+
 TopicLayout KafkaClient::expectTopic(const std::string& name) {
   const auto layout = topic(name);
   if (!layout)

@@ -73,10 +73,14 @@ class KafkaClient {
   // Waits until a broker answers. Throws RunError with the reason when none does.
   void connect();
 
-  // Nothing when there is no such topic; no partitions while it is being created. Throws RunError.
+  // Any broker answers. Nothing when there is no such topic; no partitions while it is being
+  // created. Throws RunError.
   std::optional<TopicLayout> topic(const std::string& name);
 
-  // The same; a missing topic is an error, too.
+  // The numbers of the brokers that are there. Throws RunError.
+  std::vector<std::int32_t> brokers();
+
+  // The same as topic(); a missing topic is an error, too.
   TopicLayout expectTopic(const std::string& name);
 
   // Calls the listener; its exceptions pass.

@@ -16,6 +16,7 @@ namespace tev::host {
 namespace {
 
 constexpr int kRequestMsec = 10'000;
+constexpr std::chrono::milliseconds kPause{50};
 constexpr std::chrono::seconds kAppearance{10};  // of a change, after the answer
 
 using Options = KafkaOwned<rd_kafka_AdminOptions_t, rd_kafka_AdminOptions_destroy>;
@@ -34,11 +35,13 @@ using Resource = KafkaOwned<rd_kafka_ConfigResource_t, rd_kafka_ConfigResource_d
 // Sends a request and waits for its answer.
 template <class Send>
 Event request(const KafkaClient& client, rd_kafka_admin_op_t operation, const char* action,
-              const std::string& name, Send&& send) {
+              const std::string& name, Send&& send, std::optional<std::int32_t> broker = {}) {
   const Options options(rd_kafka_AdminOptions_new(client.handle(), operation));
   char reason[256] = "";
   if (rd_kafka_AdminOptions_set_request_timeout(options.get(), kRequestMsec, reason,
-                                                sizeof reason) != RD_KAFKA_RESP_ERR_NO_ERROR)
+                                                sizeof reason) != RD_KAFKA_RESP_ERR_NO_ERROR ||
+      (broker && rd_kafka_AdminOptions_set_broker(options.get(), *broker, reason, sizeof reason) !=
+                     RD_KAFKA_RESP_ERR_NO_ERROR))
     throw RunError(reason);
   const Queue queue(rd_kafka_queue_new(client.handle()));
   send(options.get(), queue.get());
@@ -54,15 +57,6 @@ void expectTopicResults(std::span<const rd_kafka_topic_result_t* const> results,
   for (const rd_kafka_topic_result_t* result : results)
     if (const auto error = rd_kafka_topic_result_error(result))
       fail(action, name, error, rd_kafka_topic_result_error_string(result));
-}
-
-std::span<const rd_kafka_ConfigResource_t* const> checkedResources(
-    std::span<const rd_kafka_ConfigResource_t* const> resources, const char* action,
-    const std::string& name) {
-  for (const rd_kafka_ConfigResource_t* resource : resources)
-    if (const auto error = rd_kafka_ConfigResource_error(resource))
-      fail(action, name, error, rd_kafka_ConfigResource_error_string(resource));
-  return resources;
 }
 
 void readSettings(const rd_kafka_ConfigResource_t& resource, TopicState& state) {
@@ -91,18 +85,36 @@ std::optional<TopicState> TopicAdmin::read(const std::string& name) {
   const auto layout = client_->topic(name);
   if (!layout) return std::nullopt;
   TopicState state{layout->partitions, layout->replicas, {}, {}};
+  // Another broker may answer now, which does not know a new topic yet.
+  const auto end = std::chrono::steady_clock::now() + kAppearance;
+  while (!describe(name, std::nullopt, state)) {
+    if (std::chrono::steady_clock::now() >= end)
+      fail("read", name, RD_KAFKA_RESP_ERR_UNKNOWN_TOPIC_OR_PART, nullptr);
+    std::this_thread::sleep_for(kPause);
+  }
+  return state;
+}
+
+bool TopicAdmin::describe(const std::string& name, std::optional<std::int32_t> broker,
+                          TopicState& state) {
   const Resource resource(rd_kafka_ConfigResource_new(RD_KAFKA_RESOURCE_TOPIC, name.c_str()));
   const Event event = request(
-      *client_, RD_KAFKA_ADMIN_OP_DESCRIBECONFIGS, "read", name, [&](auto* options, auto* queue) {
+      *client_, RD_KAFKA_ADMIN_OP_DESCRIBECONFIGS, "read", name,
+      [&](auto* options, auto* queue) {
         rd_kafka_ConfigResource_t* resources[] = {resource.get()};
         rd_kafka_DescribeConfigs(client_->handle(), resources, 1, options, queue);
-      });
+      },
+      broker);
   std::size_t count = 0;
   const auto* const result = rd_kafka_event_DescribeConfigs_result(event.get());
   const auto** const resources = rd_kafka_DescribeConfigs_result_resources(result, &count);
-  for (const auto* found : checkedResources({resources, count}, "read", name))
+  for (const auto* found : std::span(resources, count)) {
+    const rd_kafka_resp_err_t error = rd_kafka_ConfigResource_error(found);
+    if (error == RD_KAFKA_RESP_ERR_UNKNOWN_TOPIC_OR_PART) return false;
+    if (error) fail("read", name, error, rd_kafka_ConfigResource_error_string(found));
     readSettings(*found, state);
-  return state;
+  }
+  return true;
 }
 
 void TopicAdmin::carryOut(const WantedTopic& wanted, const TopicSteps& steps,
@@ -123,14 +135,20 @@ void TopicAdmin::carryOut(const WantedTopic& wanted, const TopicSteps& steps,
           fmt::format("the brokers accepted the changes of the topic {}, but have not "
                       "made them yet",
                       wanted.name));
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    std::this_thread::sleep_for(kPause);
   }
 }
 
+// Brokers learn of a change one after the other.
 bool TopicAdmin::isDone(const WantedTopic& wanted, bool grow) {
   const auto layout = client_->topic(wanted.name);
-  return layout && layout->has_all_leaders &&
-         stepsFor(wanted, read(wanted.name), grow).changes.empty();
+  if (!layout || !layout->has_all_leaders) return false;
+  for (const std::int32_t broker : client_->brokers()) {
+    TopicState state{layout->partitions, layout->replicas, {}, {}};
+    if (!describe(wanted.name, broker, state) || !stepsFor(wanted, state, grow).changes.empty())
+      return false;
+  }
+  return true;
 }
 
 void TopicAdmin::create(const WantedTopic& wanted) {
@@ -180,7 +198,9 @@ void TopicAdmin::alter(const std::string& name, const TopicSettings& settings) {
   std::size_t count = 0;
   const auto* const result = rd_kafka_event_AlterConfigs_result(event.get());
   const auto** const resources = rd_kafka_AlterConfigs_result_resources(result, &count);
-  checkedResources({resources, count}, "change", name);
+  for (const auto* altered : std::span(resources, count))
+    if (const auto error = rd_kafka_ConfigResource_error(altered))
+      fail("change", name, error, rd_kafka_ConfigResource_error_string(altered));
 }
 
 }  // namespace tev::host

@@ -1,6 +1,7 @@
 // Creates and changes topics.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -29,6 +30,8 @@ class TopicAdmin {
                 const std::optional<TopicState>& state);
 
  private:
+  // False when the broker, or any, does not know the topic.
+  bool describe(const std::string& name, std::optional<std::int32_t> broker, TopicState& state);
   void create(const WantedTopic& wanted);
   void grow(const std::string& name, std::int32_t partitions);
   void alter(const std::string& name, const TopicSettings& settings);
