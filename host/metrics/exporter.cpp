@@ -26,7 +26,7 @@ namespace {
 
 // A connection occupies a thread until its request is complete, or for the time of patience. Idle
 // connections must not keep a scraper away.
-constexpr int kThreads = 64;
+constexpr int kThreads = 32;
 constexpr int kPatienceMs = 1000;
 
 // The library writes help texts as they are.
