@@ -17,6 +17,7 @@
 #include "host/cli/words.h"
 #include "host/commands/known_options.h"
 #include "host/support/errors.h"
+#include "host/support/host_name.h"
 #include "host/support/option_text.h"
 #include "host/support/text.h"
 #include "tev/logger.h"
@@ -103,6 +104,34 @@ void readPrometheus(const Given& given, RunOptions& run) {
   if (given.prometheus_peak) run.prometheus->peak = *given.prometheus_peak;
 }
 
+// The options of sending events.
+void readBus(const Given& given, RunOptions& run) {
+  const struct {
+    bool is_given;
+    const char* name;
+  } others[] = {{!run.kafka.topic.empty(), "--topic"},
+                {!run.kafka.settings.empty(), "--kafka-set"},
+                {!run.kafka.settings_file.empty(), "--kafka-config"},
+                {given.source.has_value(), "--source"},
+                {given.queue_bytes.has_value(), "--queue-size"},
+                {given.spool.has_value(), "--spool"},
+                {given.spool_bytes.has_value(), "--spool-size"}};
+  if (run.kafka.brokers.empty()) {
+    for (const auto& other : others)
+      if (other.is_given) throw UsageError(fmt::format("{} needs --kafka", other.name));
+    return;
+  }
+  if (run.kafka.topic.empty()) throw UsageError("--kafka needs --topic");
+  if (given.spool_bytes && !given.spool) throw UsageError("--spool-size needs --spool");
+  if (given.queue_bytes && given.spool)
+    throw UsageError("--queue-size and --spool exclude each other");
+  run.bus.source = given.source.value_or(hostName());
+  if (run.bus.source.empty()) throw UsageError("the machine has no name: --source is needed");
+  if (given.queue_bytes) run.bus.queue_bytes = *given.queue_bytes;
+  if (given.spool) run.bus.spool = SpoolOptions{.folder = *given.spool};
+  if (given.spool_bytes) run.bus.spool->most_bytes = *given.spool_bytes;
+}
+
 // `top` shows a plug-in or files, and each has its own options.
 void expectOneSource(const CLI::App& top, bool plays_files) {
   for (const char* const option : {"--plugin", "--option", "--simulate", "--link-speed"})
@@ -137,6 +166,8 @@ void addRunOptions(const RunOptions& whole, RunOptions& check) {
   check.window = whole.window;
   check.capture = whole.capture;
   check.prometheus = whole.prometheus;
+  check.kafka = whole.kafka;
+  check.bus = whole.bus;
 }
 
 }  // namespace
@@ -190,6 +221,7 @@ void Parser::readRest() {
   expectFormat(line.run, line.command);
   readCapture(given.capture, command(), line.run);
   readPrometheus(given, line.run);
+  if (line.command == Command::run) readBus(given, line.run);
   if (line.decode.span.from_usec >= line.decode.span.to_usec)
     throw UsageError("--from must be before --to");
   if (line.command == Command::top) expectOneSource(command(), !line.decode.files.empty());

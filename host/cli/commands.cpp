@@ -23,6 +23,8 @@ void addRun(CLI::App& command, CommandLine& line, Given& given) {
   addWritingOptions(command, line.run);
   addCaptureOptions(command, given.capture);
   addPrometheusOptions(command, given);
+  addKafkaOptions(command, line.run.kafka);
+  addBusOptions(command, given);
   addSelection(command, line.run);
   command
       .add_flag("--strict", line.run.strict,

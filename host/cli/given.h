@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -18,6 +19,10 @@ struct Given {
   CaptureOptions capture;
   std::optional<ListenAddress> prometheus;
   std::optional<std::chrono::seconds> prometheus_peak;
+  std::optional<std::string> source;
+  std::optional<std::uint64_t> queue_bytes;
+  std::optional<std::string> spool;
+  std::optional<std::uint64_t> spool_bytes;
 };
 
 }  // namespace tev::host

@@ -23,6 +23,8 @@ constexpr Example kExamples[] = {
      "what would be sampled, how fast the counters move, and how long a pass takes"},
     {"run --simulate --format none --capture run.tevcap --duration 5",
      "a recording of five seconds"},
+    {"run --simulate --format none --kafka kafka1:9092 --topic tev --spool spool",
+     "send the events to Kafka, and keep them in a folder while no broker answers"},
     {"run --simulate --format none --prometheus 9464",
      "the latest figures for Prometheus, at http://127.0.0.1:9464/metrics"},
     {"info run.tevcap", "what the recording says about itself, and what is missing in it"},

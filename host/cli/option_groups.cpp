@@ -187,6 +187,27 @@ void addPrometheusOptions(CLI::App& command, Given& given) {
       ->type_name("N");
 }
 
+void addBusOptions(CLI::App& command, Given& given) {
+  addParsed(
+      command, "--source", given.source, sourceName,
+      "With --kafka: name of this node, the key of its messages, which no other node may have "
+      "(default: the name of the machine)")
+      ->type_name("NAME");
+  addParsed(
+      command, "--queue-size", given.queue_bytes, queueSize,
+      "With --kafka: bytes of events that wait in memory for the brokers; the oldest ones are "
+      "given up and counted as undelivered (default 16M)")
+      ->type_name("BYTES");
+  addParsed(
+      command, "--spool", given.spool, folderPath,
+      "With --kafka: keep the events in this folder until the brokers have them; what is left "
+      "at the end is sent by the next run")
+      ->type_name("DIR");
+  addParsed(command, "--spool-size", given.spool_bytes, spoolSize,
+            "With --spool: largest size of the folder; the oldest files are given up (default 1G)")
+      ->type_name("BYTES");
+}
+
 void addWritingOptions(CLI::App& command, RunOptions& options) {
   offer(addParsed(command, "--format", options.format, formatNamed, formatHelp())
             ->type_name("FORMAT"),

@@ -32,6 +32,7 @@ void addTimeSpan(CLI::App& command, TimeSpan& span);
 void addWritingOptions(CLI::App& command, RunOptions& options);
 void addCaptureOptions(CLI::App& command, CaptureOptions& capture);
 void addPrometheusOptions(CLI::App& command, Given& given);
+void addBusOptions(CLI::App& command, Given& given);
 
 // The brokers, the topic and the settings of the client.
 void addKafkaOptions(CLI::App& command, KafkaOptions& kafka);

@@ -7,16 +7,20 @@
 #include <string_view>
 #include <utility>
 
+#include "host/bus/message.h"
 #include "host/kafka/settings.h"
 #include "host/metrics/exporter.h"
 #include "host/support/errors.h"
 #include "host/support/option_text.h"
+#include "host/support/text.h"
 
 namespace tev::host {
 namespace {
 
 constexpr std::uint64_t kLeastPage = std::uint64_t{256} << 10;  // bytes
 constexpr std::uint64_t kMostPage = std::uint64_t{512} << 20;   // bytes
+constexpr std::uint64_t kMostQueue = std::uint64_t{16} << 30;   // bytes
+constexpr std::uint64_t kLeastSpool = std::uint64_t{16} << 20;  // bytes
 constexpr std::uint64_t kMaxRotation = 365 * 86'400;            // seconds
 
 constexpr std::chrono::milliseconds kLeastMeasuring{100};
@@ -91,6 +95,30 @@ ListenAddress metricsAddress(const char* option, const std::string& text) {
   return *address;
 }
 
+std::string sourceName(const char* option, const std::string& text) {
+  if (text.empty() || text.size() > kLongestSource || asPrintable(text) != text)
+    refuse(option, text,
+           fmt::format("a name of 1 to {} printable characters is needed", kLongestSource));
+  return text;
+}
+
+std::uint64_t queueSize(const char* option, const std::string& text) {
+  const std::uint64_t bytes = byteSize(option, text);
+  if (bytes > kMostQueue) refuse(option, text, "at most 16G is possible");
+  return bytes;
+}
+
+std::uint64_t spoolSize(const char* option, const std::string& text) {
+  const std::uint64_t bytes = byteSize(option, text);
+  if (bytes < kLeastSpool) refuse(option, text, "at least 16M is needed");
+  return bytes;
+}
+
+std::string folderPath(const char* option, const std::string& text) {
+  if (text.empty()) refuse(option, text, "a path is needed");
+  return text;
+}
+
 CaptureSync captureSync(const char* option, const std::string& text) {
   if (text == "none") return CaptureSync::none;
   if (text == "file") return CaptureSync::file;
@@ -100,6 +128,7 @@ CaptureSync captureSync(const char* option, const std::string& text) {
 
 std::string brokerList(const char* option, const std::string& text) {
   constexpr std::string_view kBlanksAndCommas = " \t\r\n,";
+  if (!kHasKafka) throw UsageError("tev-host was built without Kafka");
   if (text.find_first_not_of(kBlanksAndCommas) == std::string::npos)
     refuse(option, text, "brokers are needed, like kafka1:9092,kafka2:9092");
   return text;

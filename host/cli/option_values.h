@@ -32,6 +32,15 @@ std::uint64_t pageSize(const char* option, const std::string& text);
 // Also refuses the option when the build lacks what it needs.
 ListenAddress metricsAddress(const char* option, const std::string& text);
 
+// A node, as the messages of a bus name it.
+std::string sourceName(const char* option, const std::string& text);
+
+// In bytes.
+std::uint64_t queueSize(const char* option, const std::string& text);
+std::uint64_t spoolSize(const char* option, const std::string& text);
+
+std::string folderPath(const char* option, const std::string& text);
+
 CaptureSync captureSync(const char* option, const std::string& text);
 
 std::string brokerList(const char* option, const std::string& text);

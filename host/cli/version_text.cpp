@@ -1,5 +1,6 @@
 #include "host/cli/version_text.h"
 
+#include "host/kafka/settings.h"
 #include "host/plot/page_files.h"
 
 namespace tev::host {
@@ -24,6 +25,7 @@ std::string versionText() {
   const Feature features[] = {
       {"plot", pageFiles() != nullptr},
       {"prometheus", TEV_WITH_PROMETHEUS != 0},
+      {"kafka", kHasKafka},
   };
   std::string text = "tev-host " TEV_VERSION;
   for (const bool are_built : {true, false})

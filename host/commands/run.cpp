@@ -1,8 +1,6 @@
 #include "host/commands/run.h"
 
 #include <fmt/format.h>
-#include <limits.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <exception>
@@ -13,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/bus/bus_output.h"
 #include "host/capture/capture_output.h"
 #include "host/commands/interval_advice.h"
 #include "host/commands/known_options.h"
@@ -22,12 +21,14 @@
 #include "host/commands/summary.h"
 #include "host/commands/writing.h"
 #include "host/figures/figures.h"
+#include "host/kafka/publisher.h"
 #include "host/metrics/metrics_output.h"
 #include "host/outputs/delivery.h"
 #include "host/outputs/record_marks.h"
 #include "host/plugin/plugin_source.h"
 #include "host/screen/screen_output.h"
 #include "host/support/errors.h"
+#include "host/support/host_name.h"
 #include "host/support/log.h"
 #include "host/support/stderr_text.h"
 #include "host/support/stop_signal.h"
@@ -46,21 +47,18 @@ std::unique_ptr<Output> makeOutput(const RunOptions& options, const Projection& 
   return makeWriter(options, projection, figures, file);
 }
 
-std::unique_ptr<CaptureOutput> makeCapture(const RunOptions& options, const PluginSource& source,
-                                           std::uint64_t interval_usec, bool clear_on_read) {
-  if (!options.capture) return nullptr;
+CaptureHead headOf(const RunOptions& options, const PluginSource& source,
+                   std::uint64_t interval_usec, bool clear_on_read) {
   CaptureHead head;
   head.source = source.name();
   head.writer = "tev-host " TEV_VERSION;
   head.plugin = options.plugin.path;
   head.plugin_version = source.version();
   head.options = options.plugin.options;
-  char host[HOST_NAME_MAX + 1] = "";
-  gethostname(host, sizeof host - 1);
-  head.host = host;
+  head.host = hostName();
   head.interval_usec = interval_usec;
   head.clear_on_read = clear_on_read;
-  return std::make_unique<CaptureOutput>(*options.capture, head, source.schema());
+  return head;
 }
 
 // 0: as fast as possible.
@@ -164,9 +162,18 @@ int run(const RunOptions& options) {
   std::vector<Output*> outputs{written.get()};
   if (!options.full_screen) outputs.insert(outputs.begin(), &marks);
   if (jitter) outputs.push_back(jitter.get());
-  const auto capture =
-      makeCapture(options, source, intervalUsec(options, source.options()), counting.clear_on_read);
+  const CaptureHead head =
+      headOf(options, source, intervalUsec(options, source.options()), counting.clear_on_read);
+  std::unique_ptr<CaptureOutput> capture;
+  if (options.capture)
+    capture = std::make_unique<CaptureOutput>(*options.capture, head, source.schema());
   if (capture) outputs.insert(outputs.begin(), capture.get());  // created before others truncate
+  std::unique_ptr<BusOutput> bus;
+  if (!options.kafka.brokers.empty())
+    bus = std::make_unique<BusOutput>(
+        options.bus, makeKafkaPublisher(options.kafka, options.bus.spool.has_value()), head,
+        source.schema());
+  if (bus) outputs.insert(outputs.begin(), bus.get());  // what a killed run recorded was sent
   const std::uint64_t silence_usec =
       silenceUsec(intervalUsec(options, source.options()), options.update);
   const auto metrics = makeMetrics(options, figures, silence_usec, jitter.get());
@@ -187,6 +194,7 @@ int run(const RunOptions& options) {
     std::string text = summarize(elapsed, cpuTime(), delivery, figures);
     text += missingText(file);
     if (capture) text += capture->summary();
+    if (bus) text += bus->summary();
     if (jitter) text += jitter->report();
     showOnStderr(text);
     return source.close();

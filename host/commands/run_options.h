@@ -5,9 +5,11 @@
 #include <optional>
 #include <string>
 
+#include "host/bus/bus_options.h"
 #include "host/capture/capture_options.h"
 #include "host/events/projection.h"
 #include "host/figures/counting_options.h"
+#include "host/kafka/settings.h"
 #include "host/metrics/prometheus_options.h"
 #include "host/outputs/formats.h"
 #include "host/plugin/plugin_options.h"
@@ -25,6 +27,8 @@ struct RunOptions {
   const OutputFormat* format = nullptr;  // null: depends on where the output goes
   std::optional<CaptureOptions> capture;
   std::optional<PrometheusOptions> prometheus;
+  KafkaOptions kafka;  // no brokers: do not send
+  BusOptions bus;
   std::string output;  // path; empty: standard output
   std::optional<std::chrono::nanoseconds> duration;
   std::optional<std::uint64_t> samples;

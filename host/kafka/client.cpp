@@ -175,23 +175,24 @@ void KafkaClient::connect() {
     if (error == RD_KAFKA_RESP_ERR_NO_ERROR) return;
     const auto waited = Clock::now() - start;
     if (waited >= kPatience || (!last_reason_.empty() && waited >= kSettledPatience))
-      throw RunError(noConnection());
+      throwNoConnection();
   }
 }
 
-std::string KafkaClient::noConnection() const {
+void KafkaClient::throwNoConnection() const {
   const std::string brokers = asPrintable(brokers_);
   switch (last_error_) {
     case RD_KAFKA_RESP_ERR__AUTHENTICATION:
     case RD_KAFKA_RESP_ERR_SASL_AUTHENTICATION_FAILED:
-      return fmt::format("the Kafka brokers at {} do not accept the credentials: {}", brokers,
-                         last_reason_);
+      throw RunError(fmt::format("the Kafka brokers at {} do not accept the credentials: {}",
+                                 brokers, last_reason_));
     case RD_KAFKA_RESP_ERR__SSL:
-      return fmt::format("there is no TLS connection to the Kafka brokers at {}: {}", brokers,
-                         last_reason_);
+      throw RunError(fmt::format("there is no TLS connection to the Kafka brokers at {}: {}",
+                                 brokers, last_reason_));
     default:
-      return fmt::format("no Kafka broker answers at {}: {}", brokers,
-                         last_reason_.empty() ? "none answered within ten seconds" : last_reason_);
+      throw NoConnection(
+          fmt::format("no Kafka broker answers at {}: {}", brokers,
+                      last_reason_.empty() ? "none answered within ten seconds" : last_reason_));
   }
 }
 

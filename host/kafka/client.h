@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "host/kafka/settings.h"
+#include "host/support/errors.h"
 
 namespace tev::host {
 
@@ -33,6 +34,12 @@ using KafkaOwned = std::unique_ptr<Object, KafkaDestroy<Destroy>>;
 inline std::string kafkaText(rd_kafka_resp_err_t error) {
   return rd_kafka_err2str(error);
 }
+
+// No broker can be reached.
+class NoConnection : public RunError {
+ public:
+  using RunError::RunError;
+};
 
 // What a client tells during its poll() or consume(), on the caller's thread.
 class KafkaListener {
@@ -70,7 +77,8 @@ class KafkaClient {
 
   rd_kafka_t* handle() const { return handle_.get(); }
 
-  // Waits until a broker answers. Throws RunError with the reason when none does.
+  // Waits until a broker answers. Throws NoConnection when none can be
+  // reached, and RunError when it refuses.
   void connect();
 
   // Any broker answers. Nothing when there is no such topic; no partitions while it is being
@@ -106,7 +114,7 @@ class KafkaClient {
   void guarded(Action&& action) noexcept;
   void rethrow();
   void apply(rd_kafka_conf_t* conf, const KafkaSetting& setting) const;
-  std::string noConnection() const;
+  [[noreturn]] void throwNoConnection() const;
 
   // The library uses these until the handle is destroyed.
   const std::string brokers_;

@@ -8,6 +8,9 @@
 
 namespace tev::host {
 
+// Whether this program was built with the client library.
+inline constexpr bool kHasKafka = TEV_WITH_KAFKA != 0;
+
 struct KafkaOptions {
   std::string brokers;  // HOST:PORT, separated by commas
   std::string topic;

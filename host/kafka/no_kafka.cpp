@@ -1,0 +1,11 @@
+// In place of the Kafka client, in builds without its library.
+#include "host/kafka/publisher.h"
+#include "host/support/errors.h"
+
+namespace tev::host {
+
+std::unique_ptr<Publisher> makeKafkaPublisher(const KafkaOptions&, bool) {
+  throw UsageError("tev-host was built without Kafka");
+}
+
+}  // namespace tev::host

@@ -1,0 +1,162 @@
+#include "host/kafka/publisher.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+#include <vector>
+
+#include "host/kafka/client.h"
+#include "host/support/errors.h"
+#include "host/support/log.h"
+
+namespace tev::host {
+namespace {
+
+// What the promises of the messages rest on. Batches are packed already, and large enough to be
+// sent at once. A message waits for the brokers without a limit: what waits is bounded before it.
+const KafkaClient::Settings kSettings = {
+    {"enable.idempotence", "true"},
+    {"compression.codec", "none"},
+    {"message.timeout.ms", "0"},
+    {"message.max.bytes", "16777216"},
+    {"linger.ms", "5"},
+    {"partitioner", "murmur2_random"},  // as other clients of Kafka do
+};
+
+// Whether the brokers never take this message. Everything else may pass.
+bool isRefusal(rd_kafka_resp_err_t error) {
+  return error == RD_KAFKA_RESP_ERR_MSG_SIZE_TOO_LARGE || error == RD_KAFKA_RESP_ERR_INVALID_MSG ||
+         error == RD_KAFKA_RESP_ERR_INVALID_MSG_SIZE || error == RD_KAFKA_RESP_ERR_INVALID_RECORD;
+}
+
+class KafkaPublisher final : public Publisher, KafkaListener {
+ public:
+  explicit KafkaPublisher(const KafkaOptions& options)
+      : options_(options), schema_topic_(schemaTopicOf(options.topic)) {
+    restart();
+  }
+
+  ~KafkaPublisher() override { purge(); }
+
+  // Throws RunError.
+  void connect() {
+    client_->connect();
+    client_->expectTopic(options_.topic);
+    client_->expectTopic(schema_topic_);
+  }
+
+  void waitLater() { is_connected_ = false; }
+
+  std::string name() const override { return "the Kafka brokers"; }
+
+  bool send(std::uint64_t number, const OutgoingMessage& message) override {
+    KafkaOwned<rd_kafka_headers_t, rd_kafka_headers_destroy> headers(
+        rd_kafka_headers_new(message.headers.size()));
+    for (const auto& [name, value] : message.headers)
+      rd_kafka_header_add(headers.get(), name.data(), static_cast<ssize_t>(name.size()),
+                          value.data(), static_cast<ssize_t>(value.size()));
+    return produce(number, options_.topic, message.key, message.value.data(), message.value.size(),
+                   std::move(headers));
+  }
+
+  bool sendSchema(std::uint64_t number, const std::string& id, const std::string& text) override {
+    return produce(number, schema_topic_, id, text.data(), text.size(), nullptr);
+  }
+
+  void poll(std::chrono::milliseconds patience, const Report& report) override {
+    client_->poll(reports_.empty() ? patience : std::chrono::milliseconds::zero());
+    for (const DeliveryReport& one : std::exchange(reports_, {})) report(one);
+  }
+
+  bool isConnected() const override { return is_connected_; }
+  bool hasFailed() const override { return has_failed_; }
+
+  void restart() override {
+    purge();
+    client_ = std::make_unique<KafkaClient>(RD_KAFKA_PRODUCER, options_, kSettings,
+                                            static_cast<KafkaListener*>(this));
+    has_failed_ = false;
+  }
+
+ private:
+  using Headers = KafkaOwned<rd_kafka_headers_t, rd_kafka_headers_destroy>;
+
+  bool produce(std::uint64_t number, const std::string& topic, const std::string& key,
+               const void* value, std::size_t size, Headers headers) {
+    std::vector<rd_kafka_vu_t> parts(5);
+    parts[0].vtype = RD_KAFKA_VTYPE_TOPIC;
+    parts[0].u.cstr = topic.c_str();
+    parts[1].vtype = RD_KAFKA_VTYPE_KEY;
+    parts[1].u.mem = {const_cast<char*>(key.data()), key.size()};  // copied
+    parts[2].vtype = RD_KAFKA_VTYPE_VALUE;
+    parts[2].u.mem = {const_cast<void*>(value), size};
+    parts[3].vtype = RD_KAFKA_VTYPE_MSGFLAGS;
+    parts[3].u.i = RD_KAFKA_MSG_F_COPY;
+    parts[4].vtype = RD_KAFKA_VTYPE_OPAQUE;
+    parts[4].u.ptr = reinterpret_cast<void*>(static_cast<std::uintptr_t>(number));
+    if (headers) {
+      parts.emplace_back().vtype = RD_KAFKA_VTYPE_HEADERS;
+      parts.back().u.headers = headers.get();
+    }
+    using Error = KafkaOwned<rd_kafka_error_t, rd_kafka_error_destroy>;
+    const Error error(rd_kafka_produceva(client_->handle(), parts.data(), parts.size()));
+    if (!error) {
+      static_cast<void>(headers.release());  // belongs to the message
+      return true;
+    }
+    const rd_kafka_resp_err_t code = rd_kafka_error_code(error.get());
+    if (!isRefusal(code)) return false;
+    note(number, code);
+    return true;
+  }
+
+  void note(std::uint64_t number, rd_kafka_resp_err_t error) {
+    using Outcome = DeliveryReport::Outcome;
+    const Outcome outcome = error == RD_KAFKA_RESP_ERR_NO_ERROR ? Outcome::stored
+                            : isRefusal(error)                  ? Outcome::refused
+                                                                : Outcome::unknown;
+    if (outcome == Outcome::stored) is_connected_ = true;
+    reports_.push_back({number, outcome, kafkaText(error)});
+  }
+
+  void delivered(const rd_kafka_message_t& message) override {
+    note(reinterpret_cast<std::uintptr_t>(message._private), message.err);
+  }
+
+  void failed(rd_kafka_resp_err_t error, const std::string&) override {
+    if (error == RD_KAFKA_RESP_ERR__ALL_BROKERS_DOWN) is_connected_ = false;
+    if (error == RD_KAFKA_RESP_ERR__FATAL) has_failed_ = true;
+  }
+
+  // What has no report is forgotten. Destroying a client waits for it otherwise.
+  void purge() {
+    if (!client_) return;
+    rd_kafka_purge(client_->handle(), RD_KAFKA_PURGE_F_QUEUE | RD_KAFKA_PURGE_F_INFLIGHT);
+    client_->poll(std::chrono::milliseconds::zero());
+    reports_.clear();
+    client_.reset();
+  }
+
+  KafkaOptions options_;
+  std::string schema_topic_;
+  std::unique_ptr<KafkaClient> client_;
+  std::vector<DeliveryReport> reports_;
+  bool is_connected_ = true;
+  bool has_failed_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<Publisher> makeKafkaPublisher(const KafkaOptions& options, bool may_wait) {
+  auto publisher = std::make_unique<KafkaPublisher>(options);
+  try {
+    publisher->connect();
+  } catch (const NoConnection& error) {
+    if (!may_wait) throw;
+    Log::instance().say(fmt::format("tev-host: {}; the events wait", error.what()));
+    publisher->waitLater();
+  }
+  return publisher;
+}
+
+}  // namespace tev::host
