@@ -172,17 +172,28 @@ MessageHead readHead(const IncomingMessage& message) {
   return head;
 }
 
-void readBlocks(const IncomingMessage& message, const MessageHead& head,
-                std::vector<std::uint8_t>& blocks) {
-  if (head.codec == BatchCodec::none) {
-    if (message.value.size() != head.size) refuse("its value has a wrong length");
-    blocks.assign(message.value.begin(), message.value.end());
+BlockReader::BlockReader() : decompressor_(ZSTD_createDCtx()) {
+  if (!decompressor_) throw std::bad_alloc();
+}
+
+BlockReader::~BlockReader() {
+  ZSTD_freeDCtx(decompressor_);
+}
+
+void BlockReader::read(std::span<const std::uint8_t> value, BatchCodec codec, std::size_t size,
+                       std::vector<std::uint8_t>& blocks) {
+  if (codec == BatchCodec::none) {
+    if (value.size() != size) refuse("its value has a wrong length");
+    blocks.assign(value.begin(), value.end());
     return;
   }
-  blocks.resize(head.size);
-  const std::size_t size =
-      ZSTD_decompress(blocks.data(), blocks.size(), message.value.data(), message.value.size());
-  if (ZSTD_isError(size) != 0 || size != head.size) refuse("its value cannot be unpacked");
+  // A value that is shorter than this cannot be unpacked to so many bytes, so no memory is taken.
+  constexpr std::uint64_t kLargestRatio = 64 << 10;
+  if (size > kLargestRatio * value.size()) refuse("its value cannot be unpacked");
+  blocks.resize(size);
+  const std::size_t unpacked =
+      ZSTD_decompressDCtx(decompressor_, blocks.data(), blocks.size(), value.data(), value.size());
+  if (ZSTD_isError(unpacked) != 0 || unpacked != size) refuse("its value cannot be unpacked");
 }
 
 }  // namespace tev::host

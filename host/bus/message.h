@@ -14,6 +14,7 @@
 #include "host/events/event_source.h"
 
 struct ZSTD_CCtx_s;
+struct ZSTD_DCtx_s;
 
 namespace tev::host {
 
@@ -93,9 +94,22 @@ class MessageWriter {
 // Unknown headers are ignored. Throws RunError, with the reason, when the message is not a batch.
 MessageHead readHead(const IncomingMessage& message);
 
-// The blocks of a message with this head, in `blocks`, whose memory is reused. Throws RunError when
-// the value is broken. Whether the blocks are well-formed is not checked.
-void readBlocks(const IncomingMessage& message, const MessageHead& head,
-                std::vector<std::uint8_t>& blocks);
+// Unpacks the blocks of messages.
+class BlockReader {
+ public:
+  BlockReader();
+  ~BlockReader();
+  BlockReader(const BlockReader&) = delete;
+  BlockReader& operator=(const BlockReader&) = delete;
+
+  // The blocks in `value`, as the message's head describes them, in `blocks`, whose memory is
+  // reused. Throws RunError when the value is broken. Whether the blocks are well-formed is not
+  // checked.
+  void read(std::span<const std::uint8_t> value, BatchCodec codec, std::size_t size,
+            std::vector<std::uint8_t>& blocks);
+
+ private:
+  ZSTD_DCtx_s* decompressor_;
+};
 
 }  // namespace tev::host

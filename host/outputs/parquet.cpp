@@ -8,8 +8,8 @@
 #include <system_error>
 #include <vector>
 
-#include "host/events/values.h"
 #include "host/outputs/formats.h"
+#include "host/outputs/parquet_fields.h"
 #include "host/parquet/parquet_file.h"
 #include "host/support/errors.h"
 #include "host/support/text.h"
@@ -23,19 +23,9 @@ constexpr std::size_t kMaxFileName = 200;                   // bytes, without th
 // The time stamp is in front of the event.
 constexpr std::size_t kTimeSize = sizeof(std::uint64_t);
 
-// The elements of an array are columns of their own; a text is one value.
 std::vector<RowField> fieldsOf(const std::vector<Column>& columns) {
-  std::vector<RowField> fields{{"timestamp", TEV_TYPE_TIMESTAMP, 0, kTimeSize}};
-  UniqueNames names;
-  for (const Column& column : columns) {
-    const std::size_t size = isText(column) ? column.count : column.element_size;
-    const std::size_t elements = isText(column) ? 1 : column.count;
-    for (std::size_t i = 0; i < elements; ++i) {
-      const std::string name = elements == 1 ? column.name : fmt::format("{}[{}]", column.name, i);
-      fields.push_back(
-          {names.add(name), column.builtin_id, kTimeSize + column.offset + i * size, size});
-    }
-  }
+  std::vector<RowField> fields = parquetFields(columns, kTimeSize);
+  fields.insert(fields.begin(), {"timestamp", TEV_TYPE_TIMESTAMP, 0, kTimeSize});
   return fields;
 }
 

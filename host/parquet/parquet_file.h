@@ -35,7 +35,7 @@ class ParquetFile {
   void complete(const KeyValues& texts);
 
   // Gives the complete file its name. Throws RunError.
-  void publish() { file_.finish(); }
+  void publish(bool is_forced_out = true) { file_.finish(is_forced_out); }
 
  private:
   struct WrittenChunk {

@@ -66,9 +66,10 @@ void WholeFile::write(std::string_view text) {
   }
 }
 
-void WholeFile::finish() {
-  // A name must not lead to an incomplete file after a power cut. Not every file can be forced out.
-  if (fdatasync(descriptor_) != 0 && errno != EINVAL && errno != EROFS) fail(errno);
+void WholeFile::finish(bool is_forced_out) {
+  // Not every file can be forced out.
+  if (is_forced_out && fdatasync(descriptor_) != 0 && errno != EINVAL && errno != EROFS)
+    fail(errno);
   if (close(std::exchange(descriptor_, -1)) != 0) fail(errno);
   if (unfinished_.empty()) return;
   if (std::rename(unfinished_.c_str(), path_.c_str()) != 0) fail(errno);

@@ -21,8 +21,9 @@ class WholeFile {
   // Throws RunError.
   void write(std::string_view text);
 
-  // Gives the file its name. An existing file is replaced. Throws RunError.
-  void finish();
+  // Gives the file its name. An existing file is replaced. Without `is_forced_out`, the name may
+  // lead to an incomplete file after a power cut. Throws RunError.
+  void finish(bool is_forced_out = true);
 
   std::uint64_t size() const { return size_; }  // bytes that were written
   int descriptor() const { return descriptor_; }
