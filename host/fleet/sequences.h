@@ -31,7 +31,8 @@ class Sequences {
   static constexpr std::size_t kRuns = 4;
   static constexpr std::size_t kMostSources = std::size_t{1} << 17;
 
-  explicit Sequences(std::size_t most_sources = kMostSources) : most_sources_(most_sources) {}
+  Sequences() = default;
+  explicit Sequences(std::size_t most_sources) : most_sources_(most_sources) {}
 
   Arrival judge(const MessageHead& head) const;
 
@@ -57,7 +58,7 @@ class Sequences {
 
   const Run* find(const RunId& run) const;
 
-  std::size_t most_sources_;
+  std::size_t most_sources_ = kMostSources;
   std::list<Source> sources_;  // the last one first
   std::unordered_map<std::string_view, std::list<Source>::iterator> by_name_;
 };

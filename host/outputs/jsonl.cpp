@@ -3,43 +3,16 @@
 
 #include <iterator>
 #include <memory>
-#include <string_view>
 
-#include "host/events/values.h"
 #include "host/outputs/derived_columns.h"
 #include "host/outputs/health_lines.h"
 #include "host/outputs/json_text.h"
+#include "host/outputs/json_value.h"
 #include "host/outputs/text_output.h"
 #include "host/outputs/window_output.h"
 
 namespace tev::host {
 namespace {
-
-void appendNumber(std::string& out, const Column& column, const std::uint8_t* event,
-                  std::size_t element) {
-  if (isFinite(column, event, element))
-    appendElement(out, column, event, element);
-  else
-    out += "null";
-}
-
-void appendValue(std::string& out, const Column& column, const std::uint8_t* event) {
-  if (isText(column)) return appendJsonText(out, textOf(column, event));
-  if (column.count == 1) return appendNumber(out, column, event, 0);
-  out += '[';
-  for (std::size_t i = 0; i < column.count; ++i) {
-    if (i > 0) out += ',';
-    appendNumber(out, column, event, i);
-  }
-  out += ']';
-}
-
-// `,"name":`
-std::string label(const std::string& name) {
-  std::string text = ",";
-  appendJsonText(text, name);
-  return text + ':';
-}
 
 class JsonlOutput final : public TextOutput {
  public:
@@ -48,17 +21,18 @@ class JsonlOutput final : public TextOutput {
     const DerivedColumns derived(figures_);
     for (const TypeView& type : projection_.schema().types()) {
       Labels& labels = labels_.emplace_back();
-      labels.type = label("type");
+      labels.type = jsonLabel("type");
       appendJsonText(labels.type, type.name);
       for (const Column& column : projection_.columns(type))
-        labels.columns.push_back(label(column.name));
+        labels.columns.push_back(jsonLabel(column.name));
       if (!with_rates_) continue;
-      labels.type += label(derived.kind());
+      labels.type += jsonLabel(derived.kind());
       appendJsonText(labels.type, kindOf(type));
-      labels.type += label(derived.sample());
+      labels.type += jsonLabel(derived.sample());
       for (const Column* const column : figures_.columns(type)) {
         const auto& names = derived.of(*column);
-        labels.derived.push_back({label(names.total), label(names.per_second), label(names.mark)});
+        labels.derived.push_back(
+            {jsonLabel(names.total), jsonLabel(names.per_second), jsonLabel(names.mark)});
       }
     }
   }
@@ -72,7 +46,7 @@ class JsonlOutput final : public TextOutput {
     const std::vector<Column>& columns = projection_.columns(*event.type);
     for (std::size_t i = 0; i < columns.size(); ++i) {
       out += labels.columns[i];
-      appendValue(out, columns[i], event.data);
+      appendJsonValue(out, columns[i], event.data);
     }
     if (with_rates_) appendRates(out, labels, figures_.of(series));
     out += "}\n";

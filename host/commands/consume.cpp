@@ -1,0 +1,178 @@
+#include "host/commands/consume.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "host/fleet/parquet_worker.h"
+#include "host/fleet/sink.h"
+#include "host/fleet/stream_worker.h"
+#include "host/outputs/output_file.h"
+#include "host/support/bounded_write.h"
+#include "host/support/errors.h"
+#include "host/support/log.h"
+#include "host/support/short_number.h"
+#include "host/support/stderr_text.h"
+#include "host/support/stop_signal.h"
+#include "host/support/text.h"
+
+namespace tev::host {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds kRetry{2};           // after a write that failed
+constexpr std::chrono::seconds kLongestRetry{240};  // then the group gives the partitions away
+constexpr std::chrono::milliseconds kUpdate{1000};
+constexpr std::size_t kMostMessages = 500;  // of a poll
+
+// Waits before a write is repeated.
+class Retries {
+ public:
+  bool wait() {
+    const auto now = Clock::now();
+    if (now - last_ > 2 * kRetry) begin_ = now;  // the last one has succeeded
+    StopSignal::waitUntil(now + kRetry);
+    last_ = Clock::now();
+    return StopSignal::requests() == 0 && last_ - begin_ < kLongestRetry;
+  }
+
+ private:
+  Clock::time_point begin_;
+  Clock::time_point last_;
+};
+
+RangeLimits settledLimits(const ConsumeOptions& options, RangeFolder& folder) {
+  const RangeLimits limits = folder.settle(options.limits);
+  if (options.limits_given && limits != options.limits)
+    throw UsageError(fmt::format(
+        "{} has ranges of --range-size {} --range-messages {} --range-time {}, which cannot be "
+        "changed; another folder can have others",
+        asPrintable(options.output), limits.bytes, limits.messages, limits.seconds));
+  return limits;
+}
+
+std::unique_ptr<Sink> makeSink(const ConsumeOptions& options) {
+  if (options.format == ConsumeFormat::csv) return makeCsvSink(options.output);
+  if (options.format == ConsumeFormat::capture) return makeCaptureSink(options.output);
+  return makeJsonlSink(options.output);
+}
+
+std::int64_t lagOf(Subscription& subscription) {
+  std::int64_t sum = 0;
+  for (const PartitionLag& one : subscription.lags())
+    if (one.end >= 0) sum += std::max<std::int64_t>(one.end - one.position, 0);
+  return sum;
+}
+
+// The state on the terminal, which is written again and again.
+class Progress {
+ public:
+  Progress() : is_shown_(isatty(STDERR_FILENO) == 1) {}
+  ~Progress() { clear(); }
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  void show(const FleetCounts& counts, Subscription& subscription, double seconds) {
+    if (!is_shown_) return;
+    const auto rate = [seconds](std::uint64_t now, std::uint64_t before) {
+      return shortNumber(seconds > 0 ? static_cast<double>(now - std::min(now, before)) / seconds
+                                     : 0.0);
+    };
+    const std::string faults = faultsText(counts);
+    write(fmt::format("\r\x1b[K{} messages, {} events/s, {}B/s, {} messages behind{}{}",
+                      counts.messages, rate(counts.events, before_.events),
+                      rate(counts.bytes, before_.bytes), lagOf(subscription),
+                      faults.empty() ? "" : "; ", faults));
+    is_drawn_ = true;
+    before_ = counts;
+  }
+
+  void clear() {
+    if (std::exchange(is_drawn_, false)) write("\r\x1b[K");
+  }
+
+ private:
+  static void write(const std::string& text) {
+    writeAll(STDERR_FILENO, text, std::chrono::milliseconds(100));
+  }
+
+  bool is_shown_;
+  bool is_drawn_ = false;
+  FleetCounts before_;
+};
+
+std::string summaryOf(const FleetCounts& counts, double seconds) {
+  const std::string faults = faultsText(counts);
+  return fmt::format("{} messages with {} events ({}B) in {:.1f} s{}{}\n", counts.messages,
+                     counts.events, shortNumber(static_cast<double>(counts.bytes)), seconds,
+                     faults.empty() ? "" : "\n  ", faults);
+}
+
+double secondsSince(Clock::time_point begin) {
+  return std::chrono::duration<double>(Clock::now() - begin).count();
+}
+
+void pollUntilTheEnd(FleetWorker& worker, Subscription& subscription) {
+  constexpr std::chrono::milliseconds kPatience{200};
+  Progress progress;
+  auto updated = Clock::now();
+  while (StopSignal::requests() == 0) {
+    subscription.poll(worker, kMostMessages, kPatience);
+    if (Clock::now() - updated < kUpdate) continue;
+    worker.update();
+    progress.show(worker.counts(), subscription, secondsSince(updated));
+    updated = Clock::now();
+  }
+}
+
+// Until the user ends it. A reader that closes the output ends it, too.
+void work(FleetWorker& worker, Subscription& subscription,
+          const std::function<FleetCounts()>& counts) {
+  const auto begin = Clock::now();
+  const auto finish = [&] {
+    subscription.close();
+    showOnStderr(summaryOf(counts(), secondsSince(begin)));
+  };
+  try {
+    pollUntilTheEnd(worker, subscription);
+    worker.update();
+  } catch (const ClosedPipe&) {  // the summary says what was read
+  } catch (const RunError&) {
+    finish();
+    throw;
+  }
+  finish();
+}
+
+void consumeIntoRanges(const ConsumeOptions& options, Subscription& subscription, Intake& intake) {
+  RangeFolder folder(options.output, options.topic, options.is_forced_out);
+  Retries retries;
+  ParquetWorker worker(folder, settledLimits(options, folder), intake, subscription,
+                       [&](const std::string&) { return retries.wait(); });
+  // What is half written is thrown away.
+  work(worker, subscription, [&] { return worker.written(); });
+}
+
+void consumeIntoStream(const ConsumeOptions& options, Subscription& subscription, Intake& intake) {
+  const auto sink = makeSink(options);
+  StreamWorker worker(*sink, intake, subscription);
+  work(worker, subscription, [&] { return worker.counts(); });
+}
+
+}  // namespace
+
+int consume(const ConsumeOptions& options, Subscription& subscription, SchemaShelf& shelf) {
+  SchemaCache schemas(shelf, options.schema_patience);
+  Intake intake(schemas);
+  if (options.format == ConsumeFormat::parquet)
+    consumeIntoRanges(options, subscription, intake);
+  else
+    consumeIntoStream(options, subscription, intake);
+  return kExitFine;
+}
+
+}  // namespace tev::host

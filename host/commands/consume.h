@@ -1,0 +1,28 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+#include "host/bus/subscription.h"
+#include "host/fleet/range.h"
+
+namespace tev::host {
+
+enum class ConsumeFormat : std::uint8_t { parquet, jsonl, csv, capture };
+
+struct ConsumeOptions {
+  std::string topic;
+  ConsumeFormat format = ConsumeFormat::parquet;
+  std::string output;  // path; empty: standard output
+  RangeLimits limits;
+  bool limits_given = false;
+  bool is_forced_out = true;  // each range is forced to the disk before it counts as done
+  std::chrono::milliseconds schema_patience{10'000};
+};
+
+// Takes the messages of the subscription until the user ends it. Returns the exit code. Throws
+// UsageError and RunError.
+int consume(const ConsumeOptions& options, Subscription& subscription, SchemaShelf& shelf);
+
+}  // namespace tev::host
