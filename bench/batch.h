@@ -36,6 +36,7 @@ inline host::SchemaView makeSchema() {
   tev_schema_t* const schema = tev_type_system_add_schema(types, "bench", 1, nullptr);
   addType(schema, "device", kDeviceCounters, false);
   addType(schema, "plane", kPlaneCounters, true);
+  tev_type_system_update_md5_hashes(types);
   host::SchemaView view = host::SchemaView::fromTypeSystem(*types);
   tev_destroy_type_system(types);
   return view;

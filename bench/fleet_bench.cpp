@@ -93,7 +93,7 @@ void fleetToParquet(benchmark::State& state) {
     host::SchemaCache schemas(messages, std::chrono::milliseconds(0));
     host::Intake intake(schemas);
     host::RangeFolder folder(path, "bench", false);
-    host::ParquetWorker worker(folder, {.bytes = UINT64_MAX, .messages = kRangeMessages}, intake,
+    host::ParquetWorker worker(folder, {UINT64_MAX, kRangeMessages, 1'000'000'000}, intake,
                                messages, [](const std::string&) { return false; });
     worker.assigned(0);
     messages.poll(worker, kMessages, {});
