@@ -1,0 +1,21 @@
+// The consuming end of a Kafka topic.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "host/bus/bus.h"
+#include "host/kafka/settings.h"
+
+namespace tev::host {
+
+// A worker of the group. Throws RunError, with the reason, when no broker answers or the topic does
+// not exist.
+std::unique_ptr<Subscription> subscribeToKafka(const KafkaOptions& options,
+                                               const std::string& group);
+
+// The schemas that were published beside the events of the topic. Reads all that are there. Throws
+// RunError, as subscribeToKafka() does.
+std::unique_ptr<SchemaShelf> openKafkaSchemas(const KafkaOptions& options);
+
+}  // namespace tev::host

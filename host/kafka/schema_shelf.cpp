@@ -1,0 +1,100 @@
+#include <fmt/format.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <set>
+#include <unordered_map>
+#include <utility>
+
+#include "host/kafka/client.h"
+#include "host/kafka/consumer.h"
+#include "host/support/errors.h"
+#include "host/support/text.h"
+
+namespace tev::host {
+namespace {
+
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds kPatience{30};  // until all that is there was read
+
+using Partitions =
+    KafkaOwned<rd_kafka_topic_partition_list_t, rd_kafka_topic_partition_list_destroy>;
+
+// Reads a compacted topic: the last text of a key counts.
+class KafkaSchemaShelf : public SchemaShelf {
+ public:
+  explicit KafkaSchemaShelf(const KafkaOptions& options)
+      : topic_(schemaTopicOf(options.topic)),
+        client_(RD_KAFKA_CONSUMER, options,
+                // The library wants a group, which is never joined.
+                {{"group.id", "tev-host-schemas"},
+                 {"enable.auto.commit", "false"},
+                 {"enable.auto.offset.store", "false"},
+                 {"auto.offset.reset", "earliest"},
+                 {"enable.partition.eof", "true"},
+                 {"queued.max.messages.kbytes", "4096"},
+                 {"check.crcs", "true"}}) {
+    client_.connect();
+    const TopicLayout layout = client_.expectTopic(topic_);
+    rd_kafka_poll_set_consumer(client_.handle());
+    const Partitions partitions(rd_kafka_topic_partition_list_new(layout.partitions));
+    for (std::int32_t i = 0; i < layout.partitions; ++i)
+      rd_kafka_topic_partition_list_add(partitions.get(), topic_.c_str(), i)->offset =
+          RD_KAFKA_OFFSET_BEGINNING;
+    if (const auto error = rd_kafka_assign(client_.handle(), partitions.get())) fail(error);
+    const auto end = Clock::now() + kPatience;
+    while (std::cmp_less(ended_.size(), layout.partitions)) {
+      if (Clock::now() >= end) fail(RD_KAFKA_RESP_ERR__TIMED_OUT);
+      readOne(milliseconds(100));
+    }
+  }
+
+  std::optional<std::string> find(const std::string& id, milliseconds patience) override {
+    const auto end = Clock::now() + patience;
+    while (true) {
+      if (const auto text = texts_.find(id); text != texts_.end()) return text->second;
+      const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
+      if (left <= milliseconds(0)) return std::nullopt;
+      readOne(left);
+    }
+  }
+
+ private:
+  [[noreturn]] void fail(rd_kafka_resp_err_t error) const {
+    throw RunError(fmt::format("cannot read the topic {}: {}", topic_, kafkaText(error)));
+  }
+
+  void readOne(milliseconds patience) {
+    const auto message = client_.consume(patience);
+    if (!message) return;
+    if (message->err == RD_KAFKA_RESP_ERR__PARTITION_EOF) {
+      ended_.insert(message->partition);
+      return;
+    }
+    if (message->err == RD_KAFKA_RESP_ERR_UNKNOWN_TOPIC_OR_PART ||
+        message->err == RD_KAFKA_RESP_ERR_TOPIC_AUTHORIZATION_FAILED)
+      fail(message->err);
+    if (message->err) return;  // the library tries again
+    const std::string key(static_cast<const char*>(message->key), message->key_len);
+    if (message->payload)
+      texts_[key].assign(static_cast<const char*>(message->payload), message->len);
+    else
+      texts_.erase(key);
+  }
+
+  const std::string topic_;
+  KafkaClient client_;
+  std::set<std::int32_t> ended_;  // partitions that were read to their end
+  std::unordered_map<std::string, std::string> texts_;
+};
+
+}  // namespace
+
+std::unique_ptr<SchemaShelf> openKafkaSchemas(const KafkaOptions& options) {
+  return std::make_unique<KafkaSchemaShelf>(options);
+}
+
+}  // namespace tev::host
