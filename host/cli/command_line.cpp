@@ -132,6 +132,19 @@ void readBus(const Given& given, RunOptions& run) {
   if (given.spool_bytes) run.bus.spool->most_bytes = *given.spool_bytes;
 }
 
+void readConsume(const Given& given, ConsumeOptions& options) {
+  RangeLimits& limits = options.limits;
+  const bool is_parquet = options.format == ConsumeFormat::parquet;
+  options.limits_given = given.range_bytes || given.range_messages || given.range_seconds;
+  if (options.limits_given && !is_parquet)
+    throw UsageError("--range-size, --range-messages and --range-time need --format parquet");
+  if (given.range_bytes) limits.bytes = *given.range_bytes;
+  if (given.range_messages) limits.messages = *given.range_messages;
+  if (given.range_seconds) limits.seconds = *given.range_seconds;
+  if (options.output.empty() && options.format != ConsumeFormat::jsonl)
+    throw UsageError("--output FOLDER is needed, unless --format is jsonl");
+}
+
 // `top` shows a plug-in or files, and each has its own options.
 void expectOneSource(const CLI::App& top, bool plays_files) {
   for (const char* const option : {"--plugin", "--option", "--simulate", "--link-speed"})
@@ -222,6 +235,7 @@ void Parser::readRest() {
   readCapture(given.capture, command(), line.run);
   readPrometheus(given, line.run);
   if (line.command == Command::run) readBus(given, line.run);
+  if (line.command == Command::consume) readConsume(given, line.consume);
   if (line.decode.span.from_usec >= line.decode.span.to_usec)
     throw UsageError("--from must be before --to");
   if (line.command == Command::top) expectOneSource(command(), !line.decode.files.empty());

@@ -3,6 +3,7 @@
 
 #include "host/cli/companions.h"
 #include "host/commands/check.h"
+#include "host/commands/consume.h"
 #include "host/commands/decode.h"
 #include "host/commands/plot.h"
 #include "host/commands/run_options.h"
@@ -11,7 +12,19 @@
 
 namespace tev::host {
 
-enum class Command { run, top, decode, info, plot, check, schema, options, topics, answered };
+enum class Command {
+  run,
+  top,
+  decode,
+  info,
+  plot,
+  check,
+  schema,
+  options,
+  consume,
+  topics,
+  answered
+};
 
 struct CommandLine {
   Command command = Command::answered;  // help or version, which the parser has printed
@@ -21,6 +34,7 @@ struct CommandLine {
   PlotOptions plot;
   KafkaOptions kafka;
   TopicsOptions topics;
+  ConsumeOptions consume;
   bool markdown = false;  // of the command options
 };
 

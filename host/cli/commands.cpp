@@ -110,6 +110,49 @@ void addOptions(CLI::App& command, CommandLine& line, Given& given) {
   command.add_flag("--markdown", line.markdown, "Print a Markdown table")->disable_flag_override();
 }
 
+void addConsume(CLI::App& command, CommandLine& line, Given& given) {
+  ConsumeOptions& options = line.consume;
+  addKafkaOptions(command, options.kafka);
+  command.get_option("--kafka")->required();
+  command.get_option("--topic")->required();
+  addParsed(command, "--group", options.group, groupName,
+            "Name of the group of workers, which share the partitions of the topic")
+      ->type_name("NAME")
+      ->required();
+  offer(addParsed(command, "--format", options.format, consumeFormat,
+                  "parquet (default), jsonl, csv or capture\n"
+                  "parquet  files by hour and type in the folder --output, each event once\n"
+                  "jsonl    one JSON object per line and event\n"
+                  "csv      files by type in the folder --output\n"
+                  "capture  capture files by node in the folder --output")
+            ->type_name("FORMAT"),
+        {"parquet", "jsonl", "csv", "capture"});
+  command
+      .add_option("--output", options.output,
+                  "Folder for the files; with jsonl a file, by default standard output")
+      ->type_name("PATH");
+  addParsed(
+      command, "--range-size", given.range_bytes, rangeSize,
+      "With parquet: end the files before they have more bytes of event blocks (default 256M)")
+      ->type_name("BYTES");
+  addParsed(command, "--range-messages", given.range_messages, rangeMessages,
+            "With parquet: end the files after this number of messages (default 100000)")
+      ->type_name("N");
+  addParsed(command, "--range-time", given.range_seconds, rangeTime,
+            "With parquet: end the files when a node's events are so many seconds later than its "
+            "first ones (default 600)")
+      ->type_name("SECONDS");
+  offer(addParsed(command, "--sync", options.is_forced_out, isForcedOut,
+                  "With parquet: file forces the files to the disk before they count as done "
+                  "(default), none leaves this to the system")
+            ->type_name("POLICY"),
+        {"none", "file"});
+  addParsed(command, "--prometheus", options.prometheus, metricsAddress,
+            "Also serve the state of the worker to Prometheus, at http://ADDRESS:PORT/metrics; a "
+            "port alone is on loopback")
+      ->type_name("ADDRESS:PORT");
+}
+
 void addTopics(CLI::App& command, CommandLine& line, Given&) {
   addKafkaOptions(command, line.kafka);
   command.get_option("--kafka")->required();
@@ -152,6 +195,8 @@ constexpr Row kCommands[] = {
     {Command::schema, "schema", "Show the types of events that the plug-in would deliver",
      addSchema},
     {Command::options, "options", "Show the options that the plug-in describes", addOptions},
+    {Command::consume, "consume", "Write the events of a Kafka topic into files, as one of a group",
+     addConsume},
     {Command::topics, "topics", "Create or check the Kafka topics of events and their schemas",
      addTopics},
 };

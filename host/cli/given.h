@@ -23,6 +23,9 @@ struct Given {
   std::optional<std::uint64_t> queue_bytes;
   std::optional<std::string> spool;
   std::optional<std::uint64_t> spool_bytes;
+  std::optional<std::uint64_t> range_bytes;
+  std::optional<std::uint64_t> range_messages;
+  std::optional<std::uint64_t> range_seconds;
 };
 
 }  // namespace tev::host

@@ -36,6 +36,10 @@ constexpr Example kExamples[] = {
     {"run --simulate=run.tevcap --format csv", "the recorded incident again, through the plug-in"},
     {"schema --simulate", "the types of events of the simulated adapters"},
     {"options", "the options of the plug-in, with defaults and values"},
+    {"consume --kafka kafka1:9092 --topic tev --group lake --output lake",
+     "Parquet files by hour and type, each event once"},
+    {"consume --kafka kafka1:9092 --topic tev --group look --format jsonl",
+     "every event as a line"},
     {"topics --kafka kafka1:9092,kafka2:9092 --topic tev --partitions 24 --retention 7d",
      "the Kafka topics tev and tev.schemas"},
 };

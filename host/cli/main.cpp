@@ -7,6 +7,7 @@
 #include "host/cli/command_line.h"
 #include "host/cli/companions.h"
 #include "host/commands/check.h"
+#include "host/commands/consume.h"
 #include "host/commands/decode.h"
 #include "host/commands/info.h"
 #include "host/commands/options.h"
@@ -42,6 +43,8 @@ int dispatch(int argc, char** argv) {
       return showSchema(line.run);
     case Command::options:
       return showOptions(line.run.plugin.path, line.markdown);
+    case Command::consume:
+      return consume(line.consume);
     case Command::topics:
       return topics(line.kafka, line.topics);
     case Command::answered:

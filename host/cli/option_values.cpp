@@ -21,7 +21,12 @@ constexpr std::uint64_t kLeastPage = std::uint64_t{256} << 10;  // bytes
 constexpr std::uint64_t kMostPage = std::uint64_t{512} << 20;   // bytes
 constexpr std::uint64_t kMostQueue = std::uint64_t{16} << 30;   // bytes
 constexpr std::uint64_t kLeastSpool = std::uint64_t{16} << 20;  // bytes
-constexpr std::uint64_t kMaxRotation = 365 * 86'400;            // seconds
+constexpr std::size_t kLongestGroup = 249;                      // bytes
+constexpr std::uint64_t kLeastRange = std::uint64_t{1} << 20;   // bytes
+constexpr std::uint64_t kMostRange = std::uint64_t{4} << 30;    // bytes
+constexpr std::uint64_t kMostRangeMessages = 10'000'000;
+constexpr std::uint64_t kMostRangeSeconds = 86'400;
+constexpr std::uint64_t kMaxRotation = 365 * 86'400;  // seconds
 
 constexpr std::chrono::milliseconds kLeastMeasuring{100};
 constexpr std::chrono::hours kMostMeasuring{1};
@@ -145,6 +150,41 @@ std::pair<std::string, std::string> kafkaSetting(const char* option, const std::
   if (equals == std::string::npos || equals == 0)
     throw UsageError(fmt::format("{}: KEY=VALUE is needed, like linger.ms=50", option));
   return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
+std::string groupName(const char* option, const std::string& text) {
+  if (text.empty() || text.size() > kLongestGroup || asPrintable(text) != text)
+    refuse(option, text,
+           fmt::format("a name of 1 to {} printable characters is needed", kLongestGroup));
+  return text;
+}
+
+ConsumeFormat consumeFormat(const char* option, const std::string& text) {
+  if (text == "parquet") return ConsumeFormat::parquet;
+  if (text == "jsonl") return ConsumeFormat::jsonl;
+  if (text == "csv") return ConsumeFormat::csv;
+  if (text == "capture") return ConsumeFormat::capture;
+  refuse(option, text, "parquet, jsonl, csv or capture is needed");
+}
+
+std::uint64_t rangeSize(const char* option, const std::string& text) {
+  const std::uint64_t bytes = byteSize(option, text);
+  if (bytes < kLeastRange || bytes > kMostRange) refuse(option, text, "from 1M to 4G is possible");
+  return bytes;
+}
+
+std::uint64_t rangeMessages(const char* option, const std::string& text) {
+  return wholeNumber(option, text, kMostRangeMessages);
+}
+
+std::uint64_t rangeTime(const char* option, const std::string& text) {
+  return wholeNumber(option, text, kMostRangeSeconds);
+}
+
+bool isForcedOut(const char* option, const std::string& text) {
+  if (text == "file") return true;
+  if (text == "none") return false;
+  refuse(option, text, "none or file is needed");
 }
 
 std::uint64_t partitionCount(const char* option, const std::string& text) {

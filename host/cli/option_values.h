@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "host/capture/capture_options.h"
+#include "host/commands/consume.h"
 #include "host/metrics/listen_address.h"
 #include "host/outputs/formats.h"
 #include "host/screen/symbols.h"
@@ -48,6 +49,15 @@ std::string topicName(const char* option, const std::string& text);
 
 // KEY=VALUE. The text is not part of the error, because it may be a secret.
 std::pair<std::string, std::string> kafkaSetting(const char* option, const std::string& text);
+
+std::string groupName(const char* option, const std::string& text);
+ConsumeFormat consumeFormat(const char* option, const std::string& text);
+std::uint64_t rangeSize(const char* option, const std::string& text);
+std::uint64_t rangeMessages(const char* option, const std::string& text);
+std::uint64_t rangeTime(const char* option, const std::string& text);
+
+// Whether the text is "file"; otherwise it is "none".
+bool isForcedOut(const char* option, const std::string& text);
 
 std::uint64_t partitionCount(const char* option, const std::string& text);
 std::uint64_t replicaCount(const char* option, const std::string& text);

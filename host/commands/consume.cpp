@@ -10,6 +10,8 @@
 #include "host/fleet/parquet_worker.h"
 #include "host/fleet/sink.h"
 #include "host/fleet/stream_worker.h"
+#include "host/fleet/worker_metrics.h"
+#include "host/kafka/consumer.h"
 #include "host/outputs/output_file.h"
 #include "host/support/bounded_write.h"
 #include "host/support/errors.h"
@@ -116,7 +118,7 @@ double secondsSince(Clock::time_point begin) {
   return std::chrono::duration<double>(Clock::now() - begin).count();
 }
 
-void pollUntilTheEnd(FleetWorker& worker, Subscription& subscription) {
+void pollUntilTheEnd(FleetWorker& worker, Subscription& subscription, WorkerMetrics* metrics) {
   constexpr std::chrono::milliseconds kPatience{200};
   Progress progress;
   auto updated = Clock::now();
@@ -125,20 +127,26 @@ void pollUntilTheEnd(FleetWorker& worker, Subscription& subscription) {
     if (Clock::now() - updated < kUpdate) continue;
     worker.update();
     progress.show(worker.counts(), subscription, secondsSince(updated));
+    if (metrics) metrics->publish(worker.counts(), subscription.lags());
     updated = Clock::now();
   }
 }
 
 // Until the user ends it. A reader that closes the output ends it, too.
-void work(FleetWorker& worker, Subscription& subscription,
+void work(const ConsumeOptions& options, FleetWorker& worker, Subscription& subscription,
           const std::function<FleetCounts()>& counts) {
   const auto begin = Clock::now();
+  std::unique_ptr<WorkerMetrics> metrics;
+  if (options.prometheus) {
+    metrics = std::make_unique<WorkerMetrics>(*options.prometheus);
+    Log::instance().say("tev-host: metrics are at " + metrics->url());
+  }
   const auto finish = [&] {
     subscription.close();
     showOnStderr(summaryOf(counts(), secondsSince(begin)));
   };
   try {
-    pollUntilTheEnd(worker, subscription);
+    pollUntilTheEnd(worker, subscription, metrics.get());
     worker.update();
   } catch (const ClosedPipe&) {  // the summary says what was read
   } catch (const RunError&) {
@@ -149,21 +157,28 @@ void work(FleetWorker& worker, Subscription& subscription,
 }
 
 void consumeIntoRanges(const ConsumeOptions& options, Subscription& subscription, Intake& intake) {
-  RangeFolder folder(options.output, options.topic, options.is_forced_out);
+  RangeFolder folder(options.output, options.kafka.topic, options.is_forced_out);
   Retries retries;
   ParquetWorker worker(folder, settledLimits(options, folder), intake, subscription,
                        [&](const std::string&) { return retries.wait(); });
   // What is half written is thrown away.
-  work(worker, subscription, [&] { return worker.written(); });
+  work(options, worker, subscription, [&] { return worker.written(); });
 }
 
 void consumeIntoStream(const ConsumeOptions& options, Subscription& subscription, Intake& intake) {
   const auto sink = makeSink(options);
   StreamWorker worker(*sink, intake, subscription);
-  work(worker, subscription, [&] { return worker.counts(); });
+  work(options, worker, subscription, [&] { return worker.counts(); });
 }
 
 }  // namespace
+
+int consume(const ConsumeOptions& options) {
+  const StopSignal stop_signal;
+  const auto shelf = openKafkaSchemas(options.kafka);
+  const auto subscription = subscribeToKafka(options.kafka, options.group);
+  return consume(options, *subscription, *shelf);
+}
 
 int consume(const ConsumeOptions& options, Subscription& subscription, SchemaShelf& shelf) {
   SchemaCache schemas(shelf, options.schema_patience);

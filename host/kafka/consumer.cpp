@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -18,6 +19,9 @@ namespace tev::host {
 namespace {
 
 using std::chrono::milliseconds;
+
+constexpr std::int64_t kUnknown = -1;  // position
+constexpr int kCommittedMsec = 1000;   // to wait for the answer
 
 using Partitions =
     KafkaOwned<rd_kafka_topic_partition_list_t, rd_kafka_topic_partition_list_destroy>;
@@ -91,6 +95,7 @@ class KafkaSubscription : public Subscription, private KafkaListener {
   }
 
   std::vector<PartitionLag> lags() override {
+    findPositions();
     std::vector<PartitionLag> lags;
     for (const auto& [partition, position] : positions_) {
       std::int64_t low = 0;
@@ -99,7 +104,7 @@ class KafkaSubscription : public Subscription, private KafkaListener {
                                          &high) != RD_KAFKA_RESP_ERR_NO_ERROR ||
           high < 0)
         high = -1;
-      lags.push_back({partition, position, high});
+      lags.push_back({partition, std::max<std::int64_t>(position, 0), high});
     }
     return lags;
   }
@@ -112,6 +117,20 @@ class KafkaSubscription : public Subscription, private KafkaListener {
   }
 
  private:
+  // Partitions without a message so far begin where the group committed last.
+  void findPositions() {
+    const Partitions asked(rd_kafka_topic_partition_list_new(1));
+    for (const auto& [partition, position] : positions_)
+      if (position == kUnknown)
+        rd_kafka_topic_partition_list_add(asked.get(), topic_.c_str(), partition);
+    if (asked->cnt == 0 || rd_kafka_committed(client_.handle(), asked.get(), kCommittedMsec) !=
+                               RD_KAFKA_RESP_ERR_NO_ERROR)
+      return;
+    for (const rd_kafka_topic_partition_t& partition : elementsOf(*asked))
+      if (!partition.err && partition.offset >= 0)
+        positions_[partition.partition] = partition.offset;
+  }
+
   void take(const rd_kafka_message_t& message) {
     const auto position = positions_.find(message.partition);
     if (position == positions_.end()) return;  // no longer ours
@@ -162,7 +181,7 @@ class KafkaSubscription : public Subscription, private KafkaListener {
         if (!owner_) continue;
         const auto begin = owner_->assigned(partition.partition);
         if (begin) partition.offset = *begin;
-        positions_[partition.partition] = begin.value_or(0);
+        positions_[partition.partition] = begin.value_or(kUnknown);
       }
       expectDone(rd_kafka_incremental_assign(client_.handle(), &partitions));
     } else {

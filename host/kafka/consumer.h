@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "host/bus/bus.h"
+#include "host/bus/subscription.h"
 #include "host/kafka/settings.h"
 
 namespace tev::host {

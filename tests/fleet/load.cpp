@@ -29,6 +29,7 @@ constexpr int kAdapters = 8;
 constexpr int kPlanes = 4;
 constexpr int kDeviceCounters = 32;
 constexpr int kPlaneCounters = 16;
+constexpr int kPause = 1000;  // seconds
 constexpr std::uint64_t kSecond = 1'000'000;  // microseconds
 
 double cpuSeconds() {
@@ -112,7 +113,7 @@ class Load {
     publishSchema();
     const double start = wallSeconds();
     const std::uint64_t start_usec = static_cast<std::uint64_t>(time(nullptr)) * kSecond -
-                                     static_cast<std::uint64_t>(seconds) * kSecond;
+                                     static_cast<std::uint64_t>(seconds + kPause) * kSecond;
     tev::test::Bytes blocks;
     std::size_t memory = 0;
     for (int begin = 0; begin < seconds; begin += batch_seconds) {
@@ -128,6 +129,13 @@ class Load {
       }
       if (begin == 0) memory = mallinfo2().uordblks + mallinfo2().hblkhd - before;
       for (const auto& one : batchers) one->close();
+    }
+    // Readers end their files at an event that is much later.
+    for (std::size_t node = 0; node < sources; ++node) {
+      fill(blocks, start_usec + static_cast<std::uint64_t>(seconds + kPause) * kSecond,
+           static_cast<std::uint32_t>(node));
+      batchers[node]->add(blocks);
+      batchers[node]->close();
     }
     while (waiting_ > 0) poll(100);
     std::uint64_t events = 0;
