@@ -10,7 +10,7 @@ bool Exporter::isBuilt() {
   return false;
 }
 
-Exporter::Exporter(const ListenAddress&, Collect) {
+Exporter::Exporter(const ListenAddress&, Collect) {  // NOLINT: as the declaration
   throw UsageError("tev-host was built without Prometheus");
 }
 
