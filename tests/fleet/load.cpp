@@ -29,7 +29,7 @@ constexpr int kAdapters = 8;
 constexpr int kPlanes = 4;
 constexpr int kDeviceCounters = 32;
 constexpr int kPlaneCounters = 16;
-constexpr int kPause = 1000;  // seconds
+constexpr int kPause = 1000;                  // seconds
 constexpr std::uint64_t kSecond = 1'000'000;  // microseconds
 
 double cpuSeconds() {
