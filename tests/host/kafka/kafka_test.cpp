@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <librdkafka/rdkafka.h>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "host/kafka/client.h"
+#include "host/kafka/consumer.h"
 #include "host/kafka/settings.h"
 #include "host/kafka/topic_plan.h"
 #include "host/support/errors.h"
@@ -133,6 +135,100 @@ TEST(KafkaClient, PassesOnWhatItsListenerThrows) {
   KafkaClient client(RD_KAFKA_PRODUCER, brokers.options(), {}, &thrower);
   rd_kafka_producev(client.handle(), RD_KAFKA_V_TOPIC("tev"), RD_KAFKA_V_END);
   EXPECT_EQ(errorOf<RunError>([&] { client.poll(std::chrono::seconds(10)); }), "from the listener");
+}
+
+// What a worker was told, as text.
+class Worker : public PartitionOwner {
+ public:
+  std::optional<std::int64_t> assigned(std::int32_t partition) override {
+    told.push_back(fmt::format("+{}", partition));
+    return begin;
+  }
+  void take(const PartitionMessage& message) override {
+    std::string text =
+        fmt::format("{}@{}={}", message.message.key, message.offset,
+                    std::string(message.message.value.begin(), message.message.value.end()));
+    for (const auto& [name, value] : message.message.headers)
+      text += fmt::format(" {}:{}", name, value);
+    told.push_back(text);
+  }
+  void revoked(std::int32_t partition) override { told.push_back(fmt::format("-{}", partition)); }
+
+  // Polls until it was told as much.
+  std::vector<std::string> await(Subscription& subscription, std::size_t count) {
+    for (int i = 0; i < 300 && told.size() < count; ++i)
+      subscription.poll(*this, 10, std::chrono::milliseconds(100));
+    return std::exchange(told, {});
+  }
+
+  std::optional<std::int64_t> begin;
+  std::vector<std::string> told;
+};
+
+void produce(KafkaClient& client, const char* topic, std::string key,
+             std::optional<std::string> text) {
+  void* const value = text ? text->data() : nullptr;
+  const std::size_t size = text ? text->size() : 0;
+  rd_kafka_producev(client.handle(), RD_KAFKA_V_TOPIC(topic), RD_KAFKA_V_PARTITION(0),
+                    RD_KAFKA_V_MSGFLAGS(RD_KAFKA_MSG_F_COPY),
+                    RD_KAFKA_V_KEY(key.data(), key.size()), RD_KAFKA_V_VALUE(value, size),
+                    RD_KAFKA_V_HEADER("codec", "zstd", 4), RD_KAFKA_V_END);
+  rd_kafka_flush(client.handle(), 10'000);
+}
+
+TEST(KafkaSubscription, BeginsWhereTheGroupOrTheOwnerSays) {
+  MockBrokers brokers;
+  rd_kafka_mock_topic_create(brokers.cluster(), "tev", 1, 1);
+  KafkaOptions options = brokers.options();
+  KafkaClient producer(RD_KAFKA_PRODUCER, options, {});
+  for (const char* const value : {"a", "b", "c"}) produce(producer, "tev", "node", value);
+  options.topic = "tev";
+
+  Worker worker;
+  auto subscription = subscribeToKafka(options, "group");
+  EXPECT_THAT(
+      worker.await(*subscription, 4),
+      ElementsAre("+0", "node@0=a codec:zstd", "node@1=b codec:zstd", "node@2=c codec:zstd"));
+  ASSERT_EQ(subscription->lags().size(), 1U);
+  EXPECT_EQ(subscription->lags()[0].position, 3);
+  EXPECT_EQ(subscription->lags()[0].end, 3);
+  std::string problem;
+  EXPECT_TRUE(subscription->commit(0, 2, problem)) << problem;
+  EXPECT_FALSE(subscription->commit(1, 2, problem));
+  EXPECT_EQ(problem, "the partition belongs to another worker");
+  subscription->close();
+  EXPECT_FALSE(subscription->commit(0, 3, problem));
+
+  KafkaClient other(RD_KAFKA_CONSUMER, options, {{"group.id", "group"}});
+  const KafkaOwned<rd_kafka_topic_partition_list_t, rd_kafka_topic_partition_list_destroy> asked(
+      rd_kafka_topic_partition_list_new(1));
+  rd_kafka_topic_partition_list_add(asked.get(), "tev", 0);
+  ASSERT_FALSE(rd_kafka_committed(other.handle(), asked.get(), 10'000));
+  EXPECT_EQ(asked->elems[0].offset, 2);
+
+  worker.begin = 1;
+  subscription = subscribeToKafka(options, "another group");
+  EXPECT_THAT(worker.await(*subscription, 3),
+              ElementsAre("+0", "node@1=b codec:zstd", "node@2=c codec:zstd"));
+  EXPECT_THAT(worker.told, IsEmpty());
+}
+
+TEST(KafkaSchemas, AreTheLastTextOfEachId) {
+  MockBrokers brokers;
+  rd_kafka_mock_topic_create(brokers.cluster(), "tev.schemas", 1, 1);
+  KafkaOptions options = brokers.options();
+  KafkaClient producer(RD_KAFKA_PRODUCER, options, {});
+  options.topic = "tev";
+  produce(producer, "tev.schemas", "one", "{}");
+  produce(producer, "tev.schemas", "two", "{}");
+  produce(producer, "tev.schemas", "one", "{1}");
+  produce(producer, "tev.schemas", "two", std::nullopt);
+
+  const auto shelf = openKafkaSchemas(options);
+  EXPECT_EQ(shelf->find("one", std::chrono::milliseconds(0)), "{1}");
+  EXPECT_EQ(shelf->find("two", std::chrono::milliseconds(0)), std::nullopt);
+  produce(producer, "tev.schemas", "three", "{3}");
+  EXPECT_EQ(shelf->find("three", std::chrono::seconds(10)), "{3}");
 }
 
 TEST(Topics, AreNotCreatedWithoutBrokers) {
