@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -28,11 +29,17 @@ constexpr std::uint64_t kRangeMessages = 2'500;  // about 100 MB of event blocks
 // The messages of some sources, in turn.
 class Messages final : public host::Subscription, public host::SchemaShelf {
  public:
-  explicit Messages(std::size_t sources) : sources_(sources), writer_({schema().id}) {
+  explicit Messages(std::size_t sources) : sources_(sources) {
     Batch batch(kAdapters, kSeconds, 1'000'000);
     for (std::size_t i = 0; i < kDistinct; ++i, batch.advance()) {
       blocks_.assign(batch.blocks().begin(), batch.blocks().end());
-      messages_.push_back(writer_.write({{"node", 1}, 0, kEventsOfMessage, blocks_}));
+      host::Batch batch_of_node;
+      batch_of_node.run = {"node", 1};
+      batch_of_node.schemas =
+          std::make_shared<host::RunSchemas>(host::RunSchemas{{schema().id}, {schema().text}});
+      batch_of_node.events = kEventsOfMessage;
+      batch_of_node.blocks = blocks_;
+      messages_.push_back(writer_.write(batch_of_node));
     }
   }
 

@@ -143,10 +143,10 @@ void addConsume(CLI::App& command, CommandLine& line, Given& given) {
             "first ones (default 600)")
       ->type_name("SECONDS");
   offer(addParsed(command, "--sync", options.is_forced_out, isForcedOut,
-                  "With parquet: file forces the files to the disk before they count as done "
+                  "With parquet: range forces the files to the disk before they count as done "
                   "(default), none leaves this to the system")
             ->type_name("POLICY"),
-        {"none", "file"});
+        {"none", "range"});
   addParsed(command, "--prometheus", options.prometheus, metricsAddress,
             "Also serve the state of the worker to Prometheus, at http://ADDRESS:PORT/metrics; a "
             "port alone is on loopback")

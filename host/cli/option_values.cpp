@@ -182,9 +182,9 @@ std::uint64_t rangeTime(const char* option, const std::string& text) {
 }
 
 bool isForcedOut(const char* option, const std::string& text) {
-  if (text == "file") return true;
+  if (text == "range") return true;
   if (text == "none") return false;
-  refuse(option, text, "none or file is needed");
+  refuse(option, text, "none or range is needed");
 }
 
 std::uint64_t partitionCount(const char* option, const std::string& text) {

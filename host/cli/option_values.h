@@ -56,7 +56,7 @@ std::uint64_t rangeSize(const char* option, const std::string& text);
 std::uint64_t rangeMessages(const char* option, const std::string& text);
 std::uint64_t rangeTime(const char* option, const std::string& text);
 
-// Whether the text is "file"; otherwise it is "none".
+// Whether the text is "range"; otherwise it is "none".
 bool isForcedOut(const char* option, const std::string& text);
 
 std::uint64_t partitionCount(const char* option, const std::string& text);

@@ -89,13 +89,13 @@ void addHeaders(OutgoingMessage& message, const std::string& lines) {
 void addMessages(tev::test::FakeBus& bus, const std::string& id, const std::uint8_t* data,
                  std::size_t size) {
   constexpr std::size_t kDescription = 7;
-  MessageWriter writer({id});
+  MessageWriter writer;
   while (size >= kDescription) {
     const std::size_t length =
         std::min<std::size_t>(data[5] + std::size_t{256} * data[6], size - kDescription);
     const std::vector<std::uint8_t> rest(data + kDescription, data + kDescription + length);
-    OutgoingMessage message =
-        writer.write({{"node " + std::to_string(data[1]), data[2]}, data[3], data[4], rest});
+    OutgoingMessage message = writer.write(tev::test::makeBatch(
+        {"node " + std::to_string(data[1]), data[2]}, id, data[3], data[4], rest));
     const std::uint8_t form = data[0] % kForms;
     const auto set = [&](std::string_view name, const std::string& value) {
       std::ranges::find(message.headers, name, &std::pair<std::string, std::string>::first)

@@ -71,7 +71,7 @@ TEST(Message, IsReadAsItWasWritten) {
     EXPECT_EQ(head.events, batch.events);
     EXPECT_EQ(head.codec, repeats == 1 ? BatchCodec::none : BatchCodec::zstd);
     std::vector<std::uint8_t> blocks;
-    readBlocks(asIncoming(message), head, blocks);
+    BlockReader().read(message.value, head.codec, head.size, blocks);
     EXPECT_EQ(blocks, batch.blocks);
   }
 }
@@ -107,7 +107,8 @@ TEST(Message, OthersAreRefused) {
       if (name == one.header) value = one.value;
     std::vector<std::uint8_t> blocks;
     try {
-      readBlocks(asIncoming(message), readHead(asIncoming(message)), blocks);
+      const MessageHead head = readHead(asIncoming(message));
+      BlockReader().read(message.value, head.codec, head.size, blocks);
       ADD_FAILURE() << one.header << "=" << one.value;
     } catch (const RunError& error) {
       EXPECT_NE(std::string(error.what()).find(one.reason), std::string::npos) << error.what();

@@ -14,6 +14,18 @@
 
 namespace tev::test {
 
+// A batch whose blocks need the schema with this id.
+inline host::Batch makeBatch(const host::RunId& run, const std::string& id, std::uint64_t first,
+                             std::uint64_t events, std::vector<std::uint8_t> blocks) {
+  host::Batch batch;
+  batch.run = run;
+  batch.schemas = std::make_shared<host::RunSchemas>(host::RunSchemas{{id}, {""}});
+  batch.first = first;
+  batch.events = events;
+  batch.blocks = std::move(blocks);
+  return batch;
+}
+
 // One partition, and the schemas beside it.
 class FakeBus : public host::SchemaShelf {
  public:
@@ -27,8 +39,7 @@ class FakeBus : public host::SchemaShelf {
 
   void send(const host::RunId& run, std::uint64_t first, std::uint64_t events, const Bytes& blocks,
             const std::string& id) {
-    host::MessageWriter writer({id});
-    log.push_back(writer.write({run, first, events, blocks}));
+    log.push_back(host::MessageWriter().write(makeBatch(run, id, first, events, blocks)));
   }
 
   std::optional<std::string> find(const std::string& id, std::chrono::milliseconds) override {
