@@ -56,7 +56,7 @@ std::shared_ptr<const EventLayout> LayoutTable::of(const TypeView& type) {
   auto& known = by_text_[text];
   if (auto layout = known.lock()) return layout;
   const std::string digest = digestOf(text);
-  const auto layout = std::make_shared<const EventLayout>(
+  auto layout = std::make_shared<const EventLayout>(
       EventLayout{std::move(text), folderName(kindOf(type)), digest, type.size, type.columns});
   known = layout;
   if (by_text_.size() > purge_at_) {

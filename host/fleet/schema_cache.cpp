@@ -9,6 +9,7 @@
 
 #include "host/events/declared_schema.h"
 #include "host/fleet/fleet_counts.h"
+#include "host/support/text.h"
 
 namespace tev::host {
 namespace {
@@ -35,6 +36,7 @@ bool isEmpty(const std::string& id) {
 // Throws RunError.
 void expectId(const std::string& text, const std::string& id) {
   if (text.size() > SchemaCache::kLargest) throw RunError("its text is too long");
+  if (asUtf8(text) != text) throw RunError("its text is not UTF-8");
   if (declaredSchema(text).id != id) throw RunError("its text has another id");
 }
 

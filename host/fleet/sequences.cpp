@@ -59,6 +59,7 @@ void Sequences::restore(const RunId& run, std::uint64_t next) {
 }
 
 void Sequences::forEach(const std::function<void(const RunId&, std::uint64_t next)>& visit) const {
+  // NOLINTNEXTLINE(modernize-loop-convert): not all compilers have std::views::reverse of lists
   for (auto source = sources_.rbegin(); source != sources_.rend(); ++source)
     for (std::size_t i = source->count; i-- > 0;)
       visit({source->name, source->runs[i].start}, source->runs[i].next);

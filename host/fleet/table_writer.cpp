@@ -37,10 +37,10 @@ class Table {
   // What the next events have in common.
   void begin(const KeptMessage& message, const TypeView& type) {
     std::ranges::fill(lead_, std::uint8_t{0});
-    std::size_t at = 2 * kNumber;
-    put(at, fmt::format("{:016x}", message.run.start));
-    put(at += kRunDigits, asPrintable(message.run.source));
-    put(at += source_size_, asPrintable(type.name));
+    constexpr std::size_t kSource = 2 * kNumber + kRunDigits;
+    put(2 * kNumber, fmt::format("{:016x}", message.run.start));
+    put(kSource, asPrintable(message.run.source));
+    put(kSource + source_size_, asPrintable(type.name));
   }
 
   void add(std::uint64_t timestamp, std::uint64_t number, const std::uint8_t* event) {

@@ -229,9 +229,9 @@ TEST_F(FleetFolder, HasEachEventOnce) {
   }
   EXPECT_EQ(rows, arriving_.size());
   EXPECT_EQ(sum.counts.events, arriving_.size());
-  EXPECT_GT(sum.counts.gaps, 3u);
-  EXPECT_GT(sum.counts.repeats, 3u);
-  EXPECT_GT(sum.counts.rejected[0], 3u);
+  EXPECT_GT(sum.counts.gaps, 0u);
+  EXPECT_GT(sum.counts.repeats, 0u);
+  EXPECT_GT(sum.counts.rejected[0], 0u);
   EXPECT_EQ(sum.counts.messages, static_cast<std::uint64_t>(sum.end));
   EXPECT_TRUE(std::ranges::any_of(wanted_, [](const auto& file) {
     return file.first.starts_with("hour=2026-11-22T22/type=plane/t+0+");
