@@ -29,7 +29,7 @@ class BusOutput final : public Output {
   void leave() override;
   void addCounts(std::vector<DeviceCounts>& counts) const override { undelivered_.addTo(counts); }
 
-  SenderTotals totals() const { return sender_.totals(); }
+  std::uint64_t undeliveredEvents() const { return undelivered_.events(); }
 
   // A line for the summary of the run.
   std::string summary() const;

@@ -27,8 +27,9 @@ void addRun(CLI::App& command, CommandLine& line, Given& given) {
   addBusOptions(command, given);
   addSelection(command, line.run);
   command
-      .add_flag("--strict", line.run.strict,
-                "Exit with code 3 when a sample was lost, refused or missed")
+      .add_flag(
+          "--strict", line.run.strict,
+          "Exit with code 3 when a sample was lost, refused or missed, or with --kafka undelivered")
       ->disable_flag_override();
   command
       .add_flag(

@@ -11,28 +11,22 @@
 #include <utility>
 #include <vector>
 
-#include "host/bus/bus_output.h"
-#include "host/capture/capture_output.h"
 #include "host/commands/interval_advice.h"
 #include "host/commands/known_options.h"
 #include "host/commands/log_hold.h"
 #include "host/commands/recording.h"
+#include "host/commands/run_outputs.h"
 #include "host/commands/sampling.h"
 #include "host/commands/summary.h"
 #include "host/commands/writing.h"
 #include "host/figures/figures.h"
-#include "host/kafka/publisher.h"
-#include "host/metrics/metrics_output.h"
 #include "host/outputs/delivery.h"
-#include "host/outputs/record_marks.h"
 #include "host/plugin/plugin_source.h"
-#include "host/screen/screen_output.h"
+#include "host/screen/curses_terminal.h"
 #include "host/support/errors.h"
-#include "host/support/host_name.h"
 #include "host/support/log.h"
 #include "host/support/stderr_text.h"
 #include "host/support/stop_signal.h"
-#include "host/timing/jitter.h"
 
 namespace tev::host {
 namespace {
@@ -40,49 +34,11 @@ namespace {
 constexpr std::uint64_t kUsualIntervalUsec = 1'000'000;  // when the plug-in does not describe it
 constexpr std::uint64_t kLongestIntervalUsec = 86'400'000'000;  // a day
 
-std::unique_ptr<Output> makeOutput(const RunOptions& options, const Projection& projection,
-                                   const Figures& figures, OutputFile& file) {
-  if (options.full_screen)
-    return std::make_unique<ScreenOutput>(projection, figures, options.update, options.symbols);
-  return makeWriter(options, projection, figures, file);
-}
-
-CaptureHead headOf(const RunOptions& options, const PluginSource& source,
-                   std::uint64_t interval_usec, bool clear_on_read) {
-  CaptureHead head;
-  head.source = source.name();
-  head.writer = "tev-host " TEV_VERSION;
-  head.plugin = options.plugin.path;
-  head.plugin_version = source.version();
-  head.options = options.plugin.options;
-  head.host = hostName();
-  head.interval_usec = interval_usec;
-  head.clear_on_read = clear_on_read;
-  return head;
-}
-
 // 0: as fast as possible.
 std::uint64_t intervalUsec(const RunOptions& options, const OptionTable& table) {
   const std::uint64_t interval =
       numberOption(options.plugin.options, table, kSampleIntervalKey).value_or(kUsualIntervalUsec);
   return std::min(interval, kLongestIntervalUsec);
-}
-
-std::unique_ptr<JitterMeter> jitterMeterFor(const RunOptions& options, const Projection& projection,
-                                            const OptionTable& table) {
-  if (!options.jitter) return nullptr;
-  const std::uint64_t interval = intervalUsec(options, table);
-  if (interval == 0)
-    throw UsageError(fmt::format("--jitter needs an interval: {} is 0", kSampleIntervalKey));
-  return std::make_unique<JitterMeter>(projection, interval);
-}
-
-std::unique_ptr<MetricsOutput> makeMetrics(const RunOptions& options, const Figures& figures,
-                                           std::uint64_t silence_usec, JitterMeter* jitter) {
-  if (!options.prometheus) return nullptr;
-  auto metrics = std::make_unique<MetricsOutput>(*options.prometheus, figures, silence_usec);
-  if (jitter) jitter->leaveOut(metrics->threads());
-  return metrics;
 }
 
 // A plug-in that counts samples reports the names of its devices before the first event.
@@ -154,34 +110,13 @@ int run(const RunOptions& options) {
                   doubtFor(options, source));
 
   LogHold log_hold;  // declared first, so that it is released after the outputs
-  const auto written = makeOutput(options, projection, figures, file);
-  const auto jitter = jitterMeterFor(options, projection, source.options());
-  log_hold.holdFor(*written);
-
-  RecordMarks marks(projection, file);
-  std::vector<Output*> outputs{written.get()};
-  if (!options.full_screen) outputs.insert(outputs.begin(), &marks);
-  if (jitter) outputs.push_back(jitter.get());
-  const CaptureHead head =
-      headOf(options, source, intervalUsec(options, source.options()), counting.clear_on_read);
-  std::unique_ptr<CaptureOutput> capture;
-  if (options.capture)
-    capture = std::make_unique<CaptureOutput>(*options.capture, head, source.schema());
-  if (capture) outputs.insert(outputs.begin(), capture.get());  // created before others truncate
-  std::unique_ptr<BusOutput> bus;
-  if (!options.kafka.brokers.empty())
-    bus = std::make_unique<BusOutput>(
-        options.bus, makeKafkaPublisher(options.kafka, options.bus.spool.has_value()), head,
-        source.schema());
-  if (bus) outputs.insert(outputs.begin(), bus.get());  // what a killed run recorded was sent
-  const std::uint64_t silence_usec =
-      silenceUsec(intervalUsec(options, source.options()), options.update);
-  const auto metrics = makeMetrics(options, figures, silence_usec, jitter.get());
-  if (metrics) outputs.push_back(metrics.get());
-  Delivery delivery(source.schema(), outputs, figures, options.samples, silence_usec);
+  RunOutputs outputs(options, source, figures, file, counting.clear_on_read);
+  log_hold.holdFor(outputs.written());
+  Delivery delivery(source.schema(), outputs.all(), figures, options.samples,
+                    silenceUsec(figures.intervalUsec(), options.update));
   delivery.begin();
 
-  Sampling sampling(options, source, delivery, figures, written->interaction());
+  Sampling sampling(options, source, delivery, figures, outputs.written().interaction());
   file.whileStalled([&](auto stalled) { return sampling.isWorthWaiting(stalled, file.name()); });
   const auto finish = [&] {
     const double elapsed = sampling.elapsedSeconds();
@@ -193,9 +128,7 @@ int run(const RunOptions& options) {
     if (options.full_screen) return source.close();
     std::string text = summarize(elapsed, cpuTime(), delivery, figures);
     text += missingText(file);
-    if (capture) text += capture->summary();
-    if (bus) text += bus->summary();
-    if (jitter) text += jitter->report();
+    text += outputs.summary();
     showOnStderr(text);
     return source.close();
   };
@@ -212,7 +145,8 @@ int run(const RunOptions& options) {
     throw RunError(fmt::format("the reader of {} stopped reading", file.name()));
   if (!is_closed) throw RunError("the plug-in did not answer, and the run ended without it");
   expectSamples(delivery);
-  return options.strict && isAnyMissing(delivery) ? kExitMissing : kExitFine;
+  const bool is_incomplete = isAnyMissing(delivery) || outputs.areUndelivered();
+  return options.strict && is_incomplete ? kExitMissing : kExitFine;
 }
 
 }  // namespace tev::host
