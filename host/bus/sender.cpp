@@ -88,7 +88,7 @@ void Sender::workUntilTheEnd() {
     fill();
     sendAll();
     publisher_->poll(kPatience, [this](const DeliveryReport& report) { take(report); });
-    if (publisher_->hasFailed()) restart();
+    if (publisher_->hasFailed() || is_restart_due_) restart();
     showConnection();
   }
 }
@@ -139,7 +139,10 @@ void Sender::take(const DeliveryReport& report) {
   const auto found = std::ranges::find(in_flight_, report.number, &InFlight::number);
   if (found == in_flight_.end()) return;
   if (report.outcome == DeliveryReport::Outcome::unknown) {
-    found->is_sent = false;
+    // What was handed over after it must not overtake it.
+    is_restart_due_ = true;
+    sayOnce(fmt::format("{} did not store a message, which is sent again: {}", publisher_->name(),
+                        report.problem));
     return;
   }
   const InFlight one = std::move(*found);
@@ -160,20 +163,27 @@ void Sender::take(const DeliveryReport& report) {
 }
 
 void Sender::refuse(const InFlight& one, const std::string& problem) {
-  if (!std::exchange(said_refused_, true))
-    Log::instance().say(fmt::format("tev-host: {} do not take {}: {}", publisher_->name(),
-                                    one.schema ? "the schema" : "a batch of events", problem));
+  sayOnce(fmt::format("{} do not take {}: {}", publisher_->name(),
+                      one.schema ? "the schema" : "a batch of events", problem));
   if (!one.schema) refused_(one.stored.batch);
 }
 
+// The same problem again and again is one line.
+void Sender::sayOnce(const std::string& problem) {
+  if (std::exchange(said_, problem) != problem) Log::instance().say("tev-host: " + problem);
+}
+
+// What has no report is sent again, in its order.
 void Sender::restart() {
+  if (is_restart_due_) std::this_thread::sleep_for(kRestartPause);
+  is_restart_due_ = true;
   try {
     publisher_->restart();
   } catch (const RunError& error) {
-    Log::instance().say(fmt::format("tev-host: {}", error.what()));
-    std::this_thread::sleep_for(kRestartPause);
+    sayOnce(error.what());
     return;
   }
+  is_restart_due_ = false;
   for (InFlight& one : in_flight_) one.is_sent = false;
 }
 

@@ -71,6 +71,7 @@ class Sender {
   void sendAll();
   void take(const DeliveryReport& report);
   void refuse(const InFlight& one, const std::string& problem);
+  void sayOnce(const std::string& problem);
   void restart();
   void showConnection();
 
@@ -82,7 +83,8 @@ class Sender {
   std::size_t in_flight_bytes_ = 0;
   std::set<std::string> schemas_;  // ids that were published or are in flight
   std::uint64_t next_number_ = 0;
-  bool said_refused_ = false;
+  bool is_restart_due_ = false;
+  std::string said_;  // the last problem
   std::optional<std::chrono::steady_clock::time_point> disconnected_;
 
   mutable std::mutex mutex_;

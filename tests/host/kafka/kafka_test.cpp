@@ -98,6 +98,33 @@ TEST(KafkaSettings, AreRefusedWithTheirPlaceAndWithoutTheirValue) {
   }
 }
 
+void produce(KafkaClient& client, const char* topic, std::string key,
+             std::optional<std::string> text) {
+  rd_kafka_vu_t parts[6] = {};
+  parts[0].vtype = RD_KAFKA_VTYPE_TOPIC;
+  parts[0].u.cstr = topic;
+  parts[1].vtype = RD_KAFKA_VTYPE_PARTITION;
+  parts[1].u.i32 = 0;
+  parts[2].vtype = RD_KAFKA_VTYPE_MSGFLAGS;
+  parts[2].u.i = RD_KAFKA_MSG_F_COPY;
+  parts[3].vtype = RD_KAFKA_VTYPE_KEY;
+  parts[3].u.mem = {key.data(), key.size()};
+  parts[4].vtype = RD_KAFKA_VTYPE_VALUE;
+  parts[4].u.mem = {text ? text->data() : nullptr, text ? text->size() : 0};
+  parts[5].vtype = RD_KAFKA_VTYPE_HEADER;
+  parts[5].u.header = {"codec", "zstd", 4};
+  const KafkaOwned<rd_kafka_error_t, rd_kafka_error_destroy> error(
+      rd_kafka_produceva(client.handle(), parts, std::size(parts)));
+  ASSERT_EQ(error, nullptr);
+}
+
+// Waits until the brokers have it.
+void send(KafkaClient& client, const char* topic, const std::string& key,
+          const std::optional<std::string>& text) {
+  produce(client, topic, key, text);
+  rd_kafka_flush(client.handle(), 10'000);
+}
+
 TEST(KafkaClient, HidesSecretsInTextsOfTheLibrary) {
   test::TempTree tree;
   const KafkaOptions options{
@@ -133,7 +160,7 @@ TEST(KafkaClient, PassesOnWhatItsListenerThrows) {
   rd_kafka_mock_topic_create(brokers.cluster(), "tev", 1, 1);
   Thrower thrower;
   KafkaClient client(RD_KAFKA_PRODUCER, brokers.options(), {}, &thrower);
-  rd_kafka_producev(client.handle(), RD_KAFKA_V_TOPIC("tev"), RD_KAFKA_V_END);
+  produce(client, "tev", "key", "text");
   EXPECT_EQ(errorOf<RunError>([&] { client.poll(std::chrono::seconds(10)); }), "from the listener");
 }
 
@@ -165,23 +192,12 @@ class Worker : public PartitionOwner {
   std::vector<std::string> told;
 };
 
-void produce(KafkaClient& client, const char* topic, std::string key,
-             std::optional<std::string> text) {
-  void* const value = text ? text->data() : nullptr;
-  const std::size_t size = text ? text->size() : 0;
-  rd_kafka_producev(client.handle(), RD_KAFKA_V_TOPIC(topic), RD_KAFKA_V_PARTITION(0),
-                    RD_KAFKA_V_MSGFLAGS(RD_KAFKA_MSG_F_COPY),
-                    RD_KAFKA_V_KEY(key.data(), key.size()), RD_KAFKA_V_VALUE(value, size),
-                    RD_KAFKA_V_HEADER("codec", "zstd", 4), RD_KAFKA_V_END);
-  rd_kafka_flush(client.handle(), 10'000);
-}
-
 TEST(KafkaSubscription, BeginsWhereTheGroupOrTheOwnerSays) {
   MockBrokers brokers;
   rd_kafka_mock_topic_create(brokers.cluster(), "tev", 1, 1);
   KafkaOptions options = brokers.options();
   KafkaClient producer(RD_KAFKA_PRODUCER, options, {});
-  for (const char* const value : {"a", "b", "c"}) produce(producer, "tev", "node", value);
+  for (const char* const value : {"a", "b", "c"}) send(producer, "tev", "node", value);
   options.topic = "tev";
 
   Worker worker;
@@ -219,15 +235,15 @@ TEST(KafkaSchemas, AreTheLastTextOfEachId) {
   KafkaOptions options = brokers.options();
   KafkaClient producer(RD_KAFKA_PRODUCER, options, {});
   options.topic = "tev";
-  produce(producer, "tev.schemas", "one", "{}");
-  produce(producer, "tev.schemas", "two", "{}");
-  produce(producer, "tev.schemas", "one", "{1}");
-  produce(producer, "tev.schemas", "two", std::nullopt);
+  send(producer, "tev.schemas", "one", "{}");
+  send(producer, "tev.schemas", "two", "{}");
+  send(producer, "tev.schemas", "one", "{1}");
+  send(producer, "tev.schemas", "two", std::nullopt);
 
   const auto shelf = openKafkaSchemas(options);
   EXPECT_EQ(shelf->find("one", std::chrono::milliseconds(0)), "{1}");
   EXPECT_EQ(shelf->find("two", std::chrono::milliseconds(0)), std::nullopt);
-  produce(producer, "tev.schemas", "three", "{3}");
+  send(producer, "tev.schemas", "three", "{3}");
   EXPECT_EQ(shelf->find("three", std::chrono::seconds(10)), "{3}");
 }
 
