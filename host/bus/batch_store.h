@@ -40,6 +40,10 @@ class BatchStore {
   // No batches will be added. Gives up the batches that would not survive the end of the process.
   virtual void close() = 0;
 
+  // Whether a batch that was handed out is kept for the next run, or was counted as given up. To be
+  // asked after close().
+  virtual bool accountsFor(std::uint64_t number) const = 0;
+
   // Whether every batch is done.
   virtual bool isEmpty() const = 0;
 

@@ -8,6 +8,7 @@
 #include "host/support/last_wait.h"
 #include "host/support/random.h"
 #include "host/support/short_number.h"
+#include "host/support/text.h"
 
 namespace tev::host {
 namespace {
@@ -50,11 +51,11 @@ void BusOutput::leave() {
 
 std::string BusOutput::summary() const {
   const SenderTotals totals = sender_.totals();
-  std::string text =
-      fmt::format("  sent {} events in {} messages ({}B) to {}", totals.events, totals.messages,
-                  shortNumber(static_cast<double>(totals.bytes)), name_);
+  std::string text = fmt::format("  sent {} in {} ({}B) to {}", counted(totals.events, "event"),
+                                 counted(totals.messages, "message"),
+                                 shortNumber(static_cast<double>(totals.bytes)), name_);
   if (const std::uint64_t events = undelivered_.events(); events > 0)
-    text += fmt::format("; {} events undelivered", events);
+    text += fmt::format("; {} undelivered", counted(events, "event"));
   if (const std::string left = sender_.leftText(); !left.empty()) text += "; " + left;
   return text + "\n";
 }

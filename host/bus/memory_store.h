@@ -22,6 +22,7 @@ class MemoryStore final : public BatchStore {
   std::optional<StoredBatch> next() override;
   void done(std::uint64_t number) override;
   void close() override;
+  bool accountsFor(std::uint64_t) const override { return true; }
   bool isEmpty() const override { return waiting_.empty() && handed_out_.empty(); }
   std::string leftText() const override { return ""; }
 

@@ -51,7 +51,7 @@ class Publisher {
   // sent again.
   virtual bool hasFailed() const = 0;
 
-  // Throws RunError.
+  // Throws RunError; the old client is then still there.
   virtual void restart() = 0;
 };
 

@@ -55,6 +55,8 @@ void Sender::finish(std::chrono::milliseconds patience, const std::function<bool
   thread_.join();
   const std::lock_guard lock(mutex_);
   store_->close();
+  for (const InFlight& one : in_flight_)
+    if (!one.schema && !store_->accountsFor(one.stored.number)) refused_(one.stored.batch);
 }
 
 SenderTotals Sender::totals() const {
@@ -126,8 +128,12 @@ void Sender::addSchemas(const RunSchemas& schemas) {
   }
 }
 
+// A batch waits until the bus has acknowledged the schemas before it.
 void Sender::sendAll() {
+  bool waits_for_schema = false;
   for (InFlight& one : in_flight_) {
+    if (!one.schema && waits_for_schema) return;
+    waits_for_schema = waits_for_schema || one.schema;
     if (one.is_sent) continue;
     one.is_sent = one.schema ? publisher_->sendSchema(one.number, one.schema->id, one.schema->text)
                              : publisher_->send(one.number, one.message);
@@ -179,7 +185,7 @@ void Sender::restart() {
   is_restart_due_ = true;
   try {
     publisher_->restart();
-  } catch (const RunError& error) {
+  } catch (const std::exception& error) {  // a file of settings may be missing for a while
     sayOnce(error.what());
     return;
   }

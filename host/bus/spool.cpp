@@ -200,9 +200,8 @@ std::optional<Batch> Spool::nextBatch(ChunkReader& reader) {
     }
   }
   for (const Damage& damage : reader.damages())
-    if (!damage.is_cut_off)
-      sayOnce(fmt::format("{} is damaged at byte {}: {} bytes are not sent",
-                          asPrintable(reader.path()), damage.offset, damage.bytes));
+    sayOnce(fmt::format("{} is {} at byte {}: {} bytes are not sent", asPrintable(reader.path()),
+                        damage.is_cut_off ? "cut off" : "damaged", damage.offset, damage.bytes));
   return std::nullopt;
 }
 
@@ -263,6 +262,13 @@ void Spool::close() {
   if (!is_done) return;
   remove(files_.back());
   files_.pop_back();
+}
+
+// The file may have been given up while the bus had not acknowledged the batch yet.
+bool Spool::accountsFor(std::uint64_t number) const {
+  const auto found = handed_out_.find(number);
+  return found != handed_out_.end() &&
+         std::ranges::find(files_, found->second, &File::number) != files_.end();
 }
 
 bool Spool::isEmpty() const {

@@ -30,6 +30,7 @@ class Spool final : public BatchStore {
   std::optional<StoredBatch> next() override;
   void done(std::uint64_t number) override;
   void close() override;
+  bool accountsFor(std::uint64_t number) const override;
   bool isEmpty() const override;
   std::string leftText() const override;
 

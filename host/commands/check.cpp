@@ -14,6 +14,7 @@
 #include "host/commands/known_options.h"
 #include "host/commands/writing.h"
 #include "host/figures/figures.h"
+#include "host/kafka/settings.h"
 #include "host/metrics/metrics_output.h"
 #include "host/outputs/output_file.h"
 #include "host/plugin/plugin_source.h"
@@ -210,6 +211,7 @@ void expectUsable(const RunOptions& run, const CheckReport& report) {
   if (run.format) formatFor(run, OutputFile(""));
   if (run.capture) expectRoomForCapture(*run.capture);
   if (run.prometheus) expectDistinctMetrics(figures);
+  if (!run.kafka.brokers.empty()) readKafkaSettings(run.kafka);
   if (!report.devices) return;
   std::vector<std::string> names;
   for (const CheckedDevice& device : *report.devices)

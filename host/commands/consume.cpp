@@ -109,8 +109,9 @@ class Progress {
 
 std::string summaryOf(const FleetCounts& counts, double seconds) {
   const std::string faults = faultsText(counts);
-  return fmt::format("{} messages with {} events ({}B) in {:.1f} s{}{}\n", counts.messages,
-                     counts.events, shortNumber(static_cast<double>(counts.bytes)), seconds,
+  return fmt::format("tev-host: {} with {} ({}B) in {:.1f} s{}{}\n",
+                     counted(counts.messages, "message"), counted(counts.events, "event"),
+                     shortNumber(static_cast<double>(counts.bytes)), seconds,
                      faults.empty() ? "" : "\n  ", faults);
 }
 
@@ -139,7 +140,7 @@ void work(const ConsumeOptions& options, FleetWorker& worker, Subscription& subs
   std::unique_ptr<WorkerMetrics> metrics;
   if (options.prometheus) {
     metrics = std::make_unique<WorkerMetrics>(*options.prometheus);
-    Log::instance().say("tev-host: metrics are at " + metrics->url());
+    Log::instance().say("tev-host: metrics: " + metrics->url());
   }
   const auto finish = [&] {
     subscription.close();
@@ -175,7 +176,7 @@ void consumeIntoStream(const ConsumeOptions& options, Subscription& subscription
 
 int consume(const ConsumeOptions& options) {
   const StopSignal stop_signal;
-  const auto shelf = openKafkaSchemas(options.kafka);
+  const auto shelf = openKafkaSchemas(options.kafka, hasSchemaId);
   const auto subscription = subscribeToKafka(options.kafka, options.group);
   return consume(options, *subscription, *shelf);
 }

@@ -99,6 +99,7 @@ int run(const RunOptions& options) {
   const StopSignal stop_signal(options.capture ? HangUp::counts : HangUp::stops);
   OutputFile file(options.output);
   expectOtherFile(file.descriptor(), inputsOf(options));
+  auto publisher = connectToBus(options);  // before the plug-in samples
   PluginSource source(options.plugin, options.buffer_bytes);
   const Projection projection(source.schema(), options.selection);
   expectDevicesOf(source, projection.devices());
@@ -110,7 +111,7 @@ int run(const RunOptions& options) {
                   doubtFor(options, source));
 
   LogHold log_hold;  // declared first, so that it is released after the outputs
-  RunOutputs outputs(options, source, figures, file, counting.clear_on_read);
+  RunOutputs outputs(options, source, figures, file, counting.clear_on_read, std::move(publisher));
   log_hold.holdFor(outputs.written());
   Delivery delivery(source.schema(), outputs.all(), figures, options.samples,
                     silenceUsec(figures.intervalUsec(), options.update));

@@ -54,18 +54,22 @@ CaptureHead headOf(const RunOptions& options, const PluginSource& source,
 
 }  // namespace
 
+std::unique_ptr<Publisher> connectToBus(const RunOptions& options) {
+  if (options.kafka.brokers.empty()) return nullptr;
+  return makeKafkaPublisher(options.kafka, options.bus.spool.has_value());
+}
+
 RunOutputs::RunOutputs(const RunOptions& options, const PluginSource& source,
-                       const Figures& figures, OutputFile& file, bool clear_on_read)
+                       const Figures& figures, OutputFile& file, bool clear_on_read,
+                       std::unique_ptr<Publisher> publisher)
     : written_(makeWritten(options, figures, file)),
       marks_(figures.projection(), file),
       jitter_(makeJitter(options, figures)) {
   const CaptureHead head = headOf(options, source, figures.intervalUsec(), clear_on_read);
   if (options.capture)
     capture_ = std::make_unique<CaptureOutput>(*options.capture, head, source.schema());
-  if (!options.kafka.brokers.empty()) {
-    auto publisher = makeKafkaPublisher(options.kafka, options.bus.spool.has_value());
+  if (publisher)
     bus_ = std::make_unique<BusOutput>(options.bus, std::move(publisher), head, source.schema());
-  }
   metrics_ = makeMetrics(options, figures, jitter_.get());
 
   // What a killed run has recorded is in the spool, too. A capture is created before another output

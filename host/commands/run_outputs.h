@@ -17,12 +17,15 @@
 
 namespace tev::host {
 
+// Null when the events are not sent. Waits for the bus. Throws UsageError and RunError.
+std::unique_ptr<Publisher> connectToBus(const RunOptions& options);
+
 class RunOutputs {
  public:
-  // Connects to the bus and begins to serve metrics. The arguments must outlive this. Throws
+  // Begins to serve metrics. `publisher` may be null. The other arguments must outlive this. Throws
   // UsageError and RunError.
   RunOutputs(const RunOptions& options, const PluginSource& source, const Figures& figures,
-             OutputFile& file, bool clear_on_read);
+             OutputFile& file, bool clear_on_read, std::unique_ptr<Publisher> publisher);
 
   // In the order in which they get the events.
   const std::vector<Output*>& all() const { return all_; }

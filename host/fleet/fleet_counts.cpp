@@ -5,6 +5,8 @@
 #include <numeric>
 #include <vector>
 
+#include "host/support/text.h"
+
 namespace tev::host {
 namespace {
 
@@ -38,15 +40,17 @@ FleetCounts& FleetCounts::operator+=(const FleetCounts& other) {
 std::string faultsText(const FleetCounts& counts) {
   std::vector<std::string> parts;
   if (counts.gaps > 0)
-    parts.push_back(fmt::format("{} gaps with {} events", counts.gaps, counts.lost));
+    parts.push_back(fmt::format("{} with {}", counted(counts.gaps, "gap"),
+                                counted(counts.lost, "missing event")));
   if (counts.unseen > 0)
-    parts.push_back(fmt::format("{} events before the first message of a run", counts.unseen));
-  if (counts.repeats > 0) parts.push_back(fmt::format("{} repeats", counts.repeats));
+    parts.push_back(counted(counts.unseen, "event") + " before the first message of a run");
+  if (counts.repeats > 0) parts.push_back(counted(counts.repeats, "repeat"));
   if (counts.missing_offsets > 0)
-    parts.push_back(fmt::format("{} offsets are missing", counts.missing_offsets));
+    parts.push_back(counted(counts.missing_offsets, "missing offset"));
   for (std::size_t i = 0; i < kCauses; ++i)
     if (counts.rejected[i] > 0)
-      parts.push_back(fmt::format("{} messages were skipped ({})", counts.rejected[i], kNames[i]));
+      parts.push_back(
+          fmt::format("{} skipped ({})", counted(counts.rejected[i], "message"), kNames[i]));
   return fmt::format("{}", fmt::join(parts, ", "));
 }
 

@@ -13,7 +13,7 @@ class FleetWorker : public PartitionOwner {
   // Called again and again between two polls.
   virtual void update() {}
 
-  // Of the messages that this worker has taken and not thrown away.
+  // Of the messages that this worker has taken, also of those that it has thrown away. Never falls.
   virtual FleetCounts counts() const = 0;
 
   // Bytes of messages that are kept.

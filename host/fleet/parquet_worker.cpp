@@ -26,7 +26,10 @@ std::optional<std::int64_t> ParquetWorker::assigned(std::int32_t partition) {
 
 // What is half written is thrown away: the next owner reads it again.
 void ParquetWorker::revoked(std::int32_t partition) {
-  partitions_.erase(partition);
+  const auto found = partitions_.find(partition);
+  if (found == partitions_.end()) return;
+  if (found->second.range) thrown_away_ += found->second.range->counts();
+  partitions_.erase(found);
 }
 
 void ParquetWorker::take(const PartitionMessage& message) {
@@ -96,6 +99,7 @@ void ParquetWorker::publish(std::int32_t number, const Partition& partition) {
 
 FleetCounts ParquetWorker::counts() const {
   FleetCounts sum = written_;
+  sum += thrown_away_;
   for (const auto& [number, partition] : partitions_)
     if (partition.range) sum += partition.range->counts();
   return sum;

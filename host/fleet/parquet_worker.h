@@ -57,6 +57,7 @@ class ParquetWorker final : public FleetWorker {
   Speaker speaker_;
   std::map<std::int32_t, Partition> partitions_;
   FleetCounts written_;
+  FleetCounts thrown_away_;  // of partitions that were revoked
 };
 
 }  // namespace tev::host

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <fmt/chrono.h>
 #include <fmt/format.h>
-#include <sys/random.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,6 +19,7 @@
 
 #include "host/fleet/table_writer.h"
 #include "host/support/errors.h"
+#include "host/support/random.h"
 #include "host/support/text.h"
 #include "host/support/whole_file.h"
 
@@ -37,11 +37,12 @@ constexpr std::size_t kOffsetDigits = 20;
                              std::generic_category().message(error)));
 }
 
-std::string randomToken() {
-  std::uint64_t number = 0;
-  if (getrandom(&number, sizeof number, 0) != sizeof number)
-    throw RunError("the system does not provide random numbers");
-  return fmt::format("{:016x}", number);
+// Throws RunError when this cannot be found out.
+bool exists(const std::string& path) {
+  std::error_code error;
+  const bool is_there = fs::exists(path, error);
+  if (error) fail("read", path, error.value());
+  return is_there;
 }
 
 std::string hourText(std::uint64_t hour) {
@@ -73,7 +74,8 @@ std::optional<Span> spanOf(std::string_view name, std::string_view before) {
   Span span;
   const auto read = [](std::string_view digits, std::int64_t& number) {
     const char* const end = digits.data() + digits.size();
-    return std::from_chars(digits.data(), end, number).ptr == end;
+    const auto result = std::from_chars(digits.data(), end, number);
+    return result.ec == std::errc() && result.ptr == end;
   };
   if (!read(name.substr(0, kOffsetDigits), span.start) ||
       !read(name.substr(kOffsetDigits + 1), span.end) || span.start < 0 || span.end == INT64_MAX)
@@ -144,7 +146,7 @@ RangeFolder::RangeFolder(std::string path, std::string topic, bool is_forced_out
     : path_(std::move(path)),
       topic_(std::move(topic)),
       is_forced_out_(is_forced_out),
-      token_(randomToken()) {
+      token_(runText(randomNumber())) {
   makeFolder(kRanges);
 }
 
@@ -186,14 +188,14 @@ void RangeFolder::write(const std::string& path, const std::string& text) const 
 
 RangeLimits RangeFolder::settle(const RangeLimits& wanted) {
   const std::string path = fmt::format("{}/{}/{}.limits", path_, kRanges, topic_);
-  if (!fs::exists(path)) {
+  if (!exists(path)) {
     // Of several workers that begin at once, one decides.
     try {
       Parts part;
       write(part.paths.emplace_back(path + "." + token_ + ".part"), limitsText(wanted));
       if (link(part.paths.front().c_str(), path.c_str()) != 0) fail("write", path, errno);
     } catch (const RunError&) {
-      if (!fs::exists(path)) throw;
+      if (!exists(path)) throw;
     }
     sync(path_ + "/" + kRanges);
   }
@@ -247,7 +249,7 @@ void RangeFolder::publish(std::int32_t partition, const Range& range,
   const std::string name = nameOf(partition, range);
   const std::string folder = path_ + "/" + folderOf(partition);
   const std::string done = fmt::format("{}/{}{}", folder, name, kDone);
-  if (fs::exists(done)) return;
+  if (exists(done)) return;
   makeFolder(folderOf(partition));
 
   const std::vector<RangeTable> tables = range.tables();

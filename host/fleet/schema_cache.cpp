@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <utility>
 
@@ -41,6 +42,15 @@ void expectId(const std::string& text, const std::string& id) {
 }
 
 }  // namespace
+
+bool hasSchemaId(const std::string& text, const std::string& id) {
+  try {
+    expectId(text, id);
+    return true;
+  } catch (const RunError&) {
+    return false;
+  }
+}
 
 std::shared_ptr<const FleetSchema> SchemaCache::of(const std::vector<std::string>& ids) {
   std::string key;
@@ -82,34 +92,39 @@ std::shared_ptr<const FleetSchema> SchemaCache::make(const std::vector<std::stri
 
 // The text of the schema, which has this id.
 std::string SchemaCache::textOf(const std::string& id) {
-  if (const auto known = broken_.find(id); known != broken_.end())
-    throw Rejected(Cause::broken_schema, known->second);
   std::string text = find(id);
+  const std::size_t hash = std::hash<std::string>()(text);
+  if (const auto known = broken_.find(id); known != broken_.end() && known->second.hash == hash)
+    throw Rejected(Cause::broken_schema, known->second.reason);
   try {
     expectId(text, id);
   } catch (const RunError& error) {
     if (broken_.size() >= kMostNoted) broken_.clear();
     const std::string reason = fmt::format("schema {}: {}", id, error.what());
-    broken_.emplace(id, reason);
+    broken_[id] = {hash, reason};
     throw Rejected(Cause::broken_schema, reason);
   }
   return text;
 }
 
-// Ids that nobody publishes do not hold up the other messages again and again.
+// Ids that nobody publishes do not hold up the other messages again and again: at most a tenth of
+// the time is spent on them.
 std::string SchemaCache::find(const std::string& id) {
   using Clock = std::chrono::steady_clock;
-  const bool is_waited_for = !missing_.contains(id);
+  using std::chrono::milliseconds;
   const auto begin = Clock::now();
-  std::optional<std::string> text =
-      shelf_.find(id, is_waited_for ? left_ : std::chrono::milliseconds(0));
+  const auto since = std::chrono::duration_cast<milliseconds>(begin - last_wait_);
+  left_ = std::min(patience_, left_ + since / 10);
+  last_wait_ = begin;
+  const milliseconds patience = missing_.contains(id) ? milliseconds(0) : left_;
+  std::optional<std::string> text = shelf_.find(id, patience);
   if (text) {
-    left_ = patience_;
     missing_.erase(id);
     return *std::move(text);
   }
-  const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
-  left_ = std::max(left_ - waited, std::chrono::milliseconds(0));
+  last_wait_ = Clock::now();
+  const auto waited = std::chrono::duration_cast<milliseconds>(last_wait_ - begin);
+  left_ = std::max(left_ - waited, milliseconds(0));
   if (missing_.size() >= kMostNoted) missing_.clear();
   missing_.insert(id);
   throw Rejected(Cause::unknown_schema, fmt::format("nobody has published schema {}", id));

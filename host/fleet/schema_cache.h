@@ -24,6 +24,9 @@ struct FleetSchema {
   std::size_t bytes = 0;                                    // of memory, estimated
 };
 
+// Whether the text is that of the schema with this id.
+bool hasSchemaId(const std::string& text, const std::string& id);
+
 class SchemaCache {
  public:
   static constexpr std::size_t kMostBytes = std::size_t{256} << 20;  // of all schemas together
@@ -49,13 +52,18 @@ class SchemaCache {
 
   SchemaShelf& shelf_;
   std::chrono::milliseconds patience_;
-  std::chrono::milliseconds left_;  // of the patience, since a schema came while it was waited for
+  std::chrono::milliseconds left_;  // of the patience, which comes back slowly
+  std::chrono::steady_clock::time_point last_wait_{};
   LayoutTable layouts_;
   std::list<Entry> entries_;  // the one that was used last first
   std::unordered_map<std::string, std::list<Entry>::iterator> by_key_;
   std::size_t bytes_ = 0;
-  std::map<std::string, std::string> broken_;  // reasons by id
-  std::set<std::string> missing_;              // ids that were waited for
+  struct Broken {
+    std::size_t hash;  // of the text
+    std::string reason;
+  };
+  std::map<std::string, Broken> broken_;  // by id
+  std::set<std::string> missing_;         // ids that were waited for
 };
 
 }  // namespace tev::host

@@ -7,6 +7,7 @@
 
 #include "host/support/errors.h"
 #include "host/support/log.h"
+#include "host/support/stop_signal.h"
 #include "host/support/text.h"
 #include "tev/logger.h"
 
@@ -173,6 +174,8 @@ void KafkaClient::connect() {
     const Metadata metadata(answer);
     poll(milliseconds(0));
     if (error == RD_KAFKA_RESP_ERR_NO_ERROR) return;
+    if (StopSignal::requests() > 0)
+      throw RunError("interrupted while no Kafka broker had answered");
     const auto waited = Clock::now() - start;
     if (waited >= kPatience || (!last_reason_.empty() && waited >= kSettledPatience))
       throwNoConnection();
@@ -187,8 +190,8 @@ void KafkaClient::throwNoConnection() const {
       throw RunError(fmt::format("the Kafka brokers at {} do not accept the credentials: {}",
                                  brokers, last_reason_));
     case RD_KAFKA_RESP_ERR__SSL:
-      throw RunError(fmt::format("there is no TLS connection to the Kafka brokers at {}: {}",
-                                 brokers, last_reason_));
+      throw RunError(fmt::format("a TLS connection to the Kafka brokers at {} failed: {}", brokers,
+                                 last_reason_));
     default:
       throw NoConnection(
           fmt::format("no Kafka broker answers at {}: {}", brokers,

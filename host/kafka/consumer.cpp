@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <map>
 #include <span>
 #include <utility>
@@ -20,8 +21,10 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr std::int64_t kUnknown = -1;  // position
-constexpr int kCommittedMsec = 1000;   // to wait for the answer
+constexpr std::int64_t kUnknown = -1;    // position
+constexpr std::int64_t kBeginning = -2;  // the group has not committed one
+constexpr std::chrono::seconds kLongestJoin{5};
+constexpr int kCommittedMsec = 1000;  // to wait for the answer
 
 using Partitions =
     KafkaOwned<rd_kafka_topic_partition_list_t, rd_kafka_topic_partition_list_destroy>;
@@ -66,6 +69,15 @@ class KafkaSubscription : public Subscription, private KafkaListener {
       throw RunError(fmt::format("cannot subscribe to the topic {}: {}", topic_, kafkaText(error)));
   }
 
+  ~KafkaSubscription() override {
+    try {
+      close();
+    } catch (const std::exception&) {  // the reason for the end has been said
+    }
+  }
+  KafkaSubscription(const KafkaSubscription&) = delete;
+  KafkaSubscription& operator=(const KafkaSubscription&) = delete;
+
   void poll(PartitionOwner& owner, std::size_t most, milliseconds patience) override {
     owner_ = &owner;
     for (std::size_t taken = 0; taken < most; ++taken) {
@@ -104,13 +116,18 @@ class KafkaSubscription : public Subscription, private KafkaListener {
                                          &high) != RD_KAFKA_RESP_ERR_NO_ERROR ||
           high < 0)
         high = -1;
-      lags.push_back({partition, std::max<std::int64_t>(position, 0), high});
+      lags.push_back({partition, position < 0 ? low : position, high});
     }
     return lags;
   }
 
+  // The library must not be closed while it joins the group.
   void close() override {
+    if (std::exchange(is_closed_, true)) return;
     owner_ = nullptr;
+    const auto end = std::chrono::steady_clock::now() + kLongestJoin;
+    while (!has_joined_ && std::chrono::steady_clock::now() < end)
+      client_.consume(milliseconds(100));
     if (const auto error = rd_kafka_consumer_close(client_.handle()))
       Log::instance().say("tev-host: could not leave the group: " + kafkaText(error));
     positions_.clear();
@@ -127,8 +144,8 @@ class KafkaSubscription : public Subscription, private KafkaListener {
                                RD_KAFKA_RESP_ERR_NO_ERROR)
       return;
     for (const rd_kafka_topic_partition_t& partition : elementsOf(*asked))
-      if (!partition.err && partition.offset >= 0)
-        positions_[partition.partition] = partition.offset;
+      if (!partition.err)
+        positions_[partition.partition] = partition.offset >= 0 ? partition.offset : kBeginning;
   }
 
   void take(const rd_kafka_message_t& message) {
@@ -176,6 +193,7 @@ class KafkaSubscription : public Subscription, private KafkaListener {
   }
 
   void rebalanced(rd_kafka_resp_err_t event, rd_kafka_topic_partition_list_t& partitions) override {
+    has_joined_ = true;
     if (event == RD_KAFKA_RESP_ERR__ASSIGN_PARTITIONS) {
       for (rd_kafka_topic_partition_t& partition : elementsOf(partitions)) {
         if (!owner_) continue;
@@ -205,6 +223,8 @@ class KafkaSubscription : public Subscription, private KafkaListener {
   std::map<std::int32_t, std::int64_t> positions_;  // of the assigned partitions
   PartitionMessage passed_;
   bool are_down_ = false;
+  bool has_joined_ = false;
+  bool is_closed_ = false;
   KafkaClient client_;
 };
 

@@ -1,6 +1,7 @@
 // The consuming end of a Kafka topic.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -14,8 +15,11 @@ namespace tev::host {
 std::unique_ptr<Subscription> subscribeToKafka(const KafkaOptions& options,
                                                const std::string& group);
 
+// Whether the text of a schema has this id.
+using HasId = std::function<bool(const std::string& text, const std::string& id)>;
+
 // The schemas that were published beside the events of the topic. Reads all that are there. Throws
 // RunError, as subscribeToKafka() does.
-std::unique_ptr<SchemaShelf> openKafkaSchemas(const KafkaOptions& options);
+std::unique_ptr<SchemaShelf> openKafkaSchemas(const KafkaOptions& options, HasId has_id);
 
 }  // namespace tev::host

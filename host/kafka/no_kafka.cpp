@@ -13,7 +13,7 @@ std::unique_ptr<Subscription> subscribeToKafka(const KafkaOptions&, const std::s
   throw UsageError("tev-host was built without Kafka");
 }
 
-std::unique_ptr<SchemaShelf> openKafkaSchemas(const KafkaOptions&) {
+std::unique_ptr<SchemaShelf> openKafkaSchemas(const KafkaOptions&, HasId) {
   throw UsageError("tev-host was built without Kafka");
 }
 

@@ -18,8 +18,6 @@ const KafkaClient::Settings kSettings = {
     {"enable.idempotence", "true"},
     {"compression.codec", "none"},
     {"message.timeout.ms", "0"},
-    {"message.max.bytes", "16777216"},
-    {"linger.ms", "5"},
     {"partitioner", "murmur2_random"},  // as other clients of Kafka do
 };
 
@@ -72,9 +70,10 @@ class KafkaPublisher final : public Publisher, KafkaListener {
   bool hasFailed() const override { return has_failed_; }
 
   void restart() override {
+    auto next = std::make_unique<KafkaClient>(RD_KAFKA_PRODUCER, options_, kSettings,
+                                              static_cast<KafkaListener*>(this));
     purge();
-    client_ = std::make_unique<KafkaClient>(RD_KAFKA_PRODUCER, options_, kSettings,
-                                            static_cast<KafkaListener*>(this));
+    client_ = std::move(next);
     has_failed_ = false;
   }
 

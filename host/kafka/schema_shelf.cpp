@@ -26,8 +26,9 @@ using Partitions =
 // Reads a compacted topic: the last text of a key counts.
 class KafkaSchemaShelf : public SchemaShelf {
  public:
-  explicit KafkaSchemaShelf(const KafkaOptions& options)
+  KafkaSchemaShelf(const KafkaOptions& options, HasId has_id)
       : topic_(schemaTopicOf(options.topic)),
+        has_id_(std::move(has_id)),
         client_(RD_KAFKA_CONSUMER, options,
                 // The library wants a group, which is never joined.
                 {{"group.id", "tev-host-schemas"},
@@ -38,6 +39,7 @@ class KafkaSchemaShelf : public SchemaShelf {
                  {"queued.max.messages.kbytes", "4096"},
                  {"check.crcs", "true"}}) {
     client_.connect();
+    client_.expectTopic(options.topic);
     const TopicLayout layout = client_.expectTopic(topic_);
     rd_kafka_poll_set_consumer(client_.handle());
     const Partitions partitions(rd_kafka_topic_partition_list_new(layout.partitions));
@@ -54,6 +56,8 @@ class KafkaSchemaShelf : public SchemaShelf {
 
   std::optional<std::string> find(const std::string& id, milliseconds patience) override {
     const auto end = Clock::now() + patience;
+    while (readOne(milliseconds(0))) {  // what has come in the meantime
+    }
     while (true) {
       if (const auto text = texts_.find(id); text != texts_.end()) return text->second;
       const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
@@ -67,25 +71,29 @@ class KafkaSchemaShelf : public SchemaShelf {
     throw RunError(fmt::format("cannot read the topic {}: {}", topic_, kafkaText(error)));
   }
 
-  void readOne(milliseconds patience) {
+  // False when nothing came.
+  bool readOne(milliseconds patience) {
     const auto message = client_.consume(patience);
-    if (!message) return;
+    if (!message) return false;
     if (message->err == RD_KAFKA_RESP_ERR__PARTITION_EOF) {
       ended_.insert(message->partition);
-      return;
+      return true;
     }
     if (message->err == RD_KAFKA_RESP_ERR_UNKNOWN_TOPIC_OR_PART ||
         message->err == RD_KAFKA_RESP_ERR_TOPIC_AUTHORIZATION_FAILED)
       fail(message->err);
-    if (message->err) return;  // the library tries again
+    if (message->err) return true;  // the library tries again
     const std::string key(static_cast<const char*>(message->key), message->key_len);
-    if (message->payload)
-      texts_[key].assign(static_cast<const char*>(message->payload), message->len);
-    else
-      texts_.erase(key);
+    if (!message->payload) return true;  // a text that was read stays right
+    std::string text(static_cast<const char*>(message->payload), message->len);
+    // A wrong text does not replace the right one.
+    const auto [known, is_new] = texts_.try_emplace(key, text);
+    if (!is_new && has_id_(text, key)) known->second = std::move(text);
+    return true;
   }
 
   const std::string topic_;
+  const HasId has_id_;
   KafkaClient client_;
   std::set<std::int32_t> ended_;  // partitions that were read to their end
   std::unordered_map<std::string, std::string> texts_;
@@ -93,8 +101,8 @@ class KafkaSchemaShelf : public SchemaShelf {
 
 }  // namespace
 
-std::unique_ptr<SchemaShelf> openKafkaSchemas(const KafkaOptions& options) {
-  return std::make_unique<KafkaSchemaShelf>(options);
+std::unique_ptr<SchemaShelf> openKafkaSchemas(const KafkaOptions& options, HasId has_id) {
+  return std::make_unique<KafkaSchemaShelf>(options, std::move(has_id));
 }
 
 }  // namespace tev::host

@@ -70,7 +70,9 @@ void FieldMetrics::addField(const TypeView& type, const Column& column, MetricNa
                                  head, peak_.count()));
   }
   if (!isCounting(kind)) {
-    field.value = add(name, MetricType::gauge, head + text + ": the last sample.");
+    // Only counters end with "_total".
+    const std::string value = name == totalName(name) ? name.substr(0, name.rfind('_')) : name;
+    field.value = add(value, MetricType::gauge, head + text + ": the last sample.");
     field.smallest =
         add(name + "_recent_min", MetricType::gauge,
             fmt::format("{}: smallest sample of the last {} seconds.", head, peak_.count()));
@@ -96,19 +98,19 @@ void FieldMetrics::add(SeriesState& added, const Series& series) {
     labels.emplace_back(label_names_[type][i], i == 0 ? series.device : series.keys[i - 1]);
   added.series = &series;
   const auto seconds = static_cast<std::size_t>(peak_.count());
-  std::string left_out;
+  std::vector<std::string> left_out;
   for (const Field& field : fields_[type]) {
     State& state = added.fields.emplace_back(seconds);
     for (const std::size_t number : {field.total, field.value})
       if (number != kNone) state.is_published &= published_.emplace(number, labels).second;
-    if (!state.is_published) left_out = asPrintable(field.column->name);
+    if (!state.is_published) left_out.push_back(asPrintable(field.column->name));
   }
   added.labels = std::make_shared<const Labels>(std::move(labels));
   if (!left_out.empty())
     Log::instance().say(
-        fmt::format("tev-host: --prometheus: {} of {} is left out, because {} has a field of that "
-                    "name in another type",
-                    left_out, asPrintable(series.type->name), series.device));
+        fmt::format("tev-host: --prometheus: of {}, these are left out, because {} has fields of "
+                    "their names in another type: {}",
+                    asPrintable(series.type->name), series.device, commaSeparated(left_out)));
 }
 
 void FieldMetrics::sample(const Event& event, const Series& series) {

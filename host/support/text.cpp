@@ -137,4 +137,8 @@ std::string commaSeparated(const std::vector<std::string>& names) {
   return text;
 }
 
+std::string counted(std::uint64_t number, std::string_view noun) {
+  return fmt::format("{} {}{}", number, noun, number == 1 ? "" : "s");
+}
+
 }  // namespace tev::host

@@ -36,4 +36,7 @@ std::string padRight(std::string_view text, std::size_t width);
 // "a, b, c", printable.
 std::string commaSeparated(const std::vector<std::string>& names);
 
+// "1 event", "2 events".
+std::string counted(std::uint64_t number, std::string_view noun);
+
 }  // namespace tev::host

@@ -240,7 +240,8 @@ TEST(KafkaSchemas, AreTheLastTextOfEachId) {
   send(producer, "tev.schemas", "one", "{1}");
   send(producer, "tev.schemas", "two", std::nullopt);
 
-  const auto shelf = openKafkaSchemas(options);
+  const auto shelf =
+      openKafkaSchemas(options, [](const std::string&, const std::string&) { return true; });
   EXPECT_EQ(shelf->find("one", std::chrono::milliseconds(0)), "{1}");
   EXPECT_EQ(shelf->find("two", std::chrono::milliseconds(0)), std::nullopt);
   send(producer, "tev.schemas", "three", "{3}");
