@@ -69,10 +69,11 @@ void FieldMetrics::addField(const TypeView& type, const Column& column, MetricNa
                                  "{} seconds.",
                                  head, peak_.count()));
   }
-  if (!isCounting(kind)) {
-    // Only counters end with "_total".
-    const std::string value = name == totalName(name) ? name.substr(0, name.rfind('_')) : name;
-    field.value = add(value, MetricType::gauge, head + text + ": the last sample.");
+  // By its name, a field with "_total" at its end is a counter, unless the user says that it is
+  // not.
+  const bool is_total = kind != FieldKind::gauge && name == totalName(name);
+  if (!isCounting(kind) && !is_total) {
+    field.value = add(name, MetricType::gauge, head + text + ": the last sample.");
     field.smallest =
         add(name + "_recent_min", MetricType::gauge,
             fmt::format("{}: smallest sample of the last {} seconds.", head, peak_.count()));
@@ -152,7 +153,7 @@ void FieldMetrics::publish(const Field& field, const SeriesState& series, State&
     add(field.total, static_cast<double>(state.total));
     add(field.unknown_steps, static_cast<double>(state.unknown_steps));
     if (const auto peak = state.largest.at(second)) add(field.peak, *peak);
-  } else if (!track || track->kind() == FieldKind::gauge) {
+  } else if (field.value != kNone && (!track || track->kind() == FieldKind::gauge)) {
     add(field.value, state.value);
     if (const auto smallest = state.smallest.at(second)) add(field.smallest, -*smallest);
     if (const auto largest = state.largest.at(second)) add(field.largest, *largest);

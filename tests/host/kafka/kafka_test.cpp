@@ -229,7 +229,7 @@ TEST(KafkaSubscription, BeginsWhereTheGroupOrTheOwnerSays) {
   EXPECT_THAT(worker.told, IsEmpty());
 }
 
-TEST(KafkaSchemas, AreTheLastTextOfEachId) {
+TEST(KafkaSchemas, AreTheRightTextOfEachId) {
   MockBrokers brokers;
   rd_kafka_mock_topic_create(brokers.cluster(), "tev.schemas", 1, 1);
   KafkaOptions options = brokers.options();
@@ -237,13 +237,15 @@ TEST(KafkaSchemas, AreTheLastTextOfEachId) {
   options.topic = "tev";
   send(producer, "tev.schemas", "one", "{}");
   send(producer, "tev.schemas", "two", "{}");
-  send(producer, "tev.schemas", "one", "{1}");
-  send(producer, "tev.schemas", "two", std::nullopt);
+  send(producer, "tev.schemas", "one", "one");
+  send(producer, "tev.schemas", "one", "wrong");
+  send(producer, "tev.schemas", "one", std::nullopt);
 
-  const auto shelf =
-      openKafkaSchemas(options, [](const std::string&, const std::string&) { return true; });
-  EXPECT_EQ(shelf->find("one", std::chrono::milliseconds(0)), "{1}");
-  EXPECT_EQ(shelf->find("two", std::chrono::milliseconds(0)), std::nullopt);
+  const auto shelf = openKafkaSchemas(
+      options, [](const std::string& text, const std::string& id) { return text == id; });
+  EXPECT_EQ(shelf->find("one", std::chrono::milliseconds(0)), "one");
+  EXPECT_EQ(shelf->find("two", std::chrono::milliseconds(0)), "{}");
+  EXPECT_EQ(shelf->find("three", std::chrono::milliseconds(0)), std::nullopt);
   send(producer, "tev.schemas", "three", "{3}");
   EXPECT_EQ(shelf->find("three", std::chrono::seconds(10)), "{3}");
 }
