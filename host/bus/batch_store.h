@@ -27,8 +27,8 @@ class BatchStore {
   BatchStore(const BatchStore&) = delete;
   BatchStore& operator=(const BatchStore&) = delete;
 
-  // Takes a batch behind all others. Does not throw when there is no room for it: then it gives up
-  // old batches.
+  // Takes a batch behind all others. When the room is used up, gives up old batches
+  // and does not throw.
   virtual void push(Batch batch) = 0;
 
   // The oldest batch that was not handed out yet; nothing when there is none. Remains in the store.

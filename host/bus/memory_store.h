@@ -14,7 +14,7 @@ namespace tev::host {
 
 class MemoryStore final : public BatchStore {
  public:
-  // At most `most_bytes` of event blocks. When there is no room, the oldest batch is given up, but
+  // At most `most_bytes` of event blocks. When they are used up, the oldest batch is given up, but
   // not one that was handed out.
   MemoryStore(std::size_t most_bytes, Dropped dropped);
 

@@ -44,7 +44,7 @@ void Intake::survey(const FleetSchema& schema, const MessageHead& head, std::uin
   std::uint64_t events = 0;
   forEachBlock(schema.view, blocks_, [&](const Block& block) {
     if (block.timestamp_usec > kLastUsec)
-      throw Rejected(Cause::spread, "it has an event behind the year 9999");
+      throw Rejected(Cause::spread, "it has an event after the year 9999");
     if (!schema.layouts[block.type->number])
       throw Rejected(Cause::broken_schema, "its schema has a type with too many columns");
     if (events == 0) first_usec_ = block.timestamp_usec;

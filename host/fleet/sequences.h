@@ -18,7 +18,7 @@ namespace tev::host {
 struct Arrival {
   enum class Kind : std::uint8_t { next, gap, repeat, overlap };
   Kind kind = Kind::next;
-  bool is_first = false;    // of its run; what a gap then lacks was never on the bus, or is no more
+  bool is_first = false;    // of its run; the events before it were never sent, or were removed
   std::uint64_t lost = 0;   // events of the gap
   std::uint64_t taken = 0;  // events at the message's beginning that were taken already
 };

@@ -81,7 +81,7 @@ class KafkaClient {
   // reached, and RunError when it refuses.
   void connect();
 
-  // Any broker answers. Nothing when there is no such topic; no partitions while it is being
+  // Any broker answers. Nothing when the topic does not exist; no partitions while it is being
   // created. Throws RunError.
   std::optional<TopicLayout> topic(const std::string& name);
 

@@ -29,7 +29,7 @@ std::string inSyncOf(std::int32_t replicas) {
   return replicas >= 3 ? "2" : "1";
 }
 
-// A negative number means: without limit. So does a text that is no number.
+// A negative number means: without limit. So does a text that is not a number.
 std::int64_t numberOf(std::string_view text) {
   std::int64_t number = -1;
   std::from_chars(text.data(), text.data() + text.size(), number);
@@ -68,7 +68,7 @@ void compareSetting(const std::string& topic, const TopicSetting& setting,
     case SettingRule::longer:
       if (number > numberOf(wanted))
         steps.left.push_back(fmt::format(
-            "{} keeps its messages {}{}, although {} is asked for: no retention is shortened",
+            "{} keeps its messages {}{}, although {} is asked for: a retention is not shortened",
             topic, present == "-1" ? "" : "for ", timeText(number), timeText(numberOf(wanted))));
       if (number >= numberOf(wanted)) return;
       break;
@@ -91,7 +91,7 @@ void comparePartitions(const WantedTopic& wanted, const TopicState& state, bool 
   const std::string present = countText(state.partitions, "partition");
   if (state.partitions > wanted.partitions) {
     steps.left.push_back(fmt::format(
-        "{} keeps its {}, although {} {} asked for: no partition is removed", wanted.name, present,
+        "{} keeps its {}, although {} {} asked for: partitions are not removed", wanted.name, present,
         wanted.partitions, wanted.partitions == 1 ? "is" : "are"));
   } else if (state.partitions < wanted.partitions && grow) {
     steps.grow_to = wanted.partitions;

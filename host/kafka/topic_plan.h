@@ -65,7 +65,7 @@ struct TopicSteps {
 // The topic of the events, and the topic of their schemas.
 std::vector<WantedTopic> wantedTopics(const std::string& name, const TopicsOptions& options);
 
-// `state` is empty when there is no such topic. Nothing is shrunk.
+// `state` is empty when the topic does not exist. Nothing is shrunk.
 TopicSteps stepsFor(const WantedTopic& wanted, const std::optional<TopicState>& state, bool grow);
 
 }  // namespace tev::host

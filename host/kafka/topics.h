@@ -22,7 +22,7 @@ class TopicAdmin {
   TopicAdmin(const TopicAdmin&) = delete;
   TopicAdmin& operator=(const TopicAdmin&) = delete;
 
-  // Nothing when there is no such topic.
+  // Nothing when the topic does not exist.
   std::optional<TopicState> read(const std::string& name);
 
   // Does the steps, and waits until the topic is as wanted and has leaders.

@@ -18,7 +18,7 @@ struct ListenAddress {
 };
 
 // From "9464", ":9464" (both on loopback), "192.0.2.1:9464", "localhost:9464" or "[::1]:9464".
-// Nothing when the text is none of these.
+// Nothing for any other text.
 std::optional<ListenAddress> listenAddressFrom(const std::string& text);
 
 }  // namespace tev::host

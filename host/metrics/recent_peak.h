@@ -22,7 +22,7 @@ class RecentPeak {
     slot.largest = std::max(slot.largest, number);
   }
 
-  // Nothing when there is no number of these seconds.
+  // Nothing when these seconds do not have a number.
   std::optional<double> at(std::uint64_t now_second) const {
     std::optional<double> largest;
     for (const Slot& slot : slots_)
