@@ -48,7 +48,7 @@ bool isFinal(rd_kafka_resp_err_t error) {
   }
 }
 
-class KafkaSubscription : public Subscription, private KafkaListener {
+class KafkaSubscription final : public Subscription, private KafkaListener {
  public:
   KafkaSubscription(const KafkaOptions& options, const std::string& group)
       : topic_(options.topic),

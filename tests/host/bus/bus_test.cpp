@@ -1,5 +1,6 @@
 // Batches on their way to a message bus: none is lost or repeated without a count.
 #include <gtest/gtest.h>
+#include <atomic>
 
 #include <filesystem>
 #include <fstream>
@@ -124,7 +125,7 @@ class Bus {
   bool happens(int percent) { return random() % 100 < static_cast<unsigned>(percent); }
 
   std::minstd_rand random;
-  bool is_sound = false;
+  std::atomic<bool> is_sound = false;  // set by the test while the sender's thread works
   int forgotten = 0;                // messages that it does not keep, and asks for again
   std::vector<std::uint64_t> kept;  // numbers of the events
   std::set<std::string> schemas;
