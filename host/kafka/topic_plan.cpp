@@ -91,8 +91,8 @@ void comparePartitions(const WantedTopic& wanted, const TopicState& state, bool 
   const std::string present = countText(state.partitions, "partition");
   if (state.partitions > wanted.partitions) {
     steps.left.push_back(fmt::format(
-        "{} keeps its {}, although {} {} asked for: partitions are not removed", wanted.name, present,
-        wanted.partitions, wanted.partitions == 1 ? "is" : "are"));
+        "{} keeps its {}, although {} {} asked for: partitions are not removed", wanted.name,
+        present, wanted.partitions, wanted.partitions == 1 ? "is" : "are"));
   } else if (state.partitions < wanted.partitions && grow) {
     steps.grow_to = wanted.partitions;
     steps.changes.push_back(

@@ -1,7 +1,7 @@
 // Batches on their way to a message bus: none is lost or repeated without a count.
 #include <gtest/gtest.h>
-#include <atomic>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -126,8 +126,8 @@ class Bus {
 
   std::minstd_rand random;
   std::atomic<bool> is_sound = false;  // set by the test while the sender's thread works
-  int forgotten = 0;                // messages that it does not keep, and asks for again
-  std::vector<std::uint64_t> kept;  // numbers of the events
+  int forgotten = 0;                   // messages that it does not keep, and asks for again
+  std::vector<std::uint64_t> kept;     // numbers of the events
   std::set<std::string> schemas;
 };
 
