@@ -15,7 +15,7 @@ struct SpoolOptions {
 struct BusOptions {
   std::string source;                               // key of the messages
   std::size_t queue_bytes = std::size_t{16} << 20;  // of event blocks that wait in memory
-  std::optional<SpoolOptions> spool;                // they wait in files instead
+  std::optional<SpoolOptions> spool;  // they wait in files, as long as the disk takes them
 };
 
 }  // namespace tev::host

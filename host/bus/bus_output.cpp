@@ -15,7 +15,9 @@ namespace {
 
 std::unique_ptr<BatchStore> makeStore(const BusOptions& options, const CaptureHead& head,
                                       BatchStore::Dropped dropped) {
-  if (options.spool) return std::make_unique<Spool>(*options.spool, head, std::move(dropped));
+  if (options.spool)
+    return std::make_unique<SpoolAndMemory>(*options.spool, head, options.queue_bytes,
+                                            std::move(dropped));
   return std::make_unique<MemoryStore>(options.queue_bytes, std::move(dropped));
 }
 

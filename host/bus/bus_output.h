@@ -11,7 +11,7 @@
 #include "host/bus/memory_store.h"
 #include "host/bus/publisher.h"
 #include "host/bus/sender.h"
-#include "host/bus/spool.h"
+#include "host/bus/spool_and_memory.h"
 #include "host/bus/undelivered.h"
 #include "host/outputs/output.h"
 

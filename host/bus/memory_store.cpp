@@ -16,10 +16,13 @@ void MemoryStore::push(Batch batch) {
 }
 
 void MemoryStore::dropOldest() {
-  const Batch batch = std::move(waiting_.front());
+  dropped_(waiting_.front());
+  takeOldest();
+}
+
+void MemoryStore::takeOldest() {
+  bytes_ -= waiting_.front().blocks.size();
   waiting_.pop_front();
-  bytes_ -= batch.blocks.size();
-  dropped_(batch);
 }
 
 std::optional<StoredBatch> MemoryStore::next() {

@@ -23,6 +23,14 @@ class MemoryStore final : public BatchStore {
   void done(std::uint64_t number) override;
   void close() override;
   bool accountsFor(std::uint64_t) const override { return true; }
+  // Whether a batch with so many bytes of event blocks can be added without giving up another one.
+  bool hasRoomFor(std::size_t bytes) const { return bytes_ + bytes <= most_bytes_; }
+
+  // The oldest batch that was not handed out; null when there is none. The other function takes it
+  // out.
+  const Batch* oldest() const { return waiting_.empty() ? nullptr : &waiting_.front(); }
+  void takeOldest();
+
   bool isEmpty() const override { return waiting_.empty() && handed_out_.empty(); }
   std::string leftText() const override { return ""; }
 

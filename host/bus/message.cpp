@@ -4,12 +4,12 @@
 #include <zstd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <new>
 #include <optional>
 #include <utility>
 
 #include "host/support/errors.h"
+#include "host/support/number_text.h"
 #include "host/support/text.h"
 
 namespace tev::host {
@@ -27,10 +27,9 @@ constexpr std::string_view kSize = "tev-size";
 
 constexpr std::string_view kCodecNames[] = {"none", "zstd"};  // by BatchCodec
 
-constexpr std::size_t kShown = 40;     // characters of a wrong value
-constexpr int kLevel = 1;              // of zstd
-constexpr std::size_t kIdLength = 32;  // hexadecimal digits
-constexpr std::size_t kRunDigits = 16;
+constexpr std::size_t kShown = 40;         // characters of a wrong value
+constexpr int kLevel = 1;                  // of zstd
+constexpr std::size_t kIdLength = 32;      // hexadecimal digits
 constexpr std::size_t kMostSchemas = 256;  // the index in the blocks has 8 bits
 
 template <class... Arguments>
@@ -52,16 +51,9 @@ std::string_view headerOf(const IncomingMessage& message, std::string_view name)
   return *value;
 }
 
-std::optional<std::uint64_t> parsedNumber(std::string_view text, int base) {
-  std::uint64_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return number;
-}
-
 std::uint64_t numberOf(const IncomingMessage& message, std::string_view name) {
   const std::string_view text = headerOf(message, name);
-  const auto number = parsedNumber(text, 10);
+  const auto number = parseNumber<std::uint64_t>(text);
   if (!number)
     refuse("its header {} is not a number: {}", name, asPrintable(text.substr(0, kShown)));
   return *number;
@@ -109,7 +101,8 @@ std::string runText(std::uint64_t start) {
 }
 
 std::uint64_t runFromText(std::string_view text) {
-  const auto start = text.size() == kRunDigits ? parsedNumber(text, 16) : std::nullopt;
+  const auto start =
+      text.size() == kRunDigits ? parseNumber<std::uint64_t>(text, 16) : std::nullopt;
   if (!start)
     refuse("its run is not {} hexadecimal digits: {}", kRunDigits,
            asPrintable(text.substr(0, kShown)));

@@ -30,7 +30,9 @@ struct RunId {
   auto operator<=>(const RunId&) const = default;
 };
 
-// 16 hexadecimal digits, and back. Throws RunError for another text.
+constexpr std::size_t kRunDigits = 16;
+
+// Hexadecimal digits, and back. Throws RunError for another text.
 std::string runText(std::uint64_t start);
 std::uint64_t runFromText(std::string_view text);
 
@@ -75,6 +77,7 @@ struct IncomingMessage {
   std::string_view key;
   std::vector<std::pair<std::string_view, std::string_view>> headers;
   std::span<const std::uint8_t> value;
+  std::uint64_t stored_usec = 0;  // when the bus took it, by the bus' clock; 0: not known
 };
 
 // Packs batches.

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
@@ -16,6 +15,7 @@
 
 #include "host/support/errors.h"
 #include "host/support/log.h"
+#include "host/support/number_text.h"
 #include "host/support/short_number.h"
 #include "host/support/text.h"
 
@@ -32,11 +32,7 @@ constexpr const char* kExtension = ".tevcap";
 std::optional<std::uint64_t> numberOf(const fs::path& path) {
   const std::string digits = path.stem().string();
   if (path.extension() != kExtension || digits.size() < kDigits) return std::nullopt;
-  std::uint64_t number = 0;
-  const char* const end = digits.data() + digits.size();
-  const auto [last, error] = std::from_chars(digits.data(), end, number);
-  if (error != std::errc() || last != end) return std::nullopt;
-  return number;
+  return parseNumber<std::uint64_t>(digits);
 }
 
 }  // namespace
@@ -52,6 +48,9 @@ Spool::Spool(SpoolOptions options, CaptureHead head, Dropped dropped)
     ::close(lock_);
     throw RunError(fmt::format("cannot read the spool {}: {}", asPrintable(options_.folder),
                                failure.code().message()));
+  } catch (...) {
+    ::close(lock_);
+    throw;
   }
 }
 
@@ -74,6 +73,10 @@ void Spool::findFiles() {
   for (const fs::directory_entry& entry : fs::directory_iterator(options_.folder)) {
     const auto number = numberOf(entry.path());
     if (!number || !entry.is_regular_file()) continue;
+    if (access(entry.path().c_str(), R_OK) != 0)
+      throw RunError(fmt::format("cannot read {} of the spool: {}",
+                                 asPrintable(entry.path().string()),
+                                 std::generic_category().message(errno)));
     files_.push_back({.number = *number, .bytes = entry.file_size()});
     bytes_ += files_.back().bytes;
   }
@@ -86,13 +89,10 @@ std::string Spool::pathOf(std::uint64_t number) const {
 }
 
 void Spool::push(Batch batch) {
-  if (write(batch)) return;
-  // The disk may be full of old files.
-  if (files_.size() > 1 && giveUpOldest() && write(batch)) return;
-  dropped_(batch);
+  if (!keep(batch)) dropped_(batch);
 }
 
-bool Spool::write(const Batch& batch) {
+bool Spool::keep(const Batch& batch) {
   try {
     if (!writer_ || writer_->size() >= kFileBytes) beginFile(batch);
     const std::uint64_t before = writer_->size();
@@ -103,10 +103,11 @@ bool Spool::write(const Batch& batch) {
     ++unread_;
     said_.clear();
   } catch (const RunError& error) {
-    sayOnce(error.what());
+    sayOnce(fmt::format("{}; the events wait in memory", error.what()));
+    endFile();  // the numbers of a file's batches follow each other
     return false;
   }
-  while (bytes_ > options_.most_bytes && files_.size() > 1 && giveUpOldest()) {
+  while (bytes_ > options_.most_bytes && giveUpOldest()) {
   }
   return true;
 }
@@ -142,7 +143,17 @@ std::optional<StoredBatch> Spool::next() {
   for (;;) {
     const auto file = std::ranges::find(files_, false, &File::is_read);
     if (file == files_.end() || (isWritten(*file) && unread_ == 0)) return std::nullopt;
-    if (auto batch = readFrom(*file)) {
+    std::optional<Batch> batch;
+    try {
+      batch = readFrom(*file);
+    } catch (const CannotOpen& error) {  // in the meantime, what is behind it must wait, too
+      if (fs::exists(pathOf(file->number))) {
+        sayOnce(error.what());
+        return std::nullopt;
+      }
+      sayOnce(fmt::format("{}; its events are not sent", error.what()));
+    }
+    if (batch) {
       if (isWritten(*file)) --unread_;
       ++file->in_use;
       handed_out_.emplace(next_number_, file->number);
@@ -155,24 +166,30 @@ std::optional<StoredBatch> Spool::next() {
   }
 }
 
-// Nothing when the file has been read to its end.
+// Throws RunError.
+void Spool::openReader(const File& file) {
+  auto reader = std::make_unique<ChunkReader>(pathOf(file.number));
+  const CaptureHead head = reader->readHead();
+  run_ = {head.bus_source, runFromText(head.bus_run)};
+  auto schemas = std::make_shared<RunSchemas>();
+  schemas->ids = head.schema_ids;
+  schemas->texts = head.schemas;
+  if (run_.source.empty() || schemas->ids.size() != schemas->texts.size())
+    throw RunError(asPrintable(reader->path()) + ": it is not the file of a spool");
+  schemas_ = std::move(schemas);
+  numbers_.reset();
+  follows_.reset();
+  reader_ = std::move(reader);
+}
+
+// Nothing when the file has been read to its end. Throws CannotOpen.
 std::optional<Batch> Spool::readFrom(File& file) {
   try {
-    if (!reader_) {
-      auto reader = std::make_unique<ChunkReader>(pathOf(file.number));
-      const CaptureHead head = reader->readHead();
-      run_ = {head.bus_source, runFromText(head.bus_run)};
-      auto schemas = std::make_shared<RunSchemas>();
-      schemas->ids = head.schema_ids;
-      schemas->texts = head.schemas;
-      if (run_.source.empty() || schemas->ids.size() != schemas->texts.size())
-        throw RunError("it is not the file of a spool");
-      schemas_ = std::move(schemas);
-      numbers_.reset();
-      reader_ = std::move(reader);
-    }
+    if (!reader_) openReader(file);
     reader_->refresh();
     return nextBatch(*reader_);
+  } catch (const CannotOpen&) {
+    throw;
   } catch (const RunError& error) {
     giveUp(file, error.what());
     return std::nullopt;
@@ -190,6 +207,7 @@ std::optional<Batch> Spool::nextBatch(ChunkReader& reader) {
       std::memcpy(&numbers_.emplace(), chunk->body.data(), sizeof(EventNumbers));
     } else if (chunk->header.kind == ChunkKind::events && numbers_) {
       const EventNumbers numbers = *std::exchange(numbers_, std::nullopt);
+      countDamage(numbers);
       return Batch{.run = run_,
                    .schemas = schemas_,
                    .first = numbers.first,
@@ -205,6 +223,19 @@ std::optional<Batch> Spool::nextBatch(ChunkReader& reader) {
   return std::nullopt;
 }
 
+// Batches between the last one and the one with these numbers could not be read.
+void Spool::countDamage(const EventNumbers& numbers) {
+  if (follows_ && numbers.first > *follows_)
+    dropped_({.run = run_,
+              .schemas = schemas_,
+              .first = *follows_,
+              .events = numbers.first - *follows_,
+              .first_usec = 0,
+              .last_usec = 0,
+              .blocks = {}});
+  follows_ = numbers.first + numbers.events;
+}
+
 // The file stays for a person to look at.
 void Spool::giveUp(File& file, const std::string& problem) {
   const std::string path = pathOf(file.number);
@@ -214,15 +245,18 @@ void Spool::giveUp(File& file, const std::string& problem) {
   if (rename(path.c_str(), kept.c_str()) == 0) bytes_ -= std::exchange(file.bytes, 0);
 }
 
-// The batches that were not handed out are counted before the file is removed. False when the
-// oldest file is still written.
+// The batches that were not handed out are counted before the file is removed.
 bool Spool::giveUpOldest() {
+  if (files_.empty() || isWritten(files_.front())) return false;
   File& file = files_.front();
-  if (isWritten(file)) return false;
   sayOnce(fmt::format("the spool {} is full: the oldest events are given up",
                       asPrintable(options_.folder)));
   if (!file.is_read) {
-    while (const auto batch = readFrom(file)) dropped_(*batch);
+    try {
+      while (const auto batch = readFrom(file)) dropped_(*batch);
+    } catch (const CannotOpen& error) {
+      Log::instance().say(fmt::format("tev-host: {}; its events are not counted", error.what()));
+    }
     reader_.reset();
   }
   remove(file);
@@ -271,10 +305,10 @@ bool Spool::accountsFor(std::uint64_t number) const {
          std::ranges::find(files_, found->second, &File::number) != files_.end();
 }
 
-bool Spool::isEmpty() const {
-  return handed_out_.empty() && std::ranges::all_of(files_, [this](const File& file) {
-           return file.is_read || (isWritten(file) && unread_ == 0);
-         });
+bool Spool::isRead() const {
+  return std::ranges::all_of(files_, [this](const File& file) {
+    return file.is_read || (isWritten(file) && unread_ == 0);
+  });
 }
 
 std::string Spool::leftText() const {

@@ -27,11 +27,22 @@ class Spool final : public BatchStore {
   ~Spool() override;
 
   void push(Batch batch) override;
+
+  // Like push(). False: the file could not be written, which was said, and the batch was not taken.
+  bool keep(const Batch& batch);
+
+  // Whether every batch was handed out.
+  bool isRead() const;
+
+  // Removes the oldest file with a count of its batches. False when only the one that is written is
+  // there.
+  bool giveUpOldest();
+
   std::optional<StoredBatch> next() override;
   void done(std::uint64_t number) override;
   void close() override;
   bool accountsFor(std::uint64_t number) const override;
-  bool isEmpty() const override;
+  bool isEmpty() const override { return handed_out_.empty() && isRead(); }
   std::string leftText() const override;
 
  private:
@@ -46,13 +57,13 @@ class Spool final : public BatchStore {
   void lock();
   void findFiles();
   bool isWritten(const File& file) const { return writer_ && &file == &files_.back(); }
-  bool write(const Batch& batch);
   void beginFile(const Batch& batch);
   void endFile();
+  void openReader(const File& file);
   std::optional<Batch> readFrom(File& file);
   std::optional<Batch> nextBatch(ChunkReader& reader);
+  void countDamage(const EventNumbers& numbers);
   void giveUp(File& file, const std::string& problem);
-  bool giveUpOldest();
   void removeDone();
   void remove(const File& file);
   void sayOnce(const std::string& problem);
@@ -69,7 +80,8 @@ class Spool final : public BatchStore {
   std::unique_ptr<ChunkReader> reader_;  // of the first file that is not read
   RunId run_;                            // of the batches of this file
   std::shared_ptr<const RunSchemas> schemas_;
-  std::optional<EventNumbers> numbers_;  // of its next batch
+  std::optional<EventNumbers> numbers_;   // of its next batch
+  std::optional<std::uint64_t> follows_;  // the first number behind the last batch
 
   std::unordered_map<std::uint64_t, std::uint64_t> handed_out_;  // batch to file, by their numbers
   std::uint64_t next_number_ = 0;

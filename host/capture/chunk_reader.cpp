@@ -42,7 +42,7 @@ void ChunkReader::FreeDecompressor::operator()(ZSTD_DCtx_s* decompressor) const 
 ChunkReader::ChunkReader(const std::string& path) : path_(path) {
   // Without O_NONBLOCK, a named pipe without a writer would block.
   descriptor_ = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (descriptor_ < 0) refuse(path, "{}", messageOf(errno));
+  if (descriptor_ < 0) throw CannotOpen(fmt::format("{}: {}", asPrintable(path), messageOf(errno)));
   struct stat status {};
   const bool is_known = fstat(descriptor_, &status) == 0;
   try {

@@ -10,6 +10,7 @@
 
 #include "host/capture/format.h"
 #include "host/capture/head.h"
+#include "host/support/errors.h"
 
 struct ZSTD_DCtx_s;
 
@@ -28,9 +29,15 @@ struct Chunk {
   std::span<const std::uint8_t> body;  // unpacked; valid until the next call
 };
 
+// The file is there possibly, but the system does not open it.
+class CannotOpen : public RunError {
+ public:
+  using RunError::RunError;
+};
+
 class ChunkReader {
  public:
-  // Throws RunError when the file cannot be opened, is not a regular file or does not begin with a
+  // Throws CannotOpen, and RunError when the file is not a regular file or does not begin with a
   // sound chunk.
   explicit ChunkReader(const std::string& path);
   ~ChunkReader();

@@ -123,8 +123,6 @@ void readBus(const Given& given, RunOptions& run) {
   }
   if (run.kafka.topic.empty()) throw UsageError("--kafka needs --topic");
   if (given.spool_bytes && !given.spool) throw UsageError("--spool-size needs --spool");
-  if (given.queue_bytes && given.spool)
-    throw UsageError("--queue-size and --spool exclude each other");
   run.bus.source = given.source.value_or(hostName());
   if (run.bus.source.empty()) throw UsageError("the machine has no name: --source is needed");
   if (given.queue_bytes) run.bus.queue_bytes = *given.queue_bytes;

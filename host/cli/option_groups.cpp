@@ -196,7 +196,8 @@ void addBusOptions(CLI::App& command, Given& given) {
   addParsed(
       command, "--queue-size", given.queue_bytes, queueSize,
       "With --kafka: bytes of events that wait in memory for the brokers; the oldest ones are "
-      "given up and counted as undelivered (default 16M)")
+      "given up and counted as undelivered (default 16M); with --spool, only while its disk "
+      "does not take them")
       ->type_name("BYTES");
   addParsed(
       command, "--spool", given.spool, folderPath,

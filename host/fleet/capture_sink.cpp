@@ -20,14 +20,8 @@ constexpr std::uint64_t kLargeFile = std::uint64_t{64} << 20;  // bytes; then th
 
 // A name of a file from a name of a source: other bytes become %hh.
 std::string fileName(const std::string& source) {
-  std::string name;
-  for (const char c : source) {
-    const bool is_plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                          (c >= '0' && c <= '9') || c == '-' || c == '_';
-    name += is_plain ? std::string(1, c) : fmt::format("%{:02x}", static_cast<std::uint8_t>(c));
-  }
   constexpr std::size_t kLongest = 160;  // bytes; the run tells long names apart
-  return name.substr(0, kLongest);
+  return percentEncoded(source, isPlainInFileName).substr(0, kLongest);
 }
 
 // The blocks behind the first `skipped` events. Of a block with both, the rest becomes a block.
@@ -100,8 +94,8 @@ class CaptureSink final : public Sink {
     described.start = {first_usec * 1000, 0};
     open_.push_front({head.run, contents.schema,
                       std::make_unique<CaptureFile>(
-                          freePath(fmt::format("{}+{:016x}+{:020}", fileName(head.run.source),
-                                               head.run.start, head.first + skipped)),
+                          freePath(fmt::format("{}+{}+{:020}", fileName(head.run.source),
+                                               runText(head.run.start), head.first + skipped)),
                           described)});
     return *open_.front().file;
   }

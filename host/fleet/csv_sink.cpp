@@ -26,11 +26,11 @@ class CsvSink final : public Sink {
   void take(const MessageHead& head, const Contents& contents, std::uint64_t skipped) override {
     std::string source;
     appendCsvText(source, asPrintable(head.run.source));
+    const std::string begin = fmt::format("{},{},", source, runText(head.run.start));
     forEachEvent(head, contents, skipped, [&](const Event& event, std::uint64_t number) {
       OutputFile& file = fileOf(*contents.schema->layouts[event.type->number]);
       std::string& out = file.buffer();
-      fmt::format_to(std::back_inserter(out), "{},{:016x},{},{},", source, head.run.start, number,
-                     event.timestamp_usec);
+      fmt::format_to(std::back_inserter(out), "{}{},{},", begin, number, event.timestamp_usec);
       appendCsvText(out, event.type->name);
       for (const Column& column : event.type->columns) {
         std::string value;

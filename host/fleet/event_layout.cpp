@@ -11,6 +11,7 @@
 #include "host/capture/format.h"
 #include "host/events/series.h"
 #include "host/events/values.h"
+#include "host/support/text.h"
 
 namespace tev::host {
 namespace {
@@ -18,15 +19,10 @@ namespace {
 constexpr std::size_t kMostColumns = 4096;  // of a file
 constexpr std::size_t kLongestKind = 64;    // bytes
 
-bool isPlain(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
-         c == '-';
-}
-
 std::string folderName(const std::string& kind) {
   std::string name = kind.substr(0, kLongestKind);
   std::ranges::replace_if(
-      name, [](char c) { return !isPlain(c); }, '_');
+      name, [](char c) { return !isPlainInFileName(c); }, '_');
   return name.empty() ? "other" : name;
 }
 

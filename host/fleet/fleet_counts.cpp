@@ -10,8 +10,8 @@
 namespace tev::host {
 namespace {
 
-constexpr const char* kNames[kCauses] = {"format", "unknown schema", "broken schema",
-                                         "broken events", "spread"};
+constexpr const char* kNames[kCauses] = {"format",        "unknown schema", "broken schema",
+                                         "broken events", "spread",         "clock"};
 
 }  // namespace
 

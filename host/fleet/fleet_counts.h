@@ -16,9 +16,10 @@ enum class Cause : std::uint8_t {
   unknown_schema,  // nobody has published its schema
   broken_schema,   // its schema's text is broken, or does not have its id
   events,          // its event blocks are broken, or are not those that its headers claim
-  spread,          // its events belong to too many files, or after the year 9999
+  spread,          // its events belong to too many files
+  clock,           // its events are in the future
 };
-constexpr std::size_t kCauses = 5;
+constexpr std::size_t kCauses = 6;
 
 // Of one line: "unknown schema".
 const char* nameOf(Cause cause);

@@ -5,11 +5,22 @@
 #include <algorithm>
 
 #include "host/events/decoder.h"
+#include "host/support/text.h"
+#include "host/support/time_text.h"
 
 namespace tev::host {
 namespace {
 
 constexpr std::uint64_t kLastUsec = 253'402'300'799'999'999;  // of the year 9999
+constexpr std::uint64_t kMostAheadUsec = kHourUsec;  // of a node's clock before that of the bus
+
+// The latest event that a message may have. The worker's own clock has no say: a message is judged
+// in the same way when it is read again.
+std::uint64_t lastUsecOf(const IncomingMessage& message) {
+  if (message.stored_usec == 0 || message.stored_usec > kLastUsec - kMostAheadUsec)
+    return kLastUsec;
+  return message.stored_usec + kMostAheadUsec;
+}
 
 }  // namespace
 
@@ -27,7 +38,7 @@ Contents Intake::read(const IncomingMessage& message, const MessageHead& head,
   contents.schema = schemas_.of(head.schema_ids);
   try {
     reader_.read(message.value, head.codec, head.size, blocks_);
-    survey(*contents.schema, head, skipped);
+    survey(*contents.schema, head, skipped, lastUsecOf(message));
   } catch (const Rejected&) {
     throw;
   } catch (const RunError& error) {
@@ -39,12 +50,15 @@ Contents Intake::read(const IncomingMessage& message, const MessageHead& head,
   return contents;
 }
 
-void Intake::survey(const FleetSchema& schema, const MessageHead& head, std::uint64_t skipped) {
+void Intake::survey(const FleetSchema& schema, const MessageHead& head, std::uint64_t skipped,
+                    std::uint64_t last_usec) {
   sections_.clear();
   std::uint64_t events = 0;
   forEachBlock(schema.view, blocks_, [&](const Block& block) {
-    if (block.timestamp_usec > kLastUsec)
-      throw Rejected(Cause::spread, "it has an event after the year 9999");
+    if (block.timestamp_usec > last_usec)
+      throw Rejected(Cause::clock,
+                     fmt::format("the clock of {} is ahead: it has an event of {}",
+                                 asPrintable(head.run.source), timeText(block.timestamp_usec)));
     if (!schema.layouts[block.type->number])
       throw Rejected(Cause::broken_schema, "its schema has a type with too many columns");
     if (events == 0) first_usec_ = block.timestamp_usec;

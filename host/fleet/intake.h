@@ -42,7 +42,8 @@ class Intake {
   Contents read(const IncomingMessage& message, const MessageHead& head, std::uint64_t skipped);
 
  private:
-  void survey(const FleetSchema& schema, const MessageHead& head, std::uint64_t skipped);
+  void survey(const FleetSchema& schema, const MessageHead& head, std::uint64_t skipped,
+              std::uint64_t last_usec);
   void count(const Section& section);
 
   SchemaCache& schemas_;

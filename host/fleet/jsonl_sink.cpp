@@ -45,7 +45,7 @@ class JsonlSink final : public Sink {
     const std::vector<Labels>& types = labels_.of(contents.schema, labelsOf);
     std::string begin = "{\"source\":";
     appendJsonText(begin, head.run.source);
-    begin += fmt::format(",\"run\":\"{:016x}\",\"sequence\":", head.run.start);
+    begin += fmt::format(",\"run\":\"{}\",\"sequence\":", runText(head.run.start));
     forEachEvent(head, contents, skipped, [&](const Event& event, std::uint64_t number) {
       const Labels& labels = types[event.type->number];
       std::string& out = file_.buffer();

@@ -19,10 +19,10 @@ void sayMissing(Speaker& speaker, const PartitionMessage& message, std::int64_t 
 
 void sayArrival(Speaker& speaker, const MessageHead& head, const Arrival& arrival) {
   if (arrival.kind != Arrival::Kind::gap || arrival.is_first) return;
-  speaker.sayOnce(
-      "gap", fmt::format("{} events of {} are missing, from number {} of run {:016x} "
-                         "on; other gaps are only counted",
-                         arrival.lost, head.run.source, head.first - arrival.lost, head.run.start));
+  speaker.sayOnce("gap", fmt::format("{} events of {} are missing, from number {} of run {} "
+                                     "on; other gaps are only counted",
+                                     arrival.lost, head.run.source, head.first - arrival.lost,
+                                     runText(head.run.start)));
 }
 
 }  // namespace tev::host

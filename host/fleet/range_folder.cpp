@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
@@ -19,6 +18,7 @@
 
 #include "host/fleet/table_writer.h"
 #include "host/support/errors.h"
+#include "host/support/number_text.h"
 #include "host/support/random.h"
 #include "host/support/text.h"
 #include "host/support/whole_file.h"
@@ -71,17 +71,10 @@ std::optional<Span> spanOf(std::string_view name, std::string_view before) {
   name.remove_prefix(before.size());
   name.remove_suffix(kDone.size());
   if (name.size() != 2 * kOffsetDigits + 1 || name[kOffsetDigits] != '+') return std::nullopt;
-  Span span;
-  const auto read = [](std::string_view digits, std::int64_t& number) {
-    const char* const end = digits.data() + digits.size();
-    const auto result = std::from_chars(digits.data(), end, number);
-    return result.ec == std::errc() && result.ptr == end;
-  };
-  if (!read(name.substr(0, kOffsetDigits), span.start) ||
-      !read(name.substr(kOffsetDigits + 1), span.end) || span.start < 0 || span.end == INT64_MAX)
-    return std::nullopt;
-  ++span.end;
-  return span;
+  const auto start = parseNumber<std::int64_t>(name.substr(0, kOffsetDigits));
+  const auto last = parseNumber<std::int64_t>(name.substr(kOffsetDigits + 1));
+  if (!start || !last || *start < 0 || *last == INT64_MAX) return std::nullopt;
+  return Span{*start, *last + 1};
 }
 
 std::vector<std::string> holesOf(const std::set<Span>& spans, std::int32_t partition) {

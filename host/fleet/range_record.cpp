@@ -3,13 +3,14 @@
 #include <fmt/format.h>
 
 #include <array>
-#include <charconv>
 #include <iterator>
 #include <optional>
 #include <span>
 
 #include "host/capture/format.h"
 #include "host/support/errors.h"
+#include "host/support/number_text.h"
+#include "host/support/text.h"
 
 namespace tev::host {
 namespace {
@@ -24,13 +25,7 @@ std::string hashText(std::string_view text) {
 
 // A name of a source as one word: bytes that are not visible ASCII, and '%', become %hh.
 std::string asWord(std::string_view name) {
-  std::string word;
-  for (const char c : name)
-    if (c > ' ' && c < '\x7f' && c != '%')
-      word += c;
-    else
-      fmt::format_to(std::back_inserter(word), "%{:02x}", static_cast<std::uint8_t>(c));
-  return word;
+  return percentEncoded(name, [](char c) { return c > ' ' && c < '\x7f' && c != '%'; });
 }
 
 [[noreturn]] void refuse() {
@@ -39,10 +34,9 @@ std::string asWord(std::string_view name) {
 
 template <class Number>
 Number numberOf(std::string_view word, int base = 10) {
-  Number number{};
-  const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), number, base);
-  if (error != std::errc() || end != word.data() + word.size()) refuse();
-  return number;
+  const auto number = parseNumber<Number>(word, base);
+  if (!number) refuse();
+  return *number;
 }
 
 std::string fromWord(std::string_view word) {
@@ -77,9 +71,9 @@ std::vector<std::pair<std::string, std::uint64_t*>> numbersOf(FleetCounts& count
       {"repeats", &counts.repeats},
       {"repeated", &counts.repeated},
       {"missing-offsets", &counts.missing_offsets}};
-  constexpr std::array<const char*, kCauses> kRejected{"rejected-format", "rejected-unknown-schema",
-                                                       "rejected-broken-schema", "rejected-events",
-                                                       "rejected-spread"};
+  constexpr std::array<const char*, kCauses> kRejected{
+      "rejected-format", "rejected-unknown-schema", "rejected-broken-schema",
+      "rejected-events", "rejected-spread",         "rejected-clock"};
   for (std::size_t i = 0; i < kCauses; ++i) numbers.emplace_back(kRejected[i], &counts.rejected[i]);
   return numbers;
 }
@@ -130,10 +124,10 @@ std::string textOf(const RangeRecord& record, const Sequences& sequences) {
   for (const RangeRecord::File& file : record.files)
     fmt::format_to(out, "file {} {}\n", file.rows, file.name);
   for (const LostEvents& loss : record.losses)
-    fmt::format_to(out, "{} {} {:016x} {} {}\n", loss.is_begin ? "begin" : "loss",
-                   asWord(loss.run.source), loss.run.start, loss.first, loss.events);
+    fmt::format_to(out, "{} {} {} {} {}\n", loss.is_begin ? "begin" : "loss",
+                   asWord(loss.run.source), runText(loss.run.start), loss.first, loss.events);
   sequences.forEach([&](const RunId& run, std::uint64_t next) {
-    fmt::format_to(out, "next {} {:016x} {}\n", asWord(run.source), run.start, next);
+    fmt::format_to(out, "next {} {} {}\n", asWord(run.source), runText(run.start), next);
   });
   return text + "hash " + hashText(text) + "\n";
 }

@@ -21,7 +21,6 @@ namespace {
 constexpr std::size_t kOpenFiles = 32;                      // at a time
 constexpr std::size_t kFileMemory = std::size_t{16} << 20;  // bytes
 constexpr std::size_t kNumber = sizeof(std::uint64_t);      // bytes
-constexpr std::size_t kRunDigits = 16;
 
 // One of the files. A row is the time stamp, the number of the event, the run, the source, the name
 // of the type, and the event.
@@ -38,7 +37,7 @@ class Table {
   void begin(const KeptMessage& message, const TypeView& type) {
     std::ranges::fill(lead_, std::uint8_t{0});
     constexpr std::size_t kSource = 2 * kNumber + kRunDigits;
-    put(2 * kNumber, fmt::format("{:016x}", message.run.start));
+    put(2 * kNumber, runText(message.run.start));
     put(kSource, asPrintable(message.run.source));
     put(kSource + source_size_, asPrintable(type.name));
   }

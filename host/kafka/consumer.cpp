@@ -48,6 +48,14 @@ bool isFinal(rd_kafka_resp_err_t error) {
   }
 }
 
+// 0 when the brokers keep the clock of the sender instead of theirs.
+std::uint64_t storedUsec(const rd_kafka_message_t& message) {
+  rd_kafka_timestamp_type_t type{};
+  const std::int64_t msec = rd_kafka_message_timestamp(&message, &type);
+  if (type != RD_KAFKA_TIMESTAMP_LOG_APPEND_TIME || msec <= 0) return 0;
+  return static_cast<std::uint64_t>(msec) * 1000;
+}
+
 class KafkaSubscription final : public Subscription, private KafkaListener {
  public:
   KafkaSubscription(const KafkaOptions& options, const std::string& group)
@@ -156,6 +164,7 @@ class KafkaSubscription final : public Subscription, private KafkaListener {
     passed_.offset = message.offset;
     passed_.message.key = {static_cast<const char*>(message.key), message.key_len};
     passed_.message.value = {static_cast<const std::uint8_t*>(message.payload), message.len};
+    passed_.message.stored_usec = storedUsec(message);
     passed_.message.headers.clear();
     rd_kafka_headers_t* headers = nullptr;
     if (rd_kafka_message_headers(&message, &headers) == RD_KAFKA_RESP_ERR_NO_ERROR) {

@@ -35,7 +35,7 @@ class FileNames {
  public:
   std::string add(const std::string& type) {
     std::string name;
-    for (const char c : type.substr(0, kMaxFileName)) name += isPlain(c) ? c : '_';
+    for (const char c : type.substr(0, kMaxFileName)) name += isPlainInFileName(c) ? c : '_';
     if (name.empty()) name = "type";
     std::string unique = name;
     for (int i = 2; !taken_.insert(lowered(unique)).second; ++i)
@@ -44,11 +44,6 @@ class FileNames {
   }
 
  private:
-  static bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-  static bool isPlain(char c) {
-    return isLetter(c) || (c >= '0' && c <= '9') || c == '_' || c == '-';
-  }
-
   static std::string lowered(std::string name) {
     for (char& c : name)
       if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');

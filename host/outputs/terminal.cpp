@@ -5,10 +5,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdlib>
 #include <string_view>
 
+#include "host/support/number_text.h"
 #include "host/support/text.h"
 
 namespace tev::host {
@@ -21,11 +21,8 @@ constexpr char kLeave[] = "\x1b[0m\x1b[?7h\x1b[?25h\x1b[?1049l";
 std::size_t fromEnvironment(const char* name, std::size_t otherwise) {
   const char* const text = std::getenv(name);
   if (!text) return otherwise;
-  const std::string_view digits = text;
-  std::size_t number = 0;
-  const auto end = digits.data() + digits.size();
-  const auto [rest, error] = std::from_chars(digits.data(), end, number);
-  return error == std::errc() && rest == end && number > 0 && number < 10'000 ? number : otherwise;
+  const std::size_t number = parseNumber<std::size_t>(text).value_or(0);
+  return number > 0 && number < 10'000 ? number : otherwise;
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <charconv>
 #include <cmath>
 #include <ctime>
 #include <optional>
@@ -10,6 +9,7 @@
 #include <system_error>
 
 #include "host/support/errors.h"
+#include "host/support/number_text.h"
 #include "host/support/text.h"
 #include "tev/logger.h"
 
@@ -20,15 +20,6 @@ constexpr double kMinSeconds = 1e-9;
 constexpr double kMaxSeconds = 1e9;
 constexpr double kMaxGbits = 100'000;
 constexpr std::uint64_t kMaxBytes = std::uint64_t{1} << 40;
-
-template <class Number>
-std::optional<Number> parseNumber(std::string_view text) {
-  Number number{};
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || rest != end) return std::nullopt;
-  return number;
-}
 
 }  // namespace
 

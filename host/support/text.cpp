@@ -137,6 +137,21 @@ std::string commaSeparated(const std::vector<std::string>& names) {
   return text;
 }
 
+bool isPlainInFileName(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
+         c == '-';
+}
+
+std::string percentEncoded(std::string_view text, bool (*stays)(char)) {
+  std::string encoded;
+  for (const char c : text)
+    if (stays(c))
+      encoded += c;
+    else
+      fmt::format_to(std::back_inserter(encoded), "%{:02x}", static_cast<std::uint8_t>(c));
+  return encoded;
+}
+
 std::string counted(std::uint64_t number, std::string_view noun) {
   return fmt::format("{} {}{}", number, noun, number == 1 ? "" : "s");
 }

@@ -36,6 +36,12 @@ std::string padRight(std::string_view text, std::size_t width);
 // "a, b, c", printable.
 std::string commaSeparated(const std::vector<std::string>& names);
 
+// Whether every file system takes the character: a letter of ASCII, a digit, '-' or '_'.
+bool isPlainInFileName(char c);
+
+// `text` with %hh in place of each byte that does not stay.
+std::string percentEncoded(std::string_view text, bool (*stays)(char));
+
 // "1 event", "2 events".
 std::string counted(std::uint64_t number, std::string_view noun);
 

@@ -1,7 +1,9 @@
 // Batches on their way to a message bus: none is lost or repeated without a count.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <atomic>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -10,7 +12,7 @@
 #include "host/bus/batcher.h"
 #include "host/bus/memory_store.h"
 #include "host/bus/sender.h"
-#include "host/bus/spool.h"
+#include "host/bus/spool_and_memory.h"
 #include "host/bus/undelivered.h"
 #include "host/support/errors.h"
 #include "tests/host/sample_types.h"
@@ -188,6 +190,26 @@ std::vector<std::uint64_t> withoutRepeats(const std::vector<std::uint64_t>& kept
   return taken;
 }
 
+// A disk on which files may not be larger.
+class FullDisk {
+ public:
+  explicit FullDisk(rlim_t bytes) {
+    getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit limit{bytes, before_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FullDisk() {
+    setrlimit(RLIMIT_FSIZE, &before_);
+    signal(SIGXFSZ, handler_);
+  }
+  FullDisk(const FullDisk&) = delete;
+  FullDisk& operator=(const FullDisk&) = delete;
+
+ private:
+  rlimit before_{};
+  sighandler_t handler_ = signal(SIGXFSZ, SIG_IGN);  // a write fails instead
+};
+
 TEST(Sender, DeliversEachBatchOnceOrCountsIt) {
   for (unsigned seed = 1; seed <= 30; ++seed) {
     SCOPED_TRACE(seed);
@@ -201,10 +223,14 @@ TEST(Sender, DeliversEachBatchOnceOrCountsIt) {
     if (seed % 2 == 0)
       store = std::make_unique<MemoryStore>(seed % 4 == 0 ? 1 << 20 : 2000, drop);
     else
-      store = std::make_unique<Spool>(SpoolOptions{tree.path("spool")}, CaptureHead(), drop);
+      store = std::make_unique<SpoolAndMemory>(SpoolOptions{tree.path("spool")}, CaptureHead(),
+                                               1 << 20, drop);
+    std::optional<FullDisk> full;
+    if (seed % 4 == 1) full.emplace(seed * 60);  // files without a batch, and with few
     Sender sender(std::make_unique<UnreliablePublisher>(bus), std::move(store), drop);
     for (Batch& one : events.batches(300)) sender.push(std::move(one));
     std::this_thread::sleep_for(milliseconds(2));
+    if (seed % 8 == 1) full.reset();
     bus.is_sound = true;
     sender.finish(milliseconds(20'000), [] { return false; });
     const std::vector<std::uint64_t> taken = withoutRepeats(bus.kept);
@@ -292,6 +318,23 @@ TEST_F(SpoolFiles, AreGivenUpWithACount) {
   undelivered_.addTo(counts);
   EXPECT_EQ(counts[0].undelivered, undelivered_.events());
   EXPECT_EQ(counts[1].undelivered, 0U);
+}
+
+TEST_F(SpoolFiles, HaveDamagedEventsCounted) {
+  for (Batch& one : events_.batches(1)) open()->push(std::move(one));
+  const std::string path = onlyFile();
+  const auto one = fs::file_size(path);
+  fs::remove(path);
+  {
+    const auto spool = open();
+    for (Batch& batch : events_.batches(5)) spool->push(std::move(batch));
+  }
+  std::fstream file(onlyFile(), std::ios::in | std::ios::out | std::ios::binary);
+  file.seekp(static_cast<std::streamoff>(one) + 100).put('x').put('y');
+  file.close();
+  const auto numbers = readAll(*open());
+  EXPECT_LT(numbers.size(), 5U);
+  EXPECT_EQ(numbers.size() + undelivered_.events(), 5U);
 }
 
 }  // namespace

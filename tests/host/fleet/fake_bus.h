@@ -50,6 +50,7 @@ class FakeBus : public host::SchemaShelf {
   std::vector<host::OutgoingMessage> log;  // by offset
   std::map<std::string, std::string> texts;
   std::int64_t committed = 0;
+  std::uint64_t clock_usec = 0;
 };
 
 // A worker's place in it. It owns partition 0 from join() to leave().
@@ -66,7 +67,7 @@ class FakeSubscription : public host::Subscription {
   void poll(host::PartitionOwner& owner, std::size_t most, std::chrono::milliseconds) override {
     for (; most > 0 && position < static_cast<std::int64_t>(bus_.log.size()); --most) {
       const host::OutgoingMessage& sent = bus_.log[static_cast<std::size_t>(position)];
-      host::PartitionMessage message{0, position, {sent.key, {}, sent.value}};
+      host::PartitionMessage message{0, position, {sent.key, {}, sent.value, bus_.clock_usec}};
       for (const auto& [name, value] : sent.headers)
         message.message.headers.emplace_back(name, value);
       owner.take(message);

@@ -238,6 +238,16 @@ TEST_F(FleetFolder, HasEachEventOnce) {
   }));
 }
 
+TEST_F(FleetFolder, HasNoEventsOfTheFuture) {
+  test::TempTree tree;
+  bus_.clock_usec = kBegin - kHourUsec + 300'000'000;
+  runTo(tree.path("f"));
+  const FleetCounts counts = sumOf(filesOf(tree.path("f"))).counts;
+  EXPECT_GT(counts.rejected[static_cast<std::size_t>(Cause::clock)], 0u);
+  EXPECT_GT(counts.events, 0u);
+  EXPECT_LT(counts.events, arriving_.size());
+}
+
 TEST_F(FleetFolder, IsTheSameWhereverAWorkerIsKilled) {
   FileFaults::done = 0;
   test::TempTree counted;

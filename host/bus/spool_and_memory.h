@@ -1,0 +1,36 @@
+// Keeps batches in a spool, and in memory as long as its disk does not take them.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "host/bus/memory_store.h"
+#include "host/bus/spool.h"
+
+namespace tev::host {
+
+// The batches in memory are newer than all batches of the spool. They go back to the disk when it
+// takes them again.
+class SpoolAndMemory final : public BatchStore {
+ public:
+  // `most_bytes` of event blocks in memory. Throws RunError, as the spool does.
+  SpoolAndMemory(SpoolOptions options, CaptureHead head, std::size_t most_bytes, Dropped dropped);
+
+  void push(Batch batch) override;
+  std::optional<StoredBatch> next() override;
+  void done(std::uint64_t number) override;
+  void close() override;
+  bool accountsFor(std::uint64_t number) const override;
+  bool isEmpty() const override;
+  std::string leftText() const override { return spool_.leftText(); }
+
+ private:
+  bool moveToSpool();
+
+  Spool spool_;
+  MemoryStore memory_;
+};
+
+}  // namespace tev::host
