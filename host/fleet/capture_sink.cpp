@@ -10,6 +10,7 @@
 
 #include "host/capture/capture_file.h"
 #include "host/fleet/sink.h"
+#include "host/support/text.h"
 #include "tev/serializer.h"
 
 namespace tev::host {
