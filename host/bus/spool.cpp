@@ -95,15 +95,17 @@ void Spool::push(Batch batch) {
 bool Spool::keep(const Batch& batch) {
   try {
     if (!writer_ || writer_->size() >= kFileBytes) beginFile(batch);
-    const std::uint64_t before = writer_->size();
     writer_->writeNumbers({batch.first, batch.events});
     writer_->writeEvents(batch.blocks, batch.first_usec, batch.last_usec);
-    files_.back().bytes = writer_->size();
-    bytes_ += writer_->size() - before;
+    noteSize();
     ++unread_;
     said_.clear();
+    if (std::exchange(is_failing_, false))
+      Log::instance().say(fmt::format("tev-host: the spool {} takes the events again",
+                                      asPrintable(options_.folder)));
   } catch (const RunError& error) {
-    sayOnce(fmt::format("{}; the events wait in memory", error.what()));
+    if (!std::exchange(is_failing_, true))
+      Log::instance().say(fmt::format("tev-host: {}; the events wait in memory", error.what()));
     endFile();  // the numbers of a file's batches follow each other
     return false;
   }
@@ -120,23 +122,26 @@ void Spool::beginFile(const Batch& batch) {
   head_.schemas = batch.schemas->texts;
   head_.schema_ids = batch.schemas->ids;
   writer_ = std::make_unique<CaptureFile>(pathOf(number), head_);
-  files_.push_back({.number = number, .bytes = writer_->size()});
-  bytes_ += writer_->size();
+  files_.push_back({.number = number});
+  noteSize();
   unread_ = 0;
+}
+
+// Of the file that is written.
+void Spool::noteSize() {
+  bytes_ += writer_->size() - files_.back().bytes;
+  files_.back().bytes = writer_->size();
 }
 
 // The rest of the last file is read like that of an older one.
 void Spool::endFile() {
-  const std::unique_ptr<CaptureFile> writer = std::exchange(writer_, nullptr);
-  if (!writer) return;
-  const std::uint64_t before = writer->size();
+  if (!writer_) return;
   try {
-    writer->finish();
-  } catch (const RunError& error) {  // its batches can be read without the index
-    sayOnce(error.what());
+    writer_->finish();
+  } catch (const RunError&) {  // its batches can be read without the index
   }
-  files_.back().bytes = writer->size();
-  bytes_ += writer->size() - before;
+  noteSize();
+  writer_.reset();
 }
 
 std::optional<StoredBatch> Spool::next() {

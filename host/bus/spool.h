@@ -59,6 +59,7 @@ class Spool final : public BatchStore {
   bool isWritten(const File& file) const { return writer_ && &file == &files_.back(); }
   void beginFile(const Batch& batch);
   void endFile();
+  void noteSize();
   void openReader(const File& file);
   std::optional<Batch> readFrom(File& file);
   std::optional<Batch> nextBatch(ChunkReader& reader);
@@ -76,6 +77,7 @@ class Spool final : public BatchStore {
   std::uint64_t bytes_ = 0;              // of all files
   std::unique_ptr<CaptureFile> writer_;  // of the last file
   std::uint64_t unread_ = 0;             // batches of the last file, if it is written
+  bool is_failing_ = false;              // the disk did not take the last batch
 
   std::unique_ptr<ChunkReader> reader_;  // of the first file that is not read
   RunId run_;                            // of the batches of this file
