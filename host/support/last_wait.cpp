@@ -23,9 +23,9 @@ bool LastWait::isCutShort() {
   if (StopSignal::requests() > requests_before_) return true;
   if (!std::exchange(said_, true))
     Log::instance().say(
-        fmt::format("tev-host: waiting for {}; Ctrl-C ends the program without it", what_));
+        fmt::format("tev-host: waiting for {}; Ctrl-C ends the wait", what_));
   if (waited < kLongest) return false;
-  Log::instance().say(fmt::format("tev-host: waited {} s for {}: the program ends without it",
+  Log::instance().say(fmt::format("tev-host: waited {} s for {}: the program ends now",
                                   kLongest.count(), what_));
   return true;
 }

@@ -149,7 +149,7 @@ TEST(Terminal, SaysThatAReadHangsAndWhatCtrlCDoes) {
   process.resize(12, 90);
   process.until("the plug-in has not answered for");
   process.type(kCtrlC);
-  process.until("waiting for the plug-in to stop; Ctrl-C ends the program without it");
+  process.until("waiting for the plug-in to stop; Ctrl-C ends the wait");
   process.type(kCtrlC);
   EXPECT_THAT(process.finish(),
               testing::ContainsRegex("alpha +1 .*the plug-in did not answer, and the run ended"));
