@@ -53,6 +53,20 @@ constexpr ExitMeaning kExitCodes[] = {
     {kExitMissing, "samples are missing (with --strict)"},
 };
 
+constexpr ExitMeaning kConsumeCodes[] = {
+    {kExitFine, "success"},
+    {kExitFailed,
+     "no broker answers, a topic is missing or has other settings, or the output cannot be "
+     "written"},
+    {kExitUsage, "wrong usage"},
+};
+
+constexpr ExitMeaning kTopicsCodes[] = {
+    {kExitFine, "the topics are as asked for, or would be"},
+    {kExitFailed, "they are not, or no broker answers"},
+    {kExitUsage, "wrong usage"},
+};
+
 std::string_view commandOf(const Example& example) {
   const std::string_view line = example.line;
   return line.substr(0, line.find(' '));
@@ -64,7 +78,9 @@ std::span<const Example> examples() {
   return kExamples;
 }
 
-std::span<const ExitMeaning> exitCodes() {
+std::span<const ExitMeaning> exitCodes(std::string_view command) {
+  if (command == "consume") return kConsumeCodes;
+  if (command == "topics") return kTopicsCodes;
   return kExitCodes;
 }
 
@@ -74,9 +90,9 @@ std::string helpFooter(std::string_view command) {
     if (command.empty() || commandOf(example) == command)
       text += fmt::format("  tev-host {}\n      {}\n", example.line, example.meaning);
   text += "\nExit code: ";
-  for (const ExitMeaning& one : kExitCodes)
+  for (const ExitMeaning& one : exitCodes(command))
     text += fmt::format("{}{} {}",
-                        &one == kExitCodes       ? ""
+                        one.code == kExitFine    ? ""
                         : one.code == kExitUsage ? ";\n"
                                                  : "; ",
                         one.code, one.meaning);

@@ -19,7 +19,8 @@ struct ExitMeaning {
   const char* meaning;
 };
 
-std::span<const ExitMeaning> exitCodes();
+// Of one command; of all commands with an empty name.
+std::span<const ExitMeaning> exitCodes(std::string_view command);
 
 // Both, as the end of the help of one command; of all commands with an empty name.
 std::string helpFooter(std::string_view command);

@@ -97,9 +97,9 @@ std::string exampleSection(const std::string& command) {
   return out.empty() ? "" : ".SH EXAMPLES\n" + out;
 }
 
-std::string exitSection() {
+std::string exitSection(const std::string& command) {
   std::string out = ".SH EXIT STATUS\n";
-  for (const auto& one : tev::host::exitCodes())
+  for (const auto& one : tev::host::exitCodes(command))
     out += fmt::format(".TP\n.B {}\n{}.\n", one.code, prose(one.meaning));
   return out;
 }
@@ -128,7 +128,7 @@ std::string programPage(const ProgramText& text, const PageFrame& frame) {
     out += fmt::format(".TP\n{}\n{}.\n", reference("tev-host-" + command.name + "(1)"),
                        prose(command.summary));
   out += optionSection(program) + furtherSections(frame.prose) + exampleSection("") +
-         exitSection() + ".SH SEE ALSO\n";
+         exitSection("") + ".SH SEE ALSO\n";
   for (const CommandText& command : text.commands)
     out += reference("tev-host-" + command.name + "(1)") + ",\n";
   for (const char* const page : {"tev-multipath-options(7)", "tev-capture(5)", "tev-counter-set(5)",
@@ -143,7 +143,8 @@ std::string commandPage(const CommandText& command, const PageFrame& frame) {
   for (char& one : upper) one = static_cast<char>(std::toupper(static_cast<unsigned char>(one)));
   std::string out = title(upper, 1, frame.date) + name(page, command.summary) + synopsis(command);
   out += description(command, frame) + optionSection(command) + furtherSections(frame.prose) +
-         exampleSection(command.name) + exitSection() + ".SH SEE ALSO\n" + reference("tev-host(1)");
+         exampleSection(command.name) + exitSection(command.name) + ".SH SEE ALSO\n" +
+         reference("tev-host(1)");
   std::string seen;
   for (const auto& [option, related] : kRelated) {
     if (!command.option(option) || seen.find(related) != std::string::npos) continue;
