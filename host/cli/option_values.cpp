@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <optional>
-#include <string_view>
 #include <utility>
 
 #include "host/bus/message.h"
@@ -132,10 +131,9 @@ CaptureSync captureSync(const char* option, const std::string& text) {
 }
 
 std::string brokerList(const char* option, const std::string& text) {
-  constexpr std::string_view kBlanksAndCommas = " \t\r\n,";
   if (!kHasKafka) throw UsageError("tev-host was built without Kafka");
-  if (text.find_first_not_of(kBlanksAndCommas) == std::string::npos)
-    refuse(option, text, "brokers are needed, like kafka1:9092,kafka2:9092");
+  if (!isBrokerList(text))
+    refuse(option, text, "brokers are needed, like kafka1:9092,kafka2:9092 or [2001:db8::1]:9092");
   return text;
 }
 

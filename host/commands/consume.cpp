@@ -149,7 +149,8 @@ void work(const ConsumeOptions& options, FleetWorker& worker, Subscription& subs
   try {
     pollUntilTheEnd(worker, subscription, metrics.get());
     worker.update();
-  } catch (const ClosedPipe&) {  // the summary says what was read
+  } catch (const ClosedPipe&) {   // the summary says what was read
+  } catch (const Interrupted&) {  // the message is read again by the next owner of its partition
   } catch (const RunError&) {
     finish();
     throw;
@@ -176,8 +177,14 @@ void consumeIntoStream(const ConsumeOptions& options, Subscription& subscription
 
 int consume(const ConsumeOptions& options) {
   const StopSignal stop_signal;
-  const auto shelf = openKafkaSchemas(options.kafka, hasSchemaId);
-  const auto subscription = subscribeToKafka(options.kafka, options.group);
+  std::unique_ptr<SchemaShelf> shelf;
+  std::unique_ptr<Subscription> subscription;
+  try {
+    shelf = openKafkaSchemas(options.kafka, hasSchemaId);
+    subscription = subscribeToKafka(options.kafka, options.group);
+  } catch (const Interrupted&) {  // nothing was read
+    return kExitFine;
+  }
   return consume(options, *subscription, *shelf);
 }
 

@@ -2,18 +2,34 @@
 
 #include <fmt/format.h>
 
-#include <iterator>
+#include <cstddef>
 #include <optional>
+#include <utility>
 
 #include "host/kafka/topics.h"
 #include "host/outputs/output_file.h"
 #include "host/support/errors.h"
+#include "host/support/text.h"
 
 namespace tev::host {
 
 #if TEV_WITH_KAFKA
 
+namespace {
+
+// A topic has at most one replica on each broker.
+void expectBrokers(TopicAdmin& admin, const WantedTopic& wanted) {
+  const std::size_t brokers = admin.brokerCount();
+  if (std::cmp_less_equal(wanted.replicas, brokers)) return;
+  throw RunError(fmt::format("{} cannot be created with {} replicas (--replication): there {} {}",
+                             wanted.name, wanted.replicas, brokers == 1 ? "is" : "are",
+                             counted(brokers, "broker")));
+}
+
+}  // namespace
+
 int topics(const KafkaOptions& kafka, const TopicsOptions& options) {
+  if (options.grow && !options.partitions) throw UsageError("--grow needs --partitions");
   TopicAdmin admin(kafka);
   OutputFile output("");
   const auto print = [&output](const std::string& line) {
@@ -28,6 +44,7 @@ int topics(const KafkaOptions& kafka, const TopicsOptions& options) {
   for (const WantedTopic& wanted : wantedTopics(kafka.topic, options)) {
     const std::optional<TopicState> state = admin.read(wanted.name);
     const TopicSteps steps = stepsFor(wanted, state, options.grow);
+    if (steps.create) expectBrokers(admin, wanted);
     if (!options.dry_run) admin.carryOut(wanted, steps, state);
     for (const ChangeText& text : steps.changes)
       print(
@@ -36,7 +53,8 @@ int topics(const KafkaOptions& kafka, const TopicsOptions& options) {
     is_changed = is_changed || !steps.changes.empty();
     is_as_asked = is_as_asked && steps.left.empty();
   }
-  if (!is_changed) print("nothing to change");
+  if (!is_changed)
+    print(is_as_asked ? "nothing to change" : "nothing is changed; the differences above remain");
   return is_as_asked ? kExitFine : kExitFailed;
 }
 

@@ -29,17 +29,6 @@ int toInt(milliseconds time) {
   return static_cast<int>(time.count());
 }
 
-// "host:9092/bootstrap: Connect to ... (after 0ms in state CONNECT)" without what only developers
-// of the library understand.
-std::string tidied(std::string reason) {
-  if (const std::size_t tail = reason.rfind(" (after "); tail != std::string::npos)
-    reason.resize(tail);
-  const std::size_t head = reason.find(": ");
-  if (head != std::string::npos && reason.substr(0, head).find('/') != std::string::npos)
-    reason.erase(0, head + 2);
-  return asPrintable(reason);
-}
-
 // Lines of the library report each attempt to connect. This program says once what they mean, and
 // shows the lines only when more is wanted. A setting without effect is worth a warning.
 std::uint32_t levelOf(int level, std::string_view facility) {
@@ -74,7 +63,7 @@ KafkaClient::KafkaClient(rd_kafka_type_t type, const KafkaOptions& options, cons
   handle_.reset(rd_kafka_new(type, conf.get(), reason, sizeof reason));
   if (!handle_)
     throw RunError(
-        fmt::format("cannot set the Kafka client up: {}", asPrintable(withoutSecrets(reason))));
+        fmt::format("cannot set the Kafka client up: {}", setUpProblem(withoutSecrets(reason))));
   static_cast<void>(conf.release());  // belongs to the handle
 }
 
@@ -134,12 +123,16 @@ void KafkaClient::onError(rd_kafka_t*, int error, const char* reason, void* opaq
   auto* const client = static_cast<KafkaClient*>(opaque);
   client->guarded([&] {
     const auto code = static_cast<rd_kafka_resp_err_t>(error);
-    // "All brokers are down" adds nothing to the reason before it.
-    if (code != RD_KAFKA_RESP_ERR__ALL_BROKERS_DOWN || client->last_reason_.empty()) {
-      client->last_error_ = code;
-      client->last_reason_ = tidied(client->withoutSecrets(reason));
+    const std::string text = client->withoutSecrets(reason);
+    if (code == RD_KAFKA_RESP_ERR__FATAL) {
+      if (client->listener_) client->listener_->failed(code, asPrintable(text));
+      return;
     }
-    if (client->listener_) client->listener_->failed(code, client->last_reason_);
+    // "All brokers are down" adds nothing to the reason before it.
+    const bool are_all_down = code == RD_KAFKA_RESP_ERR__ALL_BROKERS_DOWN;
+    client->are_all_down_ = client->are_all_down_ || are_all_down;
+    if (!are_all_down || !client->problem_) client->problem_ = connectionProblem(text);
+    if (client->listener_) client->listener_->failed(code, client->problem_->text);
   });
 }
 
@@ -165,38 +158,42 @@ KafkaClient::Message KafkaClient::consume(milliseconds patience) {
   return message;
 }
 
+bool KafkaClient::answers(milliseconds patience) {
+  const rd_kafka_metadata_t* answer = nullptr;
+  const rd_kafka_resp_err_t error =
+      rd_kafka_metadata(handle_.get(), 0, nullptr, &answer, toInt(patience));
+  const Metadata metadata(answer);
+  poll(milliseconds(0));
+  return error == RD_KAFKA_RESP_ERR_NO_ERROR;
+}
+
 void KafkaClient::connect() {
   const Clock::time_point start = Clock::now();
-  while (true) {
-    const rd_kafka_metadata_t* answer = nullptr;
-    const rd_kafka_resp_err_t error =
-        rd_kafka_metadata(handle_.get(), 0, nullptr, &answer, toInt(kSlice));
-    const Metadata metadata(answer);
-    poll(milliseconds(0));
-    if (error == RD_KAFKA_RESP_ERR_NO_ERROR) return;
+  while (!answers(kSlice)) {
     if (StopSignal::requests() > 0)
       throw RunError("interrupted while no Kafka broker had answered");
     const auto waited = Clock::now() - start;
-    if (waited >= kPatience || (!last_reason_.empty() && waited >= kSettledPatience))
-      throwNoConnection();
+    if (waited >= kPatience || (isSettled() && waited >= kSettledPatience)) throwNoConnection();
   }
 }
 
+// Whether waiting for other brokers does not help.
+bool KafkaClient::isSettled() const {
+  return are_all_down_ || (problem_ && problem_->kind != ConnectionProblem::Kind::unreachable);
+}
+
 void KafkaClient::throwNoConnection() const {
-  const std::string brokers = asPrintable(brokers_);
-  switch (last_error_) {
-    case RD_KAFKA_RESP_ERR__AUTHENTICATION:
-    case RD_KAFKA_RESP_ERR_SASL_AUTHENTICATION_FAILED:
-      throw RunError(fmt::format("the Kafka brokers at {} do not accept the credentials: {}",
-                                 brokers, last_reason_));
-    case RD_KAFKA_RESP_ERR__SSL:
-      throw RunError(fmt::format("a TLS connection to the Kafka brokers at {} failed: {}", brokers,
-                                 last_reason_));
-    default:
-      throw NoConnection(
-          fmt::format("no Kafka broker answers at {}: {}", brokers,
-                      last_reason_.empty() ? "none answered within ten seconds" : last_reason_));
-  }
+  const ConnectionProblem problem =
+      problem_.value_or(ConnectionProblem{.text = "none answered within ten seconds"});
+  const std::string sentence = problem.sentence(asPrintable(brokers_));
+  if (problem.kind == ConnectionProblem::Kind::unreachable) throw NoConnection(sentence);
+  throw RunError(sentence);
+}
+
+void throwFor(rd_kafka_resp_err_t error, const std::string& sentence) {
+  if (error == RD_KAFKA_RESP_ERR__TIMED_OUT || error == RD_KAFKA_RESP_ERR__TRANSPORT)
+    throw NoConnection(sentence);
+  throw RunError(sentence);
 }
 
 std::optional<TopicLayout> KafkaClient::topic(const std::string& name) {
@@ -212,7 +209,8 @@ std::optional<TopicLayout> KafkaClient::topic(const std::string& name) {
   if (error == RD_KAFKA_RESP_ERR_UNKNOWN_TOPIC_OR_PART) return std::nullopt;
   if (error == RD_KAFKA_RESP_ERR_LEADER_NOT_AVAILABLE) return TopicLayout{};
   if (error != RD_KAFKA_RESP_ERR_NO_ERROR)
-    throw RunError(fmt::format("cannot use the topic {}: {}", asPrintable(name), kafkaText(error)));
+    throwFor(error,
+             fmt::format("cannot use the topic {}: {}", asPrintable(name), kafkaText(error)));
   const rd_kafka_metadata_topic_t& found = metadata->topics[0];
   const std::span partitions(found.partitions, static_cast<std::size_t>(found.partition_cnt));
   TopicLayout layout{found.partition_cnt, partitions.empty() ? 0 : INT32_MAX, !partitions.empty()};
@@ -229,11 +227,12 @@ std::vector<std::int32_t> KafkaClient::brokers() {
       rd_kafka_metadata(handle_.get(), 0, nullptr, &answer, toInt(kPatience));
   const Metadata metadata(answer);
   if (error != RD_KAFKA_RESP_ERR_NO_ERROR)
-    throw RunError("the Kafka brokers do not answer: " + kafkaText(error));
+    throwFor(error, "the Kafka brokers do not answer: " + kafkaText(error));
   std::vector<std::int32_t> numbers;
   for (const auto& broker :
        std::span(metadata->brokers, static_cast<std::size_t>(metadata->broker_cnt)))
     numbers.push_back(broker.id);
+  if (numbers.empty()) throw NoConnection("the Kafka brokers name no broker that is there");
   return numbers;
 }
 

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/kafka/connection_problem.h"
 #include "host/kafka/settings.h"
 #include "host/support/errors.h"
 
@@ -30,6 +31,10 @@ struct KafkaDestroy {
 template <class Object, auto Destroy>
 using KafkaOwned = std::unique_ptr<Object, KafkaDestroy<Destroy>>;
 
+using KafkaError = KafkaOwned<rd_kafka_error_t, rd_kafka_error_destroy>;
+using KafkaPartitions =
+    KafkaOwned<rd_kafka_topic_partition_list_t, rd_kafka_topic_partition_list_destroy>;
+
 // The text of the library for this error.
 inline std::string kafkaText(rd_kafka_resp_err_t error) {
   return rd_kafka_err2str(error);
@@ -40,6 +45,9 @@ class NoConnection : public RunError {
  public:
   using RunError::RunError;
 };
+
+// Throws NoConnection when the error means this, else RunError.
+[[noreturn]] void throwFor(rd_kafka_resp_err_t error, const std::string& sentence);
 
 // What a client tells during its poll() or consume(), on the caller's thread.
 class KafkaListener {
@@ -81,11 +89,14 @@ class KafkaClient {
   // reached, and RunError when it refuses.
   void connect();
 
+  // Whether a broker answers within this time.
+  bool answers(std::chrono::milliseconds patience);
+
   // Any broker answers. Nothing when the topic does not exist; no partitions while it is being
   // created. Throws RunError.
   std::optional<TopicLayout> topic(const std::string& name);
 
-  // The numbers of the brokers that are there. Throws RunError.
+  // The numbers of the brokers that are there, at least one. Throws RunError.
   std::vector<std::int32_t> brokers();
 
   // The same as topic(); a missing topic is an error, too.
@@ -114,15 +125,16 @@ class KafkaClient {
   void guarded(Action&& action) noexcept;
   void rethrow();
   void apply(rd_kafka_conf_t* conf, const KafkaSetting& setting) const;
+  bool isSettled() const;
   [[noreturn]] void throwNoConnection() const;
 
   // The library uses these until the handle is destroyed.
   const std::string brokers_;
   KafkaListener* const listener_;
   std::vector<std::string> secrets_;
-  std::exception_ptr thrown_;  // by the listener
-  rd_kafka_resp_err_t last_error_ = RD_KAFKA_RESP_ERR_NO_ERROR;
-  std::string last_reason_;
+  std::exception_ptr thrown_;                 // by the listener
+  std::optional<ConnectionProblem> problem_;  // the last one
+  bool are_all_down_ = false;                 // or were
 
   KafkaOwned<rd_kafka_t, destroy> handle_;
 };

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "host/kafka/client.h"
+#include "host/kafka/topic_check.h"
 #include "host/support/errors.h"
 #include "host/support/log.h"
 #include "host/support/text.h"
@@ -25,10 +26,6 @@ constexpr std::int64_t kUnknown = -1;    // position
 constexpr std::int64_t kBeginning = -2;  // the group has not committed one
 constexpr std::chrono::seconds kLongestJoin{5};
 constexpr int kCommittedMsec = 1000;  // to wait for the answer
-
-using Partitions =
-    KafkaOwned<rd_kafka_topic_partition_list_t, rd_kafka_topic_partition_list_destroy>;
-using Error = KafkaOwned<rd_kafka_error_t, rd_kafka_error_destroy>;
 
 std::span<rd_kafka_topic_partition_t> elementsOf(rd_kafka_topic_partition_list_t& list) {
   return {list.elems, static_cast<std::size_t>(list.cnt)};
@@ -69,9 +66,9 @@ class KafkaSubscription final : public Subscription, private KafkaListener {
                  {"check.crcs", "true"}},
                 this) {
     client_.connect();
-    client_.expectTopic(topic_);
+    expectTopics(client_, topic_);
     rd_kafka_poll_set_consumer(client_.handle());
-    const Partitions topics(rd_kafka_topic_partition_list_new(1));
+    const KafkaPartitions topics(rd_kafka_topic_partition_list_new(1));
     rd_kafka_topic_partition_list_add(topics.get(), topic_.c_str(), RD_KAFKA_PARTITION_UA);
     if (const auto error = rd_kafka_subscribe(client_.handle(), topics.get()))
       throw RunError(fmt::format("cannot subscribe to the topic {}: {}", topic_, kafkaText(error)));
@@ -105,7 +102,7 @@ class KafkaSubscription final : public Subscription, private KafkaListener {
       problem = "the partition belongs to another worker";
       return false;
     }
-    const Partitions offsets(rd_kafka_topic_partition_list_new(1));
+    const KafkaPartitions offsets(rd_kafka_topic_partition_list_new(1));
     rd_kafka_topic_partition_list_add(offsets.get(), topic_.c_str(), partition)->offset = next;
     rd_kafka_resp_err_t error = rd_kafka_commit(client_.handle(), offsets.get(), 0);
     if (!error) error = offsets->elems[0].err;
@@ -144,7 +141,7 @@ class KafkaSubscription final : public Subscription, private KafkaListener {
  private:
   // Partitions without a message so far begin where the group committed last.
   void findPositions() {
-    const Partitions asked(rd_kafka_topic_partition_list_new(1));
+    const KafkaPartitions asked(rd_kafka_topic_partition_list_new(1));
     for (const auto& [partition, position] : positions_)
       if (position == kUnknown)
         rd_kafka_topic_partition_list_add(asked.get(), topic_.c_str(), partition);
@@ -221,7 +218,7 @@ class KafkaSubscription final : public Subscription, private KafkaListener {
   }
 
   void expectDone(rd_kafka_error_t* given) {
-    const Error error(given);
+    const KafkaError error(given);
     if (error)
       throw RunError(fmt::format("cannot take over partitions of the topic {}: {}", topic_,
                                  rd_kafka_error_string(error.get())));

@@ -10,8 +10,8 @@
 
 namespace tev::host {
 
-// A worker of the group. Throws RunError, with the reason, when no broker answers or the topic does
-// not exist.
+// A worker of the group. Throws RunError, with the reason, when no broker answers, or a topic does
+// not exist or has settings with which events are lost.
 std::unique_ptr<Subscription> subscribeToKafka(const KafkaOptions& options,
                                                const std::string& group);
 
@@ -19,7 +19,8 @@ std::unique_ptr<Subscription> subscribeToKafka(const KafkaOptions& options,
 using HasId = std::function<bool(const std::string& text, const std::string& id)>;
 
 // The schemas that were published beside the events of the topic. Reads all that are there. Throws
-// RunError, as subscribeToKafka() does.
+// RunError when no broker answers or a topic does not exist. The shelf throws Interrupted when the
+// user ends the program while it waits.
 std::unique_ptr<SchemaShelf> openKafkaSchemas(const KafkaOptions& options, HasId has_id);
 
 }  // namespace tev::host

@@ -2,10 +2,14 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
+#include <optional>
 #include <utility>
 #include <vector>
 
 #include "host/kafka/client.h"
+#include "host/kafka/topic_check.h"
+#include "host/kafka/topic_plan.h"
 #include "host/support/errors.h"
 #include "host/support/log.h"
 
@@ -15,11 +19,14 @@ namespace {
 // What the promises of the messages rest on. Batches are packed already, and large enough to be
 // sent at once. A message waits for the brokers without a limit: what waits is bounded before it.
 const KafkaClient::Settings kSettings = {
-    {"enable.idempotence", "true"},
-    {"compression.codec", "none"},
-    {"message.timeout.ms", "0"},
+    {"enable.idempotence", "true"},    {"compression.codec", "none"},
+    {"message.timeout.ms", "0"},       {"message.max.bytes", kLargestMessage},
     {"partitioner", "murmur2_random"},  // as other clients of Kafka do
 };
+
+constexpr std::chrono::milliseconds kGlance{500};  // until a broker answers, when none has so far
+constexpr std::chrono::seconds kPause{1};          // between two attempts
+constexpr std::chrono::seconds kLongPause{10};     // when the brokers refuse
 
 // Whether the brokers never take this message. Everything else may pass.
 bool isRefusal(rd_kafka_resp_err_t error) {
@@ -39,17 +46,17 @@ class KafkaPublisher final : public Publisher, KafkaListener {
   // Throws RunError.
   void connect() {
     client_->connect();
-    client_->expectTopic(options_.topic);
-    client_->expectTopic(schema_topic_);
+    expectTopics();
   }
 
-  void waitLater() { is_connected_ = false; }
+  // Tries again and again. Takes no message until then.
+  void connectLater() { next_attempt_ = Clock::now() + kPause; }
 
   std::string name() const override { return "the Kafka brokers"; }
 
   bool send(std::uint64_t number, const OutgoingMessage& message) override {
-    KafkaOwned<rd_kafka_headers_t, rd_kafka_headers_destroy> headers(
-        rd_kafka_headers_new(message.headers.size()));
+    if (next_attempt_) return false;
+    Headers headers(rd_kafka_headers_new(message.headers.size()));
     for (const auto& [name, value] : message.headers)
       rd_kafka_header_add(headers.get(), name.data(), static_cast<ssize_t>(name.size()),
                           value.data(), static_cast<ssize_t>(value.size()));
@@ -58,15 +65,18 @@ class KafkaPublisher final : public Publisher, KafkaListener {
   }
 
   bool sendSchema(std::uint64_t number, const std::string& id, const std::string& text) override {
+    if (next_attempt_) return false;
     return produce(number, schema_topic_, id, text.data(), text.size(), nullptr);
   }
 
   void poll(std::chrono::milliseconds patience, const Report& report) override {
+    if (next_attempt_ && Clock::now() >= *next_attempt_) tryToConnect();
     client_->poll(reports_.empty() ? patience : std::chrono::milliseconds::zero());
     for (const DeliveryReport& one : std::exchange(reports_, {})) report(one);
   }
 
-  bool isConnected() const override { return is_connected_; }
+  // That no broker could be reached at the start has been said.
+  bool isConnected() const override { return is_connected_ || next_attempt_; }
   bool hasFailed() const override { return has_failed_; }
 
   void restart() override {
@@ -78,7 +88,31 @@ class KafkaPublisher final : public Publisher, KafkaListener {
   }
 
  private:
+  using Clock = std::chrono::steady_clock;
   using Headers = KafkaOwned<rd_kafka_headers_t, rd_kafka_headers_destroy>;
+
+  void expectTopics() {
+    const std::string weakness = host::expectTopics(*client_, options_.topic);
+    if (!weakness.empty()) Log::instance().say("tev-host: " + weakness);
+  }
+
+  // What the brokers would lose waits until they are as needed.
+  void tryToConnect() {
+    next_attempt_ = Clock::now() + kPause;
+    try {
+      if (!client_->answers(kGlance)) return;
+      expectTopics();
+      next_attempt_.reset();
+      is_connected_ = true;
+      Log::instance().say("tev-host: the Kafka brokers answer, and the events are sent");
+    } catch (const NoConnection&) {
+      next_attempt_ = Clock::now() + kPause;
+    } catch (const RunError& error) {
+      next_attempt_ = Clock::now() + kLongPause;
+      if (std::exchange(said_, error.what()) != error.what())
+        Log::instance().say(fmt::format("tev-host: {}; the events wait", error.what()));
+    }
+  }
 
   bool produce(std::uint64_t number, const std::string& topic, const std::string& key,
                const void* value, std::size_t size, Headers headers) {
@@ -98,8 +132,7 @@ class KafkaPublisher final : public Publisher, KafkaListener {
       parts.emplace_back().vtype = RD_KAFKA_VTYPE_HEADERS;
       parts.back().u.headers = headers.get();
     }
-    using Error = KafkaOwned<rd_kafka_error_t, rd_kafka_error_destroy>;
-    const Error error(rd_kafka_produceva(client_->handle(), parts.data(), parts.size()));
+    const KafkaError error(rd_kafka_produceva(client_->handle(), parts.data(), parts.size()));
     if (!error) {
       static_cast<void>(headers.release());  // belongs to the message
       return true;
@@ -141,6 +174,8 @@ class KafkaPublisher final : public Publisher, KafkaListener {
   std::string schema_topic_;
   std::unique_ptr<KafkaClient> client_;
   std::vector<DeliveryReport> reports_;
+  std::optional<Clock::time_point> next_attempt_;  // until a broker has answered
+  std::string said_;                               // why the events wait
   bool is_connected_ = true;
   bool has_failed_ = false;
 };
@@ -154,7 +189,7 @@ std::unique_ptr<Publisher> makeKafkaPublisher(const KafkaOptions& options, bool 
   } catch (const NoConnection& error) {
     if (!may_wait) throw;
     Log::instance().say(fmt::format("tev-host: {}; the events wait", error.what()));
-    publisher->waitLater();
+    publisher->connectLater();
   }
   return publisher;
 }

@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +11,7 @@
 #include "host/kafka/client.h"
 #include "host/kafka/consumer.h"
 #include "host/support/errors.h"
+#include "host/support/stop_signal.h"
 #include "host/support/text.h"
 
 namespace tev::host {
@@ -19,9 +21,7 @@ using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kPatience{30};  // until all that is there was read
-
-using Partitions =
-    KafkaOwned<rd_kafka_topic_partition_list_t, rd_kafka_topic_partition_list_destroy>;
+constexpr milliseconds kSlice{100};
 
 // Reads a compacted topic: the last text of a key counts.
 class KafkaSchemaShelf : public SchemaShelf {
@@ -42,7 +42,7 @@ class KafkaSchemaShelf : public SchemaShelf {
     client_.expectTopic(options.topic);
     const TopicLayout layout = client_.expectTopic(topic_);
     rd_kafka_poll_set_consumer(client_.handle());
-    const Partitions partitions(rd_kafka_topic_partition_list_new(layout.partitions));
+    const KafkaPartitions partitions(rd_kafka_topic_partition_list_new(layout.partitions));
     for (std::int32_t i = 0; i < layout.partitions; ++i)
       rd_kafka_topic_partition_list_add(partitions.get(), topic_.c_str(), i)->offset =
           RD_KAFKA_OFFSET_BEGINNING;
@@ -50,7 +50,8 @@ class KafkaSchemaShelf : public SchemaShelf {
     const auto end = Clock::now() + kPatience;
     while (std::cmp_less(ended_.size(), layout.partitions)) {
       if (Clock::now() >= end) fail(RD_KAFKA_RESP_ERR__TIMED_OUT);
-      readOne(milliseconds(100));
+      readOne(kSlice);
+      expectToGoOn();
     }
   }
 
@@ -62,13 +63,18 @@ class KafkaSchemaShelf : public SchemaShelf {
       if (const auto text = texts_.find(id); text != texts_.end()) return text->second;
       const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
       if (left <= milliseconds(0)) return std::nullopt;
-      readOne(left);
+      readOne(std::min(left, kSlice));
+      expectToGoOn();
     }
   }
 
  private:
   [[noreturn]] void fail(rd_kafka_resp_err_t error) const {
     throw RunError(fmt::format("cannot read the topic {}: {}", topic_, kafkaText(error)));
+  }
+
+  static void expectToGoOn() {
+    if (StopSignal::requests() > 0) throw Interrupted();
   }
 
   // False when nothing came.

@@ -12,7 +12,7 @@ namespace tev::host {
 inline constexpr bool kHasKafka = TEV_WITH_KAFKA != 0;
 
 struct KafkaOptions {
-  std::string brokers;  // HOST:PORT, separated by commas
+  std::string brokers;  // HOST:PORT or HOST, separated by commas
   std::string topic;
   std::vector<std::pair<std::string, std::string>> settings;  // of the command line
   std::string settings_file;                                  // may hold secrets
@@ -34,6 +34,9 @@ bool isSecret(std::string_view key);
 
 // Whether Kafka accepts the name, also that of the topic for its schemas.
 bool isTopicName(std::string_view name);
+
+// Whether the text is brokers, separated by commas.
+bool isBrokerList(std::string_view text);
 
 // The topic with the schemas of the events.
 std::string schemaTopicOf(const std::string& topic);

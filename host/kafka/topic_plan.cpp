@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
 #include <limits>
 #include <string_view>
 #include <utility>
@@ -18,8 +19,9 @@ using std::chrono::milliseconds;
 
 constexpr char kInSync[] = "min.insync.replicas";
 
-// A batch is closed at 64 KiB, but one block of events may be as large as a buffer.
-constexpr char kLargestMessage[] = "8388608";
+constexpr std::uint64_t kUsualPartitions = 12;
+constexpr std::uint64_t kUsualReplicas = 3;
+constexpr milliseconds kUsualRetention = std::chrono::hours(24);
 
 constexpr milliseconds kShortestSegment = std::chrono::minutes(1);
 constexpr int kSegmentsPerRetention = 8;
@@ -44,8 +46,14 @@ std::string timeText(std::int64_t msec) {
   return fmt::format("{}ms", msec);
 }
 
-std::string countText(std::int32_t count, const char* what) {
-  return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
+std::string countText(std::int32_t count, const char* noun) {
+  return counted(static_cast<std::uint64_t>(std::max(count, 0)), noun);
+}
+
+// The number of replicas that must have a message; 0: not known.
+std::int64_t presentInSync(const TopicState& state) {
+  const auto present = state.settings.find(kInSync);
+  return present == state.settings.end() ? 0 : numberOf(present->second);
 }
 
 // What an existing topic is asked to have.
@@ -53,31 +61,34 @@ std::string wantedValue(const TopicSetting& setting, const TopicState& state) {
   return setting.key == kInSync ? inSyncOf(state.replicas) : setting.value;
 }
 
+// Whether the present value serves.
+bool isMet(const TopicSetting& setting, const std::string& wanted, const std::string& present) {
+  switch (setting.rule) {
+    case SettingRule::only_new:
+      return true;
+    case SettingRule::longer:
+    case SettingRule::at_least:
+      return numberOf(present) >= numberOf(wanted);
+    case SettingRule::kept:
+    case SettingRule::always:
+      break;
+  }
+  return present == wanted;
+}
+
 void compareSetting(const std::string& topic, const TopicSetting& setting,
                     const std::string& wanted, const std::string& present, TopicSteps& steps) {
   const std::int64_t number = numberOf(present);
-  switch (setting.rule) {
-    case SettingRule::only_new:
-      return;
-    case SettingRule::kept:
-      if (present != wanted)
-        steps.left.push_back(fmt::format(
-            "{} keeps {}={}, although {} is asked for: the change could remove messages", topic,
-            setting.key, asPrintable(present), wanted));
-      return;
-    case SettingRule::longer:
-      if (number > numberOf(wanted))
-        steps.left.push_back(fmt::format(
-            "{} keeps its messages {}{}, although {} is asked for: a retention is not shortened",
-            topic, present == "-1" ? "" : "for ", timeText(number), timeText(numberOf(wanted))));
-      if (number >= numberOf(wanted)) return;
-      break;
-    case SettingRule::at_least:
-      if (number >= numberOf(wanted)) return;
-      break;
-    case SettingRule::always:
-      if (present == wanted) return;
-      break;
+  if (setting.rule == SettingRule::longer && number > numberOf(wanted))
+    steps.left.push_back(fmt::format(
+        "{} keeps its messages {}{}, although {} is asked for: a retention is not shortened", topic,
+        present == "-1" ? "" : "for ", timeText(number), timeText(numberOf(wanted))));
+  if (isMet(setting, wanted, present)) return;
+  if (setting.rule == SettingRule::kept) {
+    steps.left.push_back(
+        fmt::format("{} keeps {}={}, although {} is needed: the change could remove messages",
+                    topic, setting.key, asPrintable(present), wanted));
+    return;
   }
   steps.alter[setting.key] = wanted;
   steps.changes.push_back(
@@ -108,22 +119,37 @@ void comparePartitions(const WantedTopic& wanted, const TopicState& state, bool 
   }
 }
 
+// Why the topic takes no message: a sentence; empty when it does.
+std::string takesNothing(const WantedTopic& wanted, const TopicState& state) {
+  const std::int64_t in_sync = presentInSync(state);
+  if (state.replicas == 0 || in_sync <= state.replicas) return "";
+  return fmt::format(
+      "the topic {} has {}={} and {}, so it takes no message: Kafka's own tools change this",
+      wanted.name, kInSync, in_sync, countText(state.replicas, "replica"));
+}
+
 }  // namespace
 
 std::vector<WantedTopic> wantedTopics(const std::string& name, const TopicsOptions& options) {
-  const auto replicas = static_cast<std::int32_t>(options.replicas);
+  const auto replicas = static_cast<std::int32_t>(options.replicas.value_or(kUsualReplicas));
+  const bool needs_replicas = options.replicas.has_value();
   const auto text = [](milliseconds time) { return fmt::format("{}", time.count()); };
+  const milliseconds retention = options.retention.value_or(kUsualRetention);
   // Only whole segments are removed.
-  const milliseconds segment =
-      std::max(options.retention / kSegmentsPerRetention, kShortestSegment);
+  const milliseconds segment = std::max(retention / kSegmentsPerRetention, kShortestSegment);
   const TopicSetting in_sync{kInSync, inSyncOf(replicas), SettingRule::at_least};
-  const TopicSetting largest{"max.message.bytes", kLargestMessage, SettingRule::at_least};
+  const TopicSetting largest{"max.message.bytes", kLargestMessage, SettingRule::at_least,
+                             "it does not take large messages"};
   const TopicSetting codec{"compression.type", "producer", SettingRule::only_new};
   return {{name,
-           static_cast<std::int32_t>(options.partitions),
+           static_cast<std::int32_t>(options.partitions.value_or(kUsualPartitions)),
            replicas,
-           {{"cleanup.policy", "delete", SettingRule::kept},
-            {"retention.ms", text(options.retention), SettingRule::longer},
+           options.partitions.has_value(),
+           needs_replicas,
+           {{"cleanup.policy", "delete", SettingRule::kept,
+             "it keeps only the last events of each node"},
+            {"retention.ms", text(retention),
+             options.retention ? SettingRule::longer : SettingRule::only_new},
             {"segment.ms", text(segment), SettingRule::only_new},
             // The clock of a node does not decide how long its messages are kept.
             {"message.timestamp.type", "LogAppendTime", SettingRule::only_new},
@@ -133,7 +159,12 @@ std::vector<WantedTopic> wantedTopics(const std::string& name, const TopicsOptio
           {schemaTopicOf(name),
            1,
            replicas,
-           {{"cleanup.policy", "compact", SettingRule::always}, in_sync, largest, codec}}};
+           false,
+           needs_replicas,
+           {{"cleanup.policy", "compact", SettingRule::always, "it loses schemas"},
+            in_sync,
+            largest,
+            codec}}};
 }
 
 TopicSteps stepsFor(const WantedTopic& wanted, const std::optional<TopicState>& state, bool grow) {
@@ -148,18 +179,45 @@ TopicSteps stepsFor(const WantedTopic& wanted, const std::optional<TopicState>& 
     steps.changes.push_back({wanted.name, text});
     return steps;
   }
-  comparePartitions(wanted, *state, grow, steps);
-  if (state->replicas != wanted.replicas)
+  if (wanted.needs_partitions) comparePartitions(wanted, *state, grow, steps);
+  if (wanted.needs_replicas && state->replicas != wanted.replicas)
     steps.left.push_back(fmt::format(
         "{} keeps its {}, although {} {} asked for: this is a task of Kafka's own tools",
         wanted.name, countText(state->replicas, "replica"), wanted.replicas,
         wanted.replicas == 1 ? "is" : "are"));
+  if (const std::string fault = takesNothing(wanted, *state); !fault.empty())
+    steps.left.push_back(fault);
   for (const TopicSetting& setting : wanted.settings) {
     const auto present = state->settings.find(setting.key);
     compareSetting(wanted.name, setting, wantedValue(setting, *state),
                    present == state->settings.end() ? "" : present->second, steps);
   }
   return steps;
+}
+
+std::string faultOf(const WantedTopic& wanted, const TopicState& state) {
+  for (const TopicSetting& setting : wanted.settings) {
+    const auto present = state.settings.find(setting.key);
+    if (!setting.otherwise || present == state.settings.end() ||
+        isMet(setting, setting.value, present->second))
+      continue;
+    return fmt::format("the topic {} has {}={}, so {}; {}{} is needed: 'tev-host topics' {}",
+                       wanted.name, setting.key, asPrintable(present->second), setting.otherwise,
+                       setting.rule == SettingRule::at_least ? "at least " : "", setting.value,
+                       setting.rule == SettingRule::kept ? "compares all settings" : "changes it");
+  }
+  return takesNothing(wanted, state);
+}
+
+std::string weaknessOf(const WantedTopic& wanted, const TopicState& state) {
+  if (state.replicas == 1)
+    return fmt::format("the topic {} has 1 replica, so the loss of one broker loses messages",
+                       wanted.name);
+  if (state.replicas > 1 && presentInSync(state) == 1)
+    return fmt::format("the topic {} has {}=1, so the loss of one broker can lose messages{}",
+                       wanted.name, kInSync,
+                       state.replicas > 2 ? ": 2 is needed, and 'tev-host topics' sets it" : "");
+  return "";
 }
 
 }  // namespace tev::host

@@ -10,10 +10,14 @@
 
 namespace tev::host {
 
+// A batch is closed at 64 KiB, but one block of events may be as large as a buffer.
+inline constexpr char kLargestMessage[] = "8388608";  // bytes
+
+// What is not given has a usual value for a new topic, and any value for an existing one.
 struct TopicsOptions {
-  std::uint64_t partitions = 12;
-  std::uint64_t replicas = 3;
-  std::chrono::milliseconds retention = std::chrono::hours(24);
+  std::optional<std::uint64_t> partitions;
+  std::optional<std::uint64_t> replicas;
+  std::optional<std::chrono::milliseconds> retention;
   bool grow = false;     // add partitions to an existing topic
   bool dry_run = false;  // only say what would be done
 };
@@ -30,12 +34,16 @@ struct TopicSetting {
   std::string key;
   std::string value;
   SettingRule rule;
+  // What happens with another value, for settings that the events need; null for all others.
+  const char* otherwise = nullptr;
 };
 
 struct WantedTopic {
   std::string name;
   std::int32_t partitions;
   std::int32_t replicas;
+  bool needs_partitions;  // an existing topic is asked for this number, too
+  bool needs_replicas;
   std::vector<TopicSetting> settings;
 };
 
@@ -67,5 +75,11 @@ std::vector<WantedTopic> wantedTopics(const std::string& name, const TopicsOptio
 
 // `state` is empty when the topic does not exist. Nothing is shrunk.
 TopicSteps stepsFor(const WantedTopic& wanted, const std::optional<TopicState>& state, bool grow);
+
+// Why the topic would lose events, or takes none: a sentence; empty when it keeps them.
+std::string faultOf(const WantedTopic& wanted, const TopicState& state);
+
+// Which loss the topic does not survive: a sentence; empty when one broker may fail.
+std::string weaknessOf(const WantedTopic& wanted, const TopicState& state);
 
 }  // namespace tev::host

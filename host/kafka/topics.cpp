@@ -7,6 +7,7 @@
 #include <span>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "host/kafka/client.h"
 #include "host/support/errors.h"
@@ -26,10 +27,20 @@ using NewTopic = KafkaOwned<rd_kafka_NewTopic_t, rd_kafka_NewTopic_destroy>;
 using NewPartitions = KafkaOwned<rd_kafka_NewPartitions_t, rd_kafka_NewPartitions_destroy>;
 using Resource = KafkaOwned<rd_kafka_ConfigResource_t, rd_kafka_ConfigResource_destroy>;
 
+// Whether the brokers do not give the settings to this client.
+bool isHidden(rd_kafka_resp_err_t error) {
+  return error == RD_KAFKA_RESP_ERR_TOPIC_AUTHORIZATION_FAILED ||
+         error == RD_KAFKA_RESP_ERR_CLUSTER_AUTHORIZATION_FAILED ||
+         error == RD_KAFKA_RESP_ERR__UNSUPPORTED_FEATURE;
+}
+
 [[noreturn]] void fail(const char* action, const std::string& name, rd_kafka_resp_err_t error,
                        const char* reason) {
-  throw RunError(fmt::format("cannot {} the topic {}: {}", action, name,
-                             reason && *reason ? asPrintable(reason) : kafkaText(error)));
+  const std::string sentence =
+      fmt::format("cannot {} the topic {}: {}", action, name,
+                  reason && *reason ? asPrintable(reason) : kafkaText(error));
+  if (isHidden(error)) throw HiddenSettings(sentence);
+  throwFor(error, sentence);
 }
 
 // Sends a request and waits for its answer.
@@ -75,19 +86,27 @@ void readSettings(const rd_kafka_ConfigResource_t& resource, TopicState& state) 
 }  // namespace
 
 TopicAdmin::TopicAdmin(const KafkaOptions& options)
-    : client_(std::make_unique<KafkaClient>(RD_KAFKA_PRODUCER, options, KafkaClient::Settings{})) {
-  client_->connect();
+    : own_(std::make_unique<KafkaClient>(RD_KAFKA_PRODUCER, options, KafkaClient::Settings{})),
+      client_(*own_) {
+  client_.connect();
 }
+
+TopicAdmin::TopicAdmin(KafkaClient& client) : client_(client) {}
 
 TopicAdmin::~TopicAdmin() = default;
 
+std::size_t TopicAdmin::brokerCount() {
+  return client_.brokers().size();
+}
+
 std::optional<TopicState> TopicAdmin::read(const std::string& name) {
-  const auto layout = client_->topic(name);
+  const auto layout = client_.topic(name);
   if (!layout) return std::nullopt;
   TopicState state{layout->partitions, layout->replicas, {}, {}};
-  // Another broker may answer now, which does not know a new topic yet.
+  // Any broker can answer, also while there is no controller. It may not know a new topic yet.
+  const std::vector<std::int32_t> brokers = client_.brokers();
   const auto end = std::chrono::steady_clock::now() + kAppearance;
-  while (!describe(name, std::nullopt, state)) {
+  while (!describe(name, brokers.at(0), state)) {
     if (std::chrono::steady_clock::now() >= end)
       fail("read", name, RD_KAFKA_RESP_ERR_UNKNOWN_TOPIC_OR_PART, nullptr);
     std::this_thread::sleep_for(kPause);
@@ -95,14 +114,13 @@ std::optional<TopicState> TopicAdmin::read(const std::string& name) {
   return state;
 }
 
-bool TopicAdmin::describe(const std::string& name, std::optional<std::int32_t> broker,
-                          TopicState& state) {
+bool TopicAdmin::describe(const std::string& name, std::int32_t broker, TopicState& state) {
   const Resource resource(rd_kafka_ConfigResource_new(RD_KAFKA_RESOURCE_TOPIC, name.c_str()));
   const Event event = request(
-      *client_, RD_KAFKA_ADMIN_OP_DESCRIBECONFIGS, "read", name,
+      client_, RD_KAFKA_ADMIN_OP_DESCRIBECONFIGS, "read", name,
       [&](auto* options, auto* queue) {
         rd_kafka_ConfigResource_t* resources[] = {resource.get()};
-        rd_kafka_DescribeConfigs(client_->handle(), resources, 1, options, queue);
+        rd_kafka_DescribeConfigs(client_.handle(), resources, 1, options, queue);
       },
       broker);
   std::size_t count = 0;
@@ -141,9 +159,9 @@ void TopicAdmin::carryOut(const WantedTopic& wanted, const TopicSteps& steps,
 
 // Brokers learn of a change one after the other.
 bool TopicAdmin::isDone(const WantedTopic& wanted, bool grow) {
-  const auto layout = client_->topic(wanted.name);
+  const auto layout = client_.topic(wanted.name);
   if (!layout || !layout->has_all_leaders) return false;
-  for (const std::int32_t broker : client_->brokers()) {
+  for (const std::int32_t broker : client_.brokers()) {
     TopicState state{layout->partitions, layout->replicas, {}, {}};
     if (!describe(wanted.name, broker, state) || !stepsFor(wanted, state, grow).changes.empty())
       return false;
@@ -158,10 +176,10 @@ void TopicAdmin::create(const WantedTopic& wanted) {
   if (!topic) fail("create", wanted.name, RD_KAFKA_RESP_ERR__INVALID_ARG, reason);
   for (const TopicSetting& setting : wanted.settings)
     rd_kafka_NewTopic_set_config(topic.get(), setting.key.c_str(), setting.value.c_str());
-  const Event event = request(*client_, RD_KAFKA_ADMIN_OP_CREATETOPICS, "create", wanted.name,
+  const Event event = request(client_, RD_KAFKA_ADMIN_OP_CREATETOPICS, "create", wanted.name,
                               [&](auto* options, auto* queue) {
                                 rd_kafka_NewTopic_t* topics[] = {topic.get()};
-                                rd_kafka_CreateTopics(client_->handle(), topics, 1, options, queue);
+                                rd_kafka_CreateTopics(client_.handle(), topics, 1, options, queue);
                               });
   std::size_t count = 0;
   const auto* const result = rd_kafka_event_CreateTopics_result(event.get());
@@ -174,12 +192,11 @@ void TopicAdmin::grow(const std::string& name, std::int32_t partitions) {
   const NewPartitions more(rd_kafka_NewPartitions_new(
       name.c_str(), static_cast<std::size_t>(partitions), reason, sizeof reason));
   if (!more) fail("change", name, RD_KAFKA_RESP_ERR__INVALID_ARG, reason);
-  const Event event =
-      request(*client_, RD_KAFKA_ADMIN_OP_CREATEPARTITIONS, "change", name,
-              [&](auto* options, auto* queue) {
-                rd_kafka_NewPartitions_t* topics[] = {more.get()};
-                rd_kafka_CreatePartitions(client_->handle(), topics, 1, options, queue);
-              });
+  const Event event = request(
+      client_, RD_KAFKA_ADMIN_OP_CREATEPARTITIONS, "change", name, [&](auto* options, auto* queue) {
+        rd_kafka_NewPartitions_t* topics[] = {more.get()};
+        rd_kafka_CreatePartitions(client_.handle(), topics, 1, options, queue);
+      });
   std::size_t count = 0;
   const auto* const result = rd_kafka_event_CreatePartitions_result(event.get());
   const auto** const results = rd_kafka_CreatePartitions_result_topics(result, &count);
@@ -191,9 +208,9 @@ void TopicAdmin::alter(const std::string& name, const TopicSettings& settings) {
   for (const auto& [key, value] : settings)
     rd_kafka_ConfigResource_set_config(resource.get(), key.c_str(), value.c_str());
   const Event event = request(
-      *client_, RD_KAFKA_ADMIN_OP_ALTERCONFIGS, "change", name, [&](auto* options, auto* queue) {
+      client_, RD_KAFKA_ADMIN_OP_ALTERCONFIGS, "change", name, [&](auto* options, auto* queue) {
         rd_kafka_ConfigResource_t* resources[] = {resource.get()};
-        rd_kafka_AlterConfigs(client_->handle(), resources, 1, options, queue);
+        rd_kafka_AlterConfigs(client_.handle(), resources, 1, options, queue);
       });
   std::size_t count = 0;
   const auto* const result = rd_kafka_event_AlterConfigs_result(event.get());

@@ -1,8 +1,15 @@
 #pragma once
 
 #include <chrono>
+#include <exception>
 
 namespace tev::host {
+
+// A wait ended without its result, because of a request to stop.
+class Interrupted : public std::exception {
+ public:
+  const char* what() const noexcept override { return "interrupted"; }
+};
 
 enum class HangUp {
   stops,

@@ -14,6 +14,7 @@
 #include "host/kafka/settings.h"
 #include "host/kafka/topic_plan.h"
 #include "host/support/errors.h"
+#include "host/support/stop_signal.h"
 #include "tests/host/process.h"
 #include "tests/support/temp_tree.h"
 
@@ -78,6 +79,14 @@ TEST(KafkaSettings, AreRefusedWithTheirPlaceAndWithoutTheirValue) {
   const Row rows[] = {
       {"", {{"acks", "hidden"}}, "--kafka-set: acks cannot be set"},
       {"", {{"topic.acks", "hidden"}}, "--kafka-set: topic.acks cannot be set"},
+      {"", {{"compression.type", "hidden"}}, "the batches are packed already"},
+      {"", {{"queue.buffering.max.kbytes", "1"}}, "kbytes must be at least 16384"},
+      {"",
+       {{"max.in.flight", "6"}},
+       "max.in.flight must be at most 5: the events keep their order"},
+      {"", {{"topic.request.timeout.ms", "1"}}, "must be at least 1000"},
+      {"", {{"linger.ms", "hidden"}}, "linger.ms cannot be set"},
+      {"", {{"sasl.kerberos.principal", "$(hidden)"}}, "a shell reads it"},
       {"", {{"group.id", "hidden"}}, "--group names the group"},
       {"", {{"sasl.password", "hidden"}}, "put it into a file for --kafka-config"},
       {"", {{"ssl.key.pem", "hidden"}}, "put it into a file for --kafka-config"},
@@ -96,6 +105,19 @@ TEST(KafkaSettings, AreRefusedWithTheirPlaceAndWithoutTheirValue) {
     EXPECT_THAT(message, HasSubstr(row.message));
     EXPECT_THAT(message, Not(HasSubstr("hidden")));
   }
+}
+
+TEST(KafkaSettings, BrokersAreHostsWithPorts) {
+  for (const char* const right : {"kafka1", "kafka1:9092", "10.0.0.1:1,a_b.example:65535",
+                                  "[::1]:9092", "[fe80::1%eth0],kafka1"})
+    EXPECT_TRUE(isBrokerList(right)) << right;
+  for (const char* const wrong :
+       {"", ",", ":9092", "kafka1:", "kafka1:abc", "kafka1:0", "kafka1:65536", "kafka1:9092,",
+        "kafka1:9092 ", "ssl://kafka1:9092", "::1", "[]:9092", "[::1]9092", "[::1"})
+    EXPECT_FALSE(isBrokerList(wrong)) << wrong;
+  const test::Result result = test::HostProcess("topics --kafka host:abc --topic tev").finish();
+  EXPECT_EQ(result.exit, kExitUsage);
+  EXPECT_THAT(result.err, HasSubstr("--kafka host:abc: brokers are needed"));
 }
 
 void produce(KafkaClient& client, const char* topic, std::string key,
@@ -248,6 +270,12 @@ TEST(KafkaSchemas, AreTheRightTextOfEachId) {
   EXPECT_EQ(shelf->find("three", std::chrono::milliseconds(0)), std::nullopt);
   send(producer, "tev.schemas", "three", "{3}");
   EXPECT_EQ(shelf->find("three", std::chrono::seconds(10)), "{3}");
+  {
+    const StopSignal stopped;
+    StopSignal::request();
+    EXPECT_THROW(shelf->find("four", std::chrono::minutes(1)), Interrupted);
+  }
+  const StopSignal forgets_the_request;
 }
 
 TEST(Topics, AreNotCreatedWithoutBrokers) {
@@ -260,6 +288,8 @@ TEST(Topics, AreNotCreatedWithoutBrokers) {
 TEST(Topics, OfAnotherShapeAreNeverShrunk) {
   TopicsOptions options;
   options.partitions = 6;
+  options.replicas = 3;
+  options.retention = std::chrono::hours(24);
   const WantedTopic wanted = wantedTopics("tev", options).front();
   TopicState as_wanted{6, 3, {}, {}};
   for (const TopicSetting& setting : wanted.settings)
@@ -310,6 +340,7 @@ TEST(Topics, OfAnotherShapeAreNeverShrunk) {
       {"one replica", 6, 1, {{"min.insync.replicas", "1"}}, false, 0, {}, 1},
       {"the operator's segments", 6, 3, {{"segment.ms", "1"}}, false, 0, {}, 0},
       {"compacted", 6, 3, {{"cleanup.policy", "compact"}}, false, 0, {}, 1},
+      {"more in sync than replicas", 6, 3, {{"min.insync.replicas", "4"}}, false, 0, {}, 1},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
@@ -329,6 +360,74 @@ TEST(Topics, OfAnotherShapeAreNeverShrunk) {
   TopicState deleted{1, 3, {{"cleanup.policy", "delete"}}, {}};
   EXPECT_EQ(schemas.name, "tev.schemas");
   EXPECT_EQ(stepsFor(schemas, deleted, false).alter.at("cleanup.policy"), "compact");
+}
+
+TEST(Topics, AreComparedOnlyWithWhatWasGivenAndIsNeeded) {
+  const TopicState other{5,
+                         2,
+                         {{"cleanup.policy", "delete"},
+                          {"retention.ms", "1"},
+                          {"min.insync.replicas", "1"},
+                          {"max.message.bytes", "9000000"}},
+                         {}};
+  TopicsOptions options;
+  const TopicSteps none = stepsFor(wantedTopics("tev", options).front(), other, false);
+  EXPECT_THAT(none.left, IsEmpty());
+  EXPECT_THAT(none.changes, IsEmpty());
+  options.partitions = 4;
+  options.replicas = 3;
+  options.retention = std::chrono::milliseconds(2);
+  const TopicSteps all = stepsFor(wantedTopics("tev", options).front(), other, false);
+  EXPECT_THAT(all.left, testing::SizeIs(2));
+  EXPECT_THAT(all.alter, ElementsAre(Pair("retention.ms", "2")));
+}
+
+TEST(Topics, ThatWouldLoseEventsAreRefusedAndWeakOnesNamed) {
+  struct Row {
+    std::size_t topic;  // events, schemas
+    std::int32_t replicas;
+    TopicSettings settings;
+    const char* fault;
+    const char* weakness;
+  };
+  const Row rows[] = {
+      {0, 3, {}, "", ""},
+      {0,
+       3,
+       {{"cleanup.policy", "delete"}, {"max.message.bytes", "8388608"}, {"segment.ms", "1"}},
+       "",
+       ""},
+      {0, 3, {{"cleanup.policy", "compact"}}, "the topic tev has cleanup.policy=compact, so ", ""},
+      {0, 3, {{"cleanup.policy", "delete,compact"}}, "delete is needed: 'tev-host topics'", ""},
+      {0,
+       3,
+       {{"max.message.bytes", "1048588"}},
+       "at least 8388608 is needed: 'tev-host topics'",
+       ""},
+      {1,
+       3,
+       {{"cleanup.policy", "compact,delete"}},
+       "compact is needed: 'tev-host topics' changes",
+       ""},
+      {1,
+       3,
+       {{"cleanup.policy", "compact"}, {"min.insync.replicas", "1"}},
+       "",
+       "insync.replicas=1, so"},
+      {0, 1, {{"min.insync.replicas", "1"}}, "", "the topic tev has 1 replica, so"},
+      {0, 1, {{"min.insync.replicas", "2"}}, "and 1 replica, so it takes no message", "1 replica"},
+      {0, 3, {{"min.insync.replicas", "2"}}, "", ""},
+  };
+  for (const Row& row : rows) {
+    const WantedTopic wanted = wantedTopics("tev", {}).at(row.topic);
+    const TopicState state{1, row.replicas, row.settings, {}};
+    const std::string fault = faultOf(wanted, state);
+    const std::string weakness = weaknessOf(wanted, state);
+    EXPECT_THAT(fault, HasSubstr(row.fault));
+    EXPECT_EQ(fault.empty(), std::string(row.fault).empty()) << fault;
+    EXPECT_THAT(weakness, HasSubstr(row.weakness));
+    EXPECT_EQ(weakness.empty(), std::string(row.weakness).empty()) << weakness;
+  }
 }
 
 }  // namespace

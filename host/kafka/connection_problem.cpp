@@ -1,0 +1,115 @@
+#include "host/kafka/connection_problem.h"
+
+#include <fmt/format.h>
+
+#include <cstddef>
+
+#include "host/support/text.h"
+
+namespace tev::host {
+namespace {
+
+using Kind = ConnectionProblem::Kind;
+
+// A text of the library, and what it means.
+struct Row {
+  std::string_view pattern;
+  Kind kind;
+  const char* meaning;
+  bool has_detail = false;  // what follows the pattern is added
+};
+
+constexpr char kNoBroker[] =
+    "what answers there is no Kafka broker, or one that expects TLS (security.protocol)";
+constexpr char kNoAnswer[] = "connections are accepted and not answered";
+constexpr char kNoTls[] = "what answers there does not use TLS (security.protocol)";
+constexpr char kNoCertificate[] =
+    "the broker expects a certificate of the client (ssl.certificate.location, ssl.key.location)";
+constexpr char kNoSasl[] = "they expect none (security.protocol)";
+
+// The first row whose pattern occurs counts.
+constexpr Row kRows[] = {
+    {"Name or service not known", Kind::unreachable, "no host has this name"},
+    {"Failed to resolve", Kind::unreachable, "the host's name cannot be resolved"},
+    {" failed: Connection refused", Kind::unreachable, "the connection was refused"},
+    {"Invalid response size", Kind::unreachable, kNoBroker},
+    {"Protocol parse failure", Kind::unreachable, kNoBroker},
+    {"Disconnected while requesting ApiVersion", Kind::unreachable, kNoBroker},
+    {"ApiVersionRequest failed: Local: Timed out", Kind::unreachable, kNoAnswer},
+    {"ApiVersionRequest", Kind::unreachable, kNoBroker},
+    {"broker might require SASL", Kind::unreachable,
+     "the connection was closed, perhaps because credentials are needed (security.protocol, "
+     "sasl.mechanisms)"},
+    {"not valid in current SASL state", Kind::credentials, kNoSasl},
+    {"SASL Handshake not supported", Kind::credentials, kNoSasl},
+    {"broker's supported mechanisms: ", Kind::credentials, "sasl.mechanisms must be one of ", true},
+    {"SASL authentication error: ", Kind::credentials, "", true},
+    {"SaslAuthenticateRequest failed: ", Kind::credentials, "", true},
+    {"check client ", Kind::credentials, "the connection was closed during the authentication"},
+    {"certificate verify failed", Kind::tls,
+     "the broker's certificate is not trusted (ssl.ca.location), or is not for this name"},
+    {"PLAINTEXT broker listener", Kind::tls, kNoTls},
+    {"wrong version number", Kind::tls, kNoTls},
+    {"client SSL authentication might be required", Kind::tls, kNoCertificate},
+    {"alert bad certificate", Kind::tls, kNoCertificate},
+    {"certificate required", Kind::tls, kNoCertificate},
+    {"unexpected eof while reading", Kind::unreachable,
+     "the TLS connection was closed, perhaps because the broker does not use TLS "
+     "(security.protocol)"},
+    {"SSL handshake failed: Disconnected", Kind::unreachable, "the TLS connection was closed"},
+    {"SSL routines::", Kind::tls, "", true},
+    {"Connection setup timed out", Kind::unreachable, kNoAnswer},
+    {"timed out", Kind::unreachable, "the answer did not come in time"},
+    {"SSL", Kind::tls, "the handshake failed"},
+    {"SASL ", Kind::credentials, "", true},
+    {"isconnected", Kind::unreachable, "the connection was closed"},
+    {"brokers are down", Kind::unreachable, "no connection is left"},
+    {" failed: ", Kind::unreachable, "", true},  // of a system call
+};
+
+// "ssl://host:9092/bootstrap: Connect to ... (after 0ms in state CONNECT, 1 identical error(s)
+// suppressed)" without what only developers of the library understand.
+std::string_view tidied(std::string_view reason) {
+  reason = reason.substr(0, reason.rfind(" (after "));
+  const std::size_t head = reason.find(": ");
+  if (head != std::string_view::npos && reason.substr(0, head).find('/') != std::string_view::npos)
+    reason.remove_prefix(head + 2);
+  return reason;
+}
+
+}  // namespace
+
+std::string ConnectionProblem::sentence(const std::string& brokers) const {
+  switch (kind) {
+    case Kind::credentials:
+      return fmt::format("the Kafka brokers at {} do not accept the credentials: {}", brokers,
+                         text);
+    case Kind::tls:
+      return fmt::format("a TLS connection to the Kafka brokers at {} failed: {}", brokers, text);
+    case Kind::unreachable:
+      break;
+  }
+  return fmt::format("no Kafka broker answers at {}: {}", brokers, text);
+}
+
+ConnectionProblem connectionProblem(std::string_view reason) {
+  reason = tidied(reason);
+  for (const Row& row : kRows) {
+    const std::size_t at = reason.find(row.pattern);
+    if (at == std::string_view::npos) continue;
+    std::string text = row.meaning;
+    if (row.has_detail) text += asPrintable(reason.substr(at + row.pattern.size()));
+    return {row.kind, text};
+  }
+  return {Kind::unreachable, asPrintable(reason)};
+}
+
+std::string setUpProblem(std::string_view reason) {
+  if (reason.find("sasl.kerberos.kinit.cmd") != std::string_view::npos)
+    return "sasl.mechanisms is GSSAPI, which needs sasl.kerberos.keytab";
+  const std::size_t failure = reason.find(" failed: error:");
+  if (failure == std::string_view::npos) return asPrintable(reason);
+  return asPrintable(reason.substr(0, failure)) + " cannot be read";
+}
+
+}  // namespace tev::host
