@@ -19,8 +19,11 @@ namespace {
 // What the promises of the messages rest on. Batches are packed already, and large enough to be
 // sent at once. A message waits for the brokers without a limit: what waits is bounded before it.
 const KafkaClient::Settings kSettings = {
-    {"enable.idempotence", "true"},    {"compression.codec", "none"},
-    {"message.timeout.ms", "0"},       {"message.max.bytes", kLargestMessage},
+    {"enable.idempotence", "true"},
+    {"compression.codec", "none"},
+    {"message.timeout.ms", "0"},
+    // As the topics.
+    {"message.max.bytes", kLargestMessage},
     {"partitioner", "murmur2_random"},  // as other clients of Kafka do
 };
 

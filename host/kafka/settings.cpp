@@ -171,15 +171,17 @@ void expectAllowed(const KafkaSetting& setting) {
           fmt::format("{}: {} cannot be set: {}", setting.place, setting.key, refusal.reason));
 }
 
-// A value that is not a number is left to the library.
+// The library also takes other notations of a number, which are not needed.
 void expectWithin(const KafkaSetting& setting) {
   for (const Bounds& bounds : kBounds) {
     if (!isSetting(setting.key, bounds.key)) continue;
     std::int64_t number = 0;
     const char* const end = setting.value.data() + setting.value.size();
     const auto [rest, error] = std::from_chars(setting.value.data(), end, number);
-    if (error == std::errc::invalid_argument || (number >= bounds.least && number <= bounds.most))
-      continue;
+    if (error == std::errc::invalid_argument || (rest != end && *rest != '.'))
+      throw UsageError(
+          fmt::format("{}: {} cannot be set: a number is needed", setting.place, setting.key));
+    if (error == std::errc() && number >= bounds.least && number <= bounds.most) continue;
     throw UsageError(fmt::format("{}: {} must be {}: {}", setting.place, setting.key,
                                  number < bounds.least ? fmt::format("at least {}", bounds.least)
                                                        : fmt::format("at most {}", bounds.most),

@@ -85,7 +85,7 @@ TEST(KafkaSettings, AreRefusedWithTheirPlaceAndWithoutTheirValue) {
        {{"max.in.flight", "6"}},
        "max.in.flight must be at most 5: the events keep their order"},
       {"", {{"topic.request.timeout.ms", "1"}}, "must be at least 1000"},
-      {"", {{"linger.ms", "hidden"}}, "linger.ms cannot be set"},
+      {"", {{"linger.ms", " 0x7000"}}, "linger.ms cannot be set: a number is needed"},
       {"", {{"sasl.kerberos.principal", "$(hidden)"}}, "a shell reads it"},
       {"", {{"group.id", "hidden"}}, "--group names the group"},
       {"", {{"sasl.password", "hidden"}}, "put it into a file for --kafka-config"},
