@@ -131,7 +131,8 @@ void KafkaClient::onError(rd_kafka_t*, int error, const char* reason, void* opaq
     // "All brokers are down" adds nothing to the reason before it.
     const bool are_all_down = code == RD_KAFKA_RESP_ERR__ALL_BROKERS_DOWN;
     client->are_all_down_ = client->are_all_down_ || are_all_down;
-    if (!are_all_down || !client->problem_) client->problem_ = connectionProblem(text);
+    if (!are_all_down || !client->problem_)
+      client->problem_ = connectionProblem(text, client->was_connected_);
     if (client->listener_) client->listener_->failed(code, client->problem_->text);
   });
 }
@@ -164,6 +165,7 @@ bool KafkaClient::answers(milliseconds patience) {
       rd_kafka_metadata(handle_.get(), 0, nullptr, &answer, toInt(patience));
   const Metadata metadata(answer);
   poll(milliseconds(0));
+  was_connected_ = was_connected_ || error == RD_KAFKA_RESP_ERR_NO_ERROR;
   return error == RD_KAFKA_RESP_ERR_NO_ERROR;
 }
 

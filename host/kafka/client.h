@@ -135,6 +135,7 @@ class KafkaClient {
   std::exception_ptr thrown_;                 // by the listener
   std::optional<ConnectionProblem> problem_;  // the last one
   bool are_all_down_ = false;                 // or were
+  bool was_connected_ = false;
 
   KafkaOwned<rd_kafka_t, destroy> handle_;
 };

@@ -11,12 +11,18 @@ namespace {
 
 using Kind = ConnectionProblem::Kind;
 
+enum class Use : std::uint8_t {
+  alone,
+  with_detail,  // what follows the pattern is added
+  at_start,     // a guess, unless a connection has succeeded before
+};
+
 // A text of the library, and what it means.
 struct Row {
   std::string_view pattern;
   Kind kind;
   const char* meaning;
-  bool has_detail = false;  // what follows the pattern is added
+  Use use = Use::alone;
 };
 
 constexpr char kNoBroker[] =
@@ -34,17 +40,19 @@ constexpr Row kRows[] = {
     {" failed: Connection refused", Kind::unreachable, "the connection was refused"},
     {"Invalid response size", Kind::unreachable, kNoBroker},
     {"Protocol parse failure", Kind::unreachable, kNoBroker},
-    {"Disconnected while requesting ApiVersion", Kind::unreachable, kNoBroker},
+    {"Disconnected while requesting ApiVersion", Kind::unreachable, kNoBroker, Use::at_start},
     {"ApiVersionRequest failed: Local: Timed out", Kind::unreachable, kNoAnswer},
     {"ApiVersionRequest", Kind::unreachable, kNoBroker},
     {"broker might require SASL", Kind::unreachable,
      "the connection was closed, perhaps because credentials are needed (security.protocol, "
-     "sasl.mechanisms)"},
+     "sasl.mechanisms)",
+     Use::at_start},
     {"not valid in current SASL state", Kind::credentials, kNoSasl},
     {"SASL Handshake not supported", Kind::credentials, kNoSasl},
-    {"broker's supported mechanisms: ", Kind::credentials, "sasl.mechanisms must be one of ", true},
-    {"SASL authentication error: ", Kind::credentials, "", true},
-    {"SaslAuthenticateRequest failed: ", Kind::credentials, "", true},
+    {"broker's supported mechanisms: ", Kind::credentials, "sasl.mechanisms must be one of ",
+     Use::with_detail},
+    {"SASL authentication error: ", Kind::credentials, "", Use::with_detail},
+    {"SaslAuthenticateRequest failed: ", Kind::credentials, "", Use::with_detail},
     {"check client ", Kind::credentials, "the connection was closed during the authentication"},
     {"certificate verify failed", Kind::tls,
      "the broker's certificate is not trusted (ssl.ca.location), or is not for this name"},
@@ -55,16 +63,18 @@ constexpr Row kRows[] = {
     {"certificate required", Kind::tls, kNoCertificate},
     {"unexpected eof while reading", Kind::unreachable,
      "the TLS connection was closed, perhaps because the broker does not use TLS "
-     "(security.protocol)"},
-    {"SSL handshake failed: Disconnected", Kind::unreachable, "the TLS connection was closed"},
-    {"SSL routines::", Kind::tls, "", true},
+     "(security.protocol)",
+     Use::at_start},
+    {"unexpected eof while reading", Kind::unreachable, "the connection was closed"},
+    {"SSL handshake failed: Disconnected", Kind::unreachable, "the connection was closed"},
+    {"SSL routines::", Kind::tls, "", Use::with_detail},
     {"Connection setup timed out", Kind::unreachable, kNoAnswer},
     {"timed out", Kind::unreachable, "the answer did not come in time"},
     {"SSL", Kind::tls, "the handshake failed"},
-    {"SASL ", Kind::credentials, "", true},
     {"isconnected", Kind::unreachable, "the connection was closed"},
+    {"SASL ", Kind::credentials, "", Use::with_detail},
     {"brokers are down", Kind::unreachable, "no connection is left"},
-    {" failed: ", Kind::unreachable, "", true},  // of a system call
+    {" failed: ", Kind::unreachable, "", Use::with_detail},  // of a system call
 };
 
 // "ssl://host:9092/bootstrap: Connect to ... (after 0ms in state CONNECT, 1 identical error(s)
@@ -92,13 +102,13 @@ std::string ConnectionProblem::sentence(const std::string& brokers) const {
   return fmt::format("no Kafka broker answers at {}: {}", brokers, text);
 }
 
-ConnectionProblem connectionProblem(std::string_view reason) {
+ConnectionProblem connectionProblem(std::string_view reason, bool was_connected) {
   reason = tidied(reason);
   for (const Row& row : kRows) {
     const std::size_t at = reason.find(row.pattern);
-    if (at == std::string_view::npos) continue;
+    if (at == std::string_view::npos || (was_connected && row.use == Use::at_start)) continue;
     std::string text = row.meaning;
-    if (row.has_detail) text += asPrintable(reason.substr(at + row.pattern.size()));
+    if (row.use == Use::with_detail) text += asPrintable(reason.substr(at + row.pattern.size()));
     return {row.kind, text};
   }
   return {Kind::unreachable, asPrintable(reason)};

@@ -21,8 +21,9 @@ struct ConnectionProblem {
   std::string text;  // the reason
 };
 
-// `reason` is the text with which the client library reports an error.
-ConnectionProblem connectionProblem(std::string_view reason);
+// `reason` is the text with which the client library reports an error. When a broker has answered
+// before, the settings of the connection are right.
+ConnectionProblem connectionProblem(std::string_view reason, bool was_connected);
 
 // Why the library does not take the settings together; `reason` is its text.
 std::string setUpProblem(std::string_view reason);

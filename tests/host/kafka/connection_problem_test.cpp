@@ -56,10 +56,15 @@ TEST(ConnectionProblem, IsSaidInPlainWords) {
       {"something\x1bnew", Kind::unreachable, "no Kafka broker answers at A: something\\x1bnew"},
   };
   for (const Row& row : rows) {
-    const ConnectionProblem problem = connectionProblem(row.reason);
+    const ConnectionProblem problem = connectionProblem(row.reason, false);
     EXPECT_EQ(problem.kind, row.kind) << row.reason;
     EXPECT_EQ(problem.sentence("A"), row.words);
   }
+  constexpr char kClosed[] =
+      "k:9092/1: Disconnected: verify that security.protocol is correctly configured, broker might "
+      "require SASL authentication (after 9ms in state UP)";
+  EXPECT_THAT(connectionProblem(kClosed, false).text, testing::HasSubstr("security.protocol"));
+  EXPECT_EQ(connectionProblem(kClosed, true).text, "the connection was closed");
   EXPECT_EQ(setUpProblem("ssl.ca.location failed: error:05880002:x509 routines::system lib"),
             "ssl.ca.location cannot be read");
 }
