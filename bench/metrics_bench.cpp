@@ -106,6 +106,7 @@ class Served {
     auto snapshot = std::make_shared<host::MetricsSnapshot>();
     snapshot->fields = metrics_.families(batch_.lastUsec(), devices_);
     snapshot->at = std::chrono::steady_clock::now();
+    snapshot->silence = std::chrono::hours(1);
     page_.publish(std::move(snapshot));
   }
 
@@ -120,7 +121,7 @@ class Served {
   host::SeriesTable series_;
   host::MetricNames names_;
   host::FieldMetrics metrics_{figures_, std::chrono::seconds(60), names_};
-  host::MetricsPage page_{std::chrono::hours(1)};
+  host::MetricsPage page_;
   std::set<std::string> devices_;
   Batch batch_;
 };

@@ -47,6 +47,9 @@ class BatchStore {
   // Whether every batch is done.
   virtual bool isEmpty() const = 0;
 
+  // Bytes of the batches that wait: in memory or on the disk.
+  virtual std::uint64_t waitingBytes() const = 0;
+
   // What became of the batches that are left, for the summary; empty: none is left.
   virtual std::string leftText() const = 0;
 };

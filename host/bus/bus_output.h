@@ -30,6 +30,8 @@ class BusOutput final : public Output {
   void addCounts(std::vector<DeviceCounts>& counts) const override { undelivered_.addTo(counts); }
 
   std::uint64_t undeliveredEvents() const { return undelivered_.events(); }
+  SenderTotals totals() const { return sender_.totals(); }
+  std::uint64_t waitingBytes() const { return sender_.waitingBytes(); }
 
   // A line for the summary of the run.
   std::string summary() const;

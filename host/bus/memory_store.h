@@ -32,6 +32,7 @@ class MemoryStore final : public BatchStore {
   void takeOldest();
 
   bool isEmpty() const override { return waiting_.empty() && handed_out_.empty(); }
+  std::uint64_t waitingBytes() const override { return bytes_; }
   std::string leftText() const override { return ""; }
 
  private:

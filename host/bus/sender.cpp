@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "host/support/errors.h"
+#include "host/support/host_threads.h"
 #include "host/support/log.h"
 
 namespace tev::host {
@@ -64,12 +65,18 @@ SenderTotals Sender::totals() const {
   return totals_;
 }
 
+std::uint64_t Sender::waitingBytes() const {
+  const std::lock_guard lock(mutex_);
+  return store_->waitingBytes();
+}
+
 std::string Sender::leftText() const {
   const std::lock_guard lock(mutex_);
   return store_->leftText();
 }
 
 void Sender::work() {
+  const HostThread noted;
   try {
     workUntilTheEnd();
   } catch (const std::exception& error) {  // sampling goes on without the bus

@@ -46,6 +46,9 @@ class Sender {
 
   SenderTotals totals() const;
 
+  // BatchStore::waitingBytes().
+  std::uint64_t waitingBytes() const;
+
   // BatchStore::leftText().
   std::string leftText() const;
 

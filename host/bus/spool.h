@@ -43,6 +43,7 @@ class Spool final : public BatchStore {
   void close() override;
   bool accountsFor(std::uint64_t number) const override;
   bool isEmpty() const override { return handed_out_.empty() && isRead(); }
+  std::uint64_t waitingBytes() const override { return bytes_; }
   std::string leftText() const override;
 
  private:

@@ -24,6 +24,9 @@ class SpoolAndMemory final : public BatchStore {
   void close() override;
   bool accountsFor(std::uint64_t number) const override;
   bool isEmpty() const override;
+  std::uint64_t waitingBytes() const override {
+    return spool_.waitingBytes() + memory_.waitingBytes();
+  }
   std::string leftText() const override { return spool_.leftText(); }
 
  private:

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/support/host_threads.h"
 #include "host/support/text.h"
 #include "src/support/signals_blocked.h"
 
@@ -86,6 +87,7 @@ std::string FileSync::wait(std::chrono::seconds limit) {
 }
 
 void FileSync::work(State& state) {
+  const HostThread noted;
   std::unique_lock lock(state.mutex);
   while (true) {
     state.changed.wait(lock, [&] { return state.ending || !state.requests.empty(); });

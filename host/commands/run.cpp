@@ -97,9 +97,11 @@ Figures::Doubt doubtFor(const RunOptions& options, const PluginSource& source) {
 int run(const RunOptions& options) {
   if (options.full_screen) expectTerminal();
   const StopSignal stop_signal(options.capture ? HangUp::counts : HangUp::stops);
+  Connections connections;
+  connections.metrics = serveMetrics(options);  // before a file is created: the port may be in use
   OutputFile file(options.output);
   expectOtherFile(file.descriptor(), inputsOf(options));
-  auto publisher = connectToBus(options);  // before the plug-in samples
+  connections.bus = connectToBus(options);  // before the plug-in samples
   PluginSource source(options.plugin, options.buffer_bytes);
   const Projection projection(source.schema(), options.selection);
   expectDevicesOf(source, projection.devices());
@@ -111,7 +113,8 @@ int run(const RunOptions& options) {
                   doubtFor(options, source));
 
   LogHold log_hold;  // declared first, so that it is released after the outputs
-  RunOutputs outputs(options, source, figures, file, counting.clear_on_read, std::move(publisher));
+  RunOutputs outputs(options, source, figures, file, counting.clear_on_read,
+                     std::move(connections));
   log_hold.holdFor(outputs.written());
   Delivery delivery(source.schema(), outputs.all(), figures, options.samples,
                     silenceUsec(figures.intervalUsec(), options.update));

@@ -29,13 +29,26 @@ std::unique_ptr<JitterMeter> makeJitter(const RunOptions& options, const Figures
   return std::make_unique<JitterMeter>(figures.projection(), figures.intervalUsec());
 }
 
-std::unique_ptr<MetricsOutput> makeMetrics(const RunOptions& options, const Figures& figures,
-                                           JitterMeter* jitter) {
-  if (!options.prometheus) return nullptr;
-  auto metrics = std::make_unique<MetricsOutput>(
-      *options.prometheus, figures, silenceUsec(figures.intervalUsec(), options.update));
-  if (jitter) jitter->leaveOut(metrics->threads());
-  return metrics;
+BusCounts countsOf(const BusOutput& bus) {
+  const SenderTotals totals = bus.totals();
+  return {.events = totals.events,
+          .messages = totals.messages,
+          .undelivered_events = bus.undeliveredEvents(),
+          .refused_events = totals.refused_events,
+          .waiting_bytes = bus.waitingBytes(),
+          .is_connected = totals.is_connected};
+}
+
+// `server` and `bus` may be null.
+std::unique_ptr<MetricsOutput> makeMetrics(std::unique_ptr<MetricsServer> server,
+                                           const RunOptions& options, const Figures& figures,
+                                           const BusOutput* bus) {
+  if (!server) return nullptr;
+  MetricsOutput::BusState state;
+  if (bus) state = [bus] { return countsOf(*bus); };
+  return std::make_unique<MetricsOutput>(std::move(server), options.prometheus->peak, figures,
+                                         silenceUsec(figures.intervalUsec(), options.update),
+                                         std::move(state));
 }
 
 CaptureHead headOf(const RunOptions& options, const PluginSource& source,
@@ -54,6 +67,11 @@ CaptureHead headOf(const RunOptions& options, const PluginSource& source,
 
 }  // namespace
 
+std::unique_ptr<MetricsServer> serveMetrics(const RunOptions& options) {
+  if (!options.prometheus) return nullptr;
+  return std::make_unique<MetricsServer>(options.prometheus->address);
+}
+
 std::unique_ptr<Publisher> connectToBus(const RunOptions& options) {
   if (options.kafka.brokers.empty()) return nullptr;
   return makeKafkaPublisher(options.kafka, options.bus.spool.has_value());
@@ -61,16 +79,17 @@ std::unique_ptr<Publisher> connectToBus(const RunOptions& options) {
 
 RunOutputs::RunOutputs(const RunOptions& options, const PluginSource& source,
                        const Figures& figures, OutputFile& file, bool clear_on_read,
-                       std::unique_ptr<Publisher> publisher)
+                       Connections connections)
     : written_(makeWritten(options, figures, file)),
       marks_(figures.projection(), file),
       jitter_(makeJitter(options, figures)) {
   const CaptureHead head = headOf(options, source, figures.intervalUsec(), clear_on_read);
   if (options.capture)
     capture_ = std::make_unique<CaptureOutput>(*options.capture, head, source.schema());
-  if (publisher)
-    bus_ = std::make_unique<BusOutput>(options.bus, std::move(publisher), head, source.schema());
-  metrics_ = makeMetrics(options, figures, jitter_.get());
+  if (connections.bus)
+    bus_ =
+        std::make_unique<BusOutput>(options.bus, std::move(connections.bus), head, source.schema());
+  metrics_ = makeMetrics(std::move(connections.metrics), options, figures, bus_.get());
 
   // What a killed run has recorded is in the spool, too. A capture is created before another output
   // empties its file.

@@ -17,15 +17,23 @@
 
 namespace tev::host {
 
+// What a run has before anything is created or sampled.
+struct Connections {
+  std::unique_ptr<MetricsServer> metrics;  // null: none are served
+  std::unique_ptr<Publisher> bus;          // null: the events are not sent
+};
+
+// Null when no metrics are served. Throws UsageError and RunError.
+std::unique_ptr<MetricsServer> serveMetrics(const RunOptions& options);
+
 // Null when the events are not sent. Waits for the bus. Throws UsageError and RunError.
 std::unique_ptr<Publisher> connectToBus(const RunOptions& options);
 
 class RunOutputs {
  public:
-  // Begins to serve metrics. `publisher` may be null. The other arguments must outlive this. Throws
-  // UsageError and RunError.
+  // The arguments must outlive this. Throws UsageError and RunError.
   RunOutputs(const RunOptions& options, const PluginSource& source, const Figures& figures,
-             OutputFile& file, bool clear_on_read, std::unique_ptr<Publisher> publisher);
+             OutputFile& file, bool clear_on_read, Connections connections);
 
   // In the order in which they get the events.
   const std::vector<Output*>& all() const { return all_; }

@@ -188,7 +188,6 @@ RunStatus Sampling::status() {
   status.notes = Log::instance().lastHeldBack(kNotes);
   status.fetches = fetches_;
   status.fetch_seconds = std::chrono::duration<double>(answering_).count();
-  status.source_thread = source_.threadId();
   status.silent_seconds = silentSeconds();
   status.hang =
       status.silent_seconds ? silenceText(*status.silent_seconds) : source_.pendingReads();

@@ -80,9 +80,6 @@ class EventSource {
 
   // What is known of device reads that do not return; empty: nothing. For the user.
   virtual std::string pendingReads() const { return ""; }
-
-  // The id of the host's own thread in this source; 0 when there is none.
-  virtual int threadId() const { return 0; }
 };
 
 }  // namespace tev::host

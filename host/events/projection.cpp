@@ -106,6 +106,10 @@ std::vector<std::string> tagValues(const ProviderCounterSet& set, const char* ta
 
 }  // namespace
 
+const std::string& ownName(const TypeView& type, const Column& column) {
+  return std::ranges::find(type.columns, column.offset, &Column::offset)->name;
+}
+
 void Projection::chooseFields(const std::string& path) {
   constexpr auto kOption = "--fset";
   const std::string names = typesAndFields(types_);

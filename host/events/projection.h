@@ -23,6 +23,9 @@ struct ProjectedType {
   std::vector<Column> columns;  // the chosen ones, in the order of the bytes, under new names
 };
 
+// The column's name in the type, which an alias may have replaced in a projection.
+const std::string& ownName(const TypeView& type, const Column& column);
+
 class Projection {
  public:
   // The field set and the counter set choose columns. Counters, that is, all columns outside the

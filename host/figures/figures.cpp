@@ -63,17 +63,12 @@ class Patterns {
   ProviderCounterSet set_;  // compares names with patterns
 };
 
+}  // namespace
+
 FieldKind declaredKind(const Column& column, const CountingOptions& options) {
   if (column.counting_mode == TEV_VALUE_DELTA || options.clear_on_read) return FieldKind::increase;
   return column.counting_mode == TEV_VALUE_RUNNING_SUM ? FieldKind::counter : FieldKind::undecided;
 }
-
-// The column's own name, which an alias may have replaced.
-const std::string& ownName(const TypeView& type, const Column& column) {
-  return std::ranges::find(type.columns, column.offset, &Column::offset)->name;
-}
-
-}  // namespace
 
 Figures::Figures(const Projection& projection, const CountingOptions& options,
                  std::uint64_t interval_usec, Doubt doubt)
@@ -111,18 +106,12 @@ void Figures::add(const Series& series) {
   }
 }
 
-// Whether a read that began this long before the next one may have been slow.
-bool Figures::isLong(const SeriesFigures& series, std::uint64_t elapsed_usec) const {
-  const std::uint64_t usual = interval_usec_ > 0 ? interval_usec_ : 2 * series.step_usec;
-  return usual > 0 && elapsed_usec > usual + usual / 2;
-}
-
 void Figures::sample(const Event& event, const Series& series) {
   if (series.number >= all_.size() || !all_[series.number].series) add(series);
   SeriesFigures& figures = all_[series.number];
-  auto time = SampleTime::after(figures.last_usec, event.timestamp_usec);
-  time.previous_elapsed_usec = figures.step_usec;
-  time.after_slow_read = figures.samples > 0 && isLong(figures, time.elapsed_usec);
+  auto time =
+      SampleTime::after(figures.last_usec, figures.step_usec, interval_usec_, event.timestamp_usec);
+  if (figures.samples == 0) time.after_slow_read = false;
   figures.after_slow_read = time.after_slow_read;
   if (figures.samples++ == 0) {
     figures.first_usec = event.timestamp_usec;

@@ -15,6 +15,9 @@
 
 namespace tev::host {
 
+// What the schema and the options say of the field, apart from patterns.
+FieldKind declaredKind(const Column& column, const CountingOptions& options);
+
 // The figures of one series.
 struct SeriesFigures {
   const Series* series = nullptr;  // null until the first sample
@@ -74,7 +77,6 @@ class Figures {
   };
 
   void add(const Series& series);
-  bool isLong(const SeriesFigures& series, std::uint64_t elapsed_usec) const;
 
   const Projection& projection_;
   std::uint64_t interval_usec_;

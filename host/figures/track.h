@@ -28,6 +28,18 @@ struct SampleTime {
     time.per_usec = 1 / time.elapsed;
     return time;
   }
+
+  // The same after a sample that came `step_usec` after the one before it; 0: not known. The read
+  // of that sample may have been slow when the next one comes later than samples usually do:
+  // `interval_usec` after each other, or 0 when this is not known.
+  static SampleTime after(std::uint64_t previous_usec, std::uint64_t step_usec,
+                          std::uint64_t interval_usec, std::uint64_t now_usec) {
+    SampleTime time = after(previous_usec, now_usec);
+    time.previous_elapsed_usec = step_usec;
+    const std::uint64_t usual = interval_usec > 0 ? interval_usec : 2 * step_usec;
+    time.after_slow_read = usual > 0 && time.elapsed_usec > usual + usual / 2;
+    return time;
+  }
 };
 
 // The last step of a track: the increase from the previous sample to this one.

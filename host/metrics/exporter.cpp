@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "host/support/errors.h"
+#include "host/support/host_threads.h"
 #include "host/support/text.h"
 #include "host/timing/thread_times.h"
 
@@ -165,6 +166,7 @@ Exporter::~Exporter() {
   server_.reset();
   is_over = true;
   waking.join();
+  for (const pid_t thread : threads_) removeHostThread(thread);
 }
 
 Exporter::Exporter(const ListenAddress& address, Collect collect) : real_(address) {
@@ -179,6 +181,7 @@ Exporter::Exporter(const ListenAddress& address, Collect collect) : real_(addres
   }
   for (const auto& [thread, time] : threadTimes())
     if (!before.contains(thread)) threads_.push_back(thread);
+  for (const pid_t thread : threads_) addHostThread(thread);
   const auto ports = server_->exposer.GetListeningPorts();
   if (!ports.empty()) real_.port = static_cast<std::uint16_t>(ports.front());
   url_ = fmt::format("http://{}/metrics", real_.text());

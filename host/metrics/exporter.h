@@ -21,8 +21,8 @@ class Exporter {
   // Whether this build has the library that it needs.
   static bool isBuilt();
 
-  // Serves from now on. Throws RunError when it cannot listen there, and UsageError when the build
-  // lacks the library.
+  // Serves from now on. No other thread may begin meanwhile. Throws RunError when it cannot listen
+  // there, and UsageError when the build lacks the library.
   Exporter(const ListenAddress& address, Collect collect);
 
   // Waits for the scrapes that have begun.
@@ -33,16 +33,13 @@ class Exporter {
   // "http://127.0.0.1:9464/metrics", with the real port.
   const std::string& url() const { return url_; }
 
-  // The threads that serve.
-  const std::vector<pid_t>& threads() const { return threads_; }
-
  private:
   struct Server;
 
   std::unique_ptr<Server> server_;
   ListenAddress real_;  // with the real port
   std::string url_;
-  std::vector<pid_t> threads_;
+  std::vector<pid_t> threads_;  // that serve
 };
 
 }  // namespace tev::host

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "host/events/values.h"
+#include "host/metrics/field_names.h"
 #include "host/support/log.h"
 #include "host/support/text.h"
 
@@ -48,20 +49,16 @@ void FieldMetrics::addField(const TypeView& type, const Column& column, MetricNa
   const FieldKind kind = field.track < 0
                              ? FieldKind::gauge
                              : figures_.kindOf(type, static_cast<std::size_t>(field.track));
-  const std::string of_kind = asPrintable(kindOf(type));
-  const std::string name = "tev_" + nameWord(kindOf(type)) + "_" + nameWord(column.name);
-  const std::string original = asPrintable(column.name);
-  const std::string owner = fmt::format("'{}' of each {}", original, of_kind);
-  const std::string head = fmt::format("{} of each {}", original, of_kind);
-  const std::string text =
-      column.description.empty() ? "" : fmt::format(" ({})", asPrintable(column.description));
+  const FieldNames words = namesOf(type, column);
+  const std::string name = "tev_" + words.word;
+  const std::string& head = words.head;
   const auto add = [&](const std::string& full, MetricType metric, const std::string& help) {
-    return family(full, metric, help, owner, names);
+    return family(full, metric, help, words.owner, names);
   };
   if (kind != FieldKind::gauge) {
     field.total =
         add(totalName(name), MetricType::counter,
-            head + text + ": increase since the start of tev-host, without unknown steps.");
+            words.described + ": increase since the start of tev-host, without unknown steps.");
     field.unknown_steps = add(name + "_unknown_steps_total", MetricType::counter,
                               head + ": steps from one sample to the next that are not known.");
     field.peak = add(name + "_peak_per_second", MetricType::gauge,
@@ -73,7 +70,7 @@ void FieldMetrics::addField(const TypeView& type, const Column& column, MetricNa
   // not.
   const bool is_total = kind != FieldKind::gauge && name == totalName(name);
   if (!isCounting(kind) && !is_total) {
-    field.value = add(name, MetricType::gauge, head + text + ": the last sample.");
+    field.value = add(name, MetricType::gauge, words.described + ": the last sample.");
     field.smallest =
         add(name + "_recent_min", MetricType::gauge,
             fmt::format("{}: smallest sample of the last {} seconds.", head, peak_.count()));

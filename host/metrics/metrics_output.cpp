@@ -1,8 +1,7 @@
 #include "host/metrics/metrics_output.h"
 
-#include <unistd.h>
-
 #include <algorithm>
+#include <iterator>
 #include <set>
 #include <utility>
 
@@ -15,22 +14,25 @@ void expectDistinctMetrics(const Figures& figures) {
   MetricNames names;
   const HealthMetrics health(figures, names);
   const FieldMetrics fields(figures, PrometheusOptions().peak, names);
+  claimBusNames(names);
 }
 
-MetricsOutput::MetricsOutput(const PrometheusOptions& options, const Figures& figures,
-                             std::uint64_t silence_usec)
+MetricsServer::MetricsServer(const ListenAddress& address)
+    : exporter_(address, [this] { return page_.families(std::chrono::steady_clock::now()); }) {}
+
+MetricsOutput::MetricsOutput(std::unique_ptr<MetricsServer> server, std::chrono::seconds peak,
+                             const Figures& figures, std::uint64_t silence_usec, BusState bus)
     : figures_(figures),
       silence_usec_(silence_usec),
       health_(figures, names_),
-      fields_(figures, options.peak, names_),
-      page_(std::chrono::microseconds(silence_usec)),
-      exporter_(std::make_unique<Exporter>(
-          options.address, [this] { return page_.families(std::chrono::steady_clock::now()); })) {
-  threads_ = exporter_->threads();
+      fields_(figures, peak, names_),
+      bus_(std::move(bus)),
+      server_(std::move(server)) {
+  claimBusNames(names_);
 }
 
 void MetricsOutput::begin() {
-  Log::instance().say("tev-host: metrics: " + exporter_->url());
+  Log::instance().say("tev-host: metrics: " + server_->url());
 }
 
 void MetricsOutput::publish(const RunStatus& status) {
@@ -40,18 +42,17 @@ void MetricsOutput::publish(const RunStatus& status) {
       shown.insert(device.counts.device);
   auto snapshot = std::make_shared<MetricsSnapshot>();
   snapshot->fields = fields_.families(status.now_usec, shown);
-  snapshot->health = health_.families(status, samplingCpuSeconds(status));
+  snapshot->health = health_.families(status, samplingCpuSeconds());
+  if (bus_) std::ranges::move(busFamilies(bus_()), std::back_inserter(snapshot->health));
   snapshot->devices = health_.devices(status);
   snapshot->at = std::chrono::steady_clock::now();
-  page_.publish(std::move(snapshot));
+  snapshot->silence = std::chrono::microseconds(silence_usec_);
+  server_->page().publish(std::move(snapshot));
 }
 
-// All threads that are not the host's own belong to the plug-in.
-double MetricsOutput::samplingCpuSeconds(const RunStatus& status) {
-  for (const auto& [thread, nsec] : threadTimes())
-    if (thread != gettid() && thread != status.source_thread &&
-        std::ranges::find(threads_, thread) == threads_.end())
-      sampling_nsec_[thread] = std::max(sampling_nsec_[thread], nsec);
+double MetricsOutput::samplingCpuSeconds() {
+  for (const auto& [thread, nsec] : pluginThreadTimes())
+    sampling_nsec_[thread] = std::max(sampling_nsec_[thread], nsec);
   std::uint64_t sum = 0;
   for (const auto& [thread, nsec] : sampling_nsec_) sum += nsec;
   return static_cast<double>(sum) / 1e9;

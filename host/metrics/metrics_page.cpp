@@ -17,7 +17,7 @@ std::vector<MetricFamily> MetricsPage::families(std::chrono::steady_clock::time_
   }
   if (!snapshot) return {};
   const double since = std::chrono::duration<double>(now - snapshot->at).count();
-  const double silence = std::chrono::duration<double>(silence_).count();
+  const double silence = snapshot->silence.count();
   std::vector<MetricFamily> families = HealthMetrics::families(snapshot->devices, since, silence);
   families.insert(families.end(), snapshot->health.begin(), snapshot->health.end());
   if (since <= silence)

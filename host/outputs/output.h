@@ -27,7 +27,6 @@ struct RunStatus {
   std::optional<double> silent_seconds;  // since then, the source does not answer
   std::uint64_t fetches = 0;             // so far
   double fetch_seconds = 0;              // that the source took for all calls so far
-  int source_thread = 0;                 // id of the host's own thread in the source; 0: none
 };
 
 // The calls come from one thread, in this order: begin, update; after each fetch its blocks, its

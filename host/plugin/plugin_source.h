@@ -33,7 +33,6 @@ class PluginSource final : public EventSource {
   }
   std::string version() const { return session_->provider().version(); }
   std::string pendingReads() const override;
-  int threadId() const override { return thread_.id(); }
 
   // The devices that the SDK lists; empty when the plug-in does not describe them.
   std::vector<DeviceInfo> devices() const {

@@ -1,7 +1,5 @@
 #include "host/plugin/plugin_thread.h"
 
-#include <unistd.h>
-
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -11,6 +9,7 @@
 #include <mutex>
 #include <utility>
 
+#include "host/support/host_threads.h"
 #include "src/support/signals_blocked.h"
 
 namespace tev::host {
@@ -28,7 +27,6 @@ struct PluginThread::State {
   std::function<void()> call;
   bool busy = false;  // from start() to the end of the call
   bool ending = false;
-  int id = 0;  // of the thread; set before the first call begins
   std::exception_ptr error;
 };
 
@@ -54,8 +52,8 @@ PluginThread::~PluginThread() {
 }
 
 void PluginThread::work(State& state) {
+  const HostThread noted;
   std::unique_lock lock(state.mutex);
-  state.id = gettid();
   while (true) {
     state.changed.wait(lock, [&] { return state.ending || state.busy; });
     if (!state.busy) return;
@@ -102,11 +100,6 @@ bool PluginThread::run(std::function<void()> call, const Interrupted& interrupte
 bool PluginThread::isBusy() const {
   const std::scoped_lock lock(state_->mutex);
   return state_->busy;
-}
-
-int PluginThread::id() const {
-  const std::scoped_lock lock(state_->mutex);
-  return state_->id;
 }
 
 void PluginThread::endProcess(int exit_code) {

@@ -7,7 +7,7 @@
 namespace tev::host {
 
 // The thread that makes all calls into a plug-in, one after the other. A call that does not return
-// blocks only this thread.
+// blocks only this thread, which is one of the host.
 class PluginThread {
  public:
   // Called again and again during a wait. True ends the wait.
@@ -34,9 +34,6 @@ class PluginThread {
 
   // Whether a call has not ended.
   bool isBusy() const;
-
-  // The kernel's id of the thread.
-  int id() const;
 
   // Ends the process. If a thread was left behind, nothing is destroyed, because the code of the
   // plug-in still runs.

@@ -1,7 +1,6 @@
 #include "host/timing/jitter.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <iterator>
 
@@ -48,13 +47,9 @@ void JitterMeter::event(const Event& event, const Series& series) {
 }
 
 JitterMeter::Reading JitterMeter::read(const RunStatus& status) {
-  Reading reading{.lost_samples = status.lost_samples,
-                  .reference = reference_.usage(),
-                  .threads = threadTimes()};
-  for (const pid_t own : {gettid(), reference_.threadId(), status.source_thread})
-    reading.threads.erase(own);
-  for (const pid_t other : others_) reading.threads.erase(other);
-  return reading;
+  return {.lost_samples = status.lost_samples,
+          .reference = reference_.usage(),
+          .threads = pluginThreadTimes()};
 }
 
 void JitterMeter::addCosts(const Reading& now) {

@@ -9,7 +9,6 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "host/outputs/output.h"
 #include "host/timing/distribution.h"
@@ -19,14 +18,11 @@ namespace tev::host {
 
 // Measures the intervals between the time stamps of the first series that it receives, and the CPU
 // time that each of the plug-in's threads uses from one update to the next. Both are compared with
-// a reference timer. All threads of the process belong to the plug-in, except the one that calls
-// this, the timer's, and those that leaveOut() names.
+// a reference timer.
 class JitterMeter final : public Output {
  public:
   // `projection` chooses the series and must outlive this.
   JitterMeter(const Projection& projection, std::uint64_t interval_usec);
-
-  void leaveOut(const std::vector<pid_t>& threads) { others_ = threads; }
 
   const Projection* projection() const override { return &projection_; }
   void begin() override { reference_.start(); }
@@ -65,7 +61,6 @@ class JitterMeter final : public Output {
   Distribution reference_costs_;  // the same per wake-up of the timer
   std::uint64_t lost_samples_ = 0;
   std::optional<Reading> last_;
-  std::vector<pid_t> others_;
   ReferenceTimer reference_;
 };
 

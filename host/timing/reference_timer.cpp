@@ -3,10 +3,10 @@
 #include <pthread.h>
 #include <sys/prctl.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <algorithm>
 
+#include "host/support/host_threads.h"
 #include "host/timing/clock_reading.h"
 
 namespace tev::host {
@@ -41,7 +41,7 @@ ReferenceTimer::Usage ReferenceTimer::usage() {
 }
 
 void ReferenceTimer::run() {
-  thread_id_ = gettid();
+  const HostThread noted;
   prctl(PR_SET_TIMERSLACK, 1);  // nanoseconds, as on the sampling thread
   const std::uint64_t interval = interval_usec_ * 1'000;
   std::uint64_t due = nowNsec(CLOCK_MONOTONIC);

@@ -2,8 +2,6 @@
 // intervals between its wake-ups. These are the reference for the sampling intervals of a plug-in.
 #pragma once
 
-#include <sys/types.h>
-
 #include <atomic>
 #include <cstdint>
 #include <thread>
@@ -30,9 +28,6 @@ class ReferenceTimer {
   };
   Usage usage();
 
-  // The id of its thread; 0 while that has not begun.
-  pid_t threadId() const { return thread_id_; }
-
   // The times from one wake-up to the next, in nanoseconds. To be read after stop().
   const Distribution& intervals() const { return intervals_; }
 
@@ -42,7 +37,6 @@ class ReferenceTimer {
   std::uint64_t interval_usec_;
   std::atomic<bool> running_{false};
   std::atomic<std::uint64_t> wake_ups_{0};
-  std::atomic<pid_t> thread_id_{0};
   Usage usage_;
   Distribution intervals_;  // used only by the thread while it runs
   std::thread thread_;

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <system_error>
 
+#include "host/support/host_threads.h"
 #include "host/timing/clock_reading.h"
 
 namespace tev::host {
@@ -25,6 +26,12 @@ std::map<pid_t, std::uint64_t> threadTimes() {
     const auto thread = static_cast<pid_t>(std::stol(entry.path().filename()));
     times[thread] = nowNsec(cpuClockOf(thread));
   }
+  return times;
+}
+
+std::map<pid_t, std::uint64_t> pluginThreadTimes() {
+  auto times = threadTimes();
+  for (const pid_t thread : hostThreads()) times.erase(thread);
   return times;
 }
 

@@ -4,9 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cmath>
 #include <functional>
-#include <map>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -14,15 +12,19 @@
 #include "host/events/decoder.h"
 #include "host/metrics/exporter.h"
 #include "host/metrics/field_metrics.h"
+#include "host/metrics/field_names.h"
 #include "host/metrics/listen_address.h"
 #include "host/metrics/metric_names.h"
 #include "host/metrics/metrics_page.h"
 #include "host/support/errors.h"
+#include "tests/host/metrics/values.h"
 #include "tests/host/sample_types.h"
 
 namespace tev::host {
 namespace {
 
+using test::Values;
+using test::valuesOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -40,25 +42,6 @@ std::string errorOf(const std::function<void()>& action) {
     return error.what();
   }
   return "";
-}
-
-std::string text(const Labels& labels) {
-  std::string all;
-  for (const auto& [name, value] : labels) all += " " + name + "=" + value;
-  return all;
-}
-
-using Values = std::map<std::string, double>;  // "tev_up device=d"
-
-Values valuesOf(const std::vector<MetricFamily>& families) {
-  Values values;
-  for (const MetricFamily& family : families)
-    for (const Metric& one : family.metrics) {
-      const auto key = family.name + (one.labels ? text(*one.labels) : "");
-      if (!values.emplace(key, std::round(1e3 * one.value) / 1e3).second)
-        throw std::logic_error(key + " is there twice");
-    }
-  return values;
 }
 
 TEST(MetricNames, HaveOnlyTheCharactersThatArePossible) {
@@ -188,6 +171,16 @@ TEST_F(FieldMetricsTest, FieldsBecomeCountersAndGaugesWithTheKeyAsLabels) {
   EXPECT_THAT(valuesOf(metrics().families(kStart, {"another"})), IsEmpty());
 }
 
+TEST_F(FieldMetricsTest, AHelpTextNamesTheCounterBehindAnAlias) {
+  const TypeView& device = schema().types()[0];
+  Column renamed = device.columns[1];
+  EXPECT_EQ(namesOf(device, renamed).described, "rx of each device (octets\\x0a\\)");
+  renamed.name = "received";
+  const FieldNames names = namesOf(device, renamed);
+  EXPECT_EQ(names.described, "received of each device (rx of the adapter; octets\\x0a\\)");
+  EXPECT_EQ(names.word, "device_received");
+}
+
 TEST_F(FieldMetricsTest, APeakLastsForItsSecondsWhoeverLooks) {
   plane(0, 0, 0);
   plane(1, 1000, 0);
@@ -260,12 +253,16 @@ TEST_F(FieldMetricsTest, TwoFieldsOfOneNameAreRefused) {
 
 TEST(MetricsPage, WhatIsOutOfDateIsNotServedAndAgesGoOn) {
   using std::chrono::seconds;
-  MetricsPage page(seconds(10));
+  MetricsPage page;
   const auto labels = std::make_shared<const Labels>(Labels{{"device", "d"}});
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_THAT(page.families(begin), IsEmpty());
-  page.publish(std::make_shared<const MetricsSnapshot>(MetricsSnapshot{
-      begin, {{"field", "", MetricType::gauge, {{labels, 1}}}}, {}, {{labels, true, 2}}}));
+  page.publish(std::make_shared<const MetricsSnapshot>(
+      MetricsSnapshot{begin,
+                      seconds(10),
+                      {{"field", "", MetricType::gauge, {{labels, 1}}}},
+                      {},
+                      {{labels, true, 2}}}));
   for (const int later : {0, 10, 11}) {
     const Values values = valuesOf(page.families(begin + seconds(later)));
     EXPECT_EQ(values.at("tev_last_sample_age_seconds device=d"), 2 + later);
