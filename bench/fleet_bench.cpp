@@ -4,10 +4,12 @@
 // files.
 #include <benchmark/benchmark.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -15,6 +17,7 @@
 #include "bench/batch.h"
 #include "bench/compare.h"
 #include "bench/recording.h"
+#include "host/fleet/aggregate.h"
 #include "host/fleet/parquet_worker.h"
 
 namespace tev::bench {
@@ -129,6 +132,69 @@ BENCHMARK(fleetToParquet)
     ->Arg(10'000)
     ->UseManualTime()
     ->MinTime(0.5);
+
+std::size_t residentBytes() {
+  std::ifstream file("/proc/self/statm");
+  std::size_t all = 0;
+  std::size_t resident = 0;
+  file >> all >> resident;
+  return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+// What a worker's metrics cost beside that: the sums over all sources, from unpacked messages.
+void fleetAggregate(benchmark::State& state) {
+  constexpr std::size_t kRounds = 16;
+  const auto sources = static_cast<std::size_t>(state.range(0));
+  Messages shelf(1);
+  host::SchemaCache schemas(shelf, std::chrono::milliseconds(0));
+  const auto schema = schemas.of({makeSchema().schemas()[0].id});
+  std::vector<std::vector<std::uint8_t>> rounds;
+  Batch batch(kAdapters, kSeconds, 1'000'000);
+  for (std::size_t i = 0; i < kRounds; ++i, batch.advance())
+    rounds.emplace_back(batch.blocks().begin(), batch.blocks().end());
+  std::vector<host::MessageHead> heads(sources);
+  for (std::size_t i = 0; i < sources; ++i) heads[i].run = {"node-" + std::to_string(i), 1};
+
+  const std::size_t before = residentBytes();
+  host::Aggregate aggregate(std::chrono::seconds(60));
+  std::size_t round = 0;
+  double cpu = 0;
+  std::size_t messages = 0;
+  const auto work = [&] {
+    const double begin = cpuSeconds();
+    host::Contents contents;
+    contents.schema = schema;
+    contents.blocks = rounds[round++ % kRounds];
+    for (const host::MessageHead& head : heads) aggregate.taken(0, head, contents, 0);
+    cpu += cpuSeconds() - begin;
+    messages += sources;
+  };
+  work();  // makes the state of the sources
+  const std::size_t state_bytes = residentBytes() - before;
+  cpu = 0;
+  messages = 0;
+  std::vector<std::uint8_t> copied(rounds[0].size());
+  const auto copy = [&] {
+    for (std::size_t i = 0; i < sources; ++i) {
+      std::memcpy(copied.data(), rounds[i % kRounds].data(), copied.size());
+      benchmark::DoNotOptimize(copied.data());
+      benchmark::ClobberMemory();
+    }
+  };
+  const auto bytes = static_cast<double>(sources * rounds[0].size());
+  compare(
+      state, bytes, work, copy, [] {}, [] {}, 1);
+  const auto all = static_cast<double>(messages);
+  state.counters["cpu_ns_per_event"] = cpu * 1e9 / all / static_cast<double>(kEventsOfMessage);
+  state.counters["MB_per_cpu_s"] = all * static_cast<double>(rounds[0].size()) / cpu / 1e6;
+  state.counters["KB_per_source"] =
+      static_cast<double>(state_bytes) / 1e3 / static_cast<double>(sources);
+  state.counters["estimated_KB_per_source"] =
+      static_cast<double>(aggregate.memory()) / 1e3 / static_cast<double>(sources);
+  state.counters["families_us"] =
+      nanoseconds([&] { benchmark::DoNotOptimize(aggregate.families()); }, 10) * 1e-3;
+}
+BENCHMARK(fleetAggregate)->ArgName("sources")->Arg(10)->Arg(10'000)->UseManualTime()->MinTime(0.5);
 
 }  // namespace
 }  // namespace tev::bench

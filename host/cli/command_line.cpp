@@ -96,12 +96,12 @@ void readCapture(const CaptureOptions& capture, const CLI::App& command, RunOpti
   if (!capture.path.empty()) run.capture = capture;
 }
 
-void readPrometheus(const Given& given, RunOptions& run) {
+void readPrometheus(const Given& given, std::optional<PrometheusOptions>& options) {
   if (given.prometheus_peak && !given.prometheus)
     throw UsageError("--prometheus-peak needs --prometheus");
   if (!given.prometheus) return;
-  run.prometheus = PrometheusOptions{.address = *given.prometheus};
-  if (given.prometheus_peak) run.prometheus->peak = *given.prometheus_peak;
+  options = PrometheusOptions{.address = *given.prometheus};
+  if (given.prometheus_peak) options->peak = *given.prometheus_peak;
 }
 
 // The options of sending events.
@@ -231,7 +231,8 @@ void Parser::readRest() {
     throw UsageError("--rates and --window exclude each other");
   expectFormat(line.run, line.command);
   readCapture(given.capture, command(), line.run);
-  readPrometheus(given, line.run);
+  readPrometheus(given,
+                 line.command == Command::consume ? line.consume.prometheus : line.run.prometheus);
   if (line.command == Command::run) readBus(given, line.run);
   if (line.command == Command::consume) readConsume(given, line.consume);
   if (line.decode.span.from_usec >= line.decode.span.to_usec)

@@ -148,10 +148,7 @@ void addConsume(CLI::App& command, CommandLine& line, Given& given) {
                   "(default), none leaves this to the system")
             ->type_name("POLICY"),
         {"none", "range"});
-  addParsed(command, "--prometheus", options.prometheus, metricsAddress,
-            "Also serve the state of the worker to Prometheus, at http://ADDRESS:PORT/metrics; a "
-            "port alone is on loopback")
-      ->type_name("ADDRESS:PORT");
+  addPrometheusOptions(command, given);
 }
 
 void addTopics(CLI::App& command, CommandLine& line, Given&) {

@@ -4,9 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <iterator>
 #include <memory>
+#include <optional>
 #include <utility>
+#include <vector>
 
+#include "host/fleet/aggregate.h"
 #include "host/fleet/parquet_worker.h"
 #include "host/fleet/sink.h"
 #include "host/fleet/stream_worker.h"
@@ -119,7 +123,30 @@ double secondsSince(Clock::time_point begin) {
   return std::chrono::duration<double>(Clock::now() - begin).count();
 }
 
-void pollUntilTheEnd(FleetWorker& worker, Subscription& subscription, WorkerMetrics* metrics) {
+// The figures of the fleet beside those of the worker, for Prometheus.
+class Publication {
+ public:
+  // `metrics` may be null: then this does nothing.
+  Publication(const ConsumeOptions& options, WorkerMetrics* metrics, FleetWorker& worker)
+      : metrics_(metrics) {
+    if (!metrics_) return;
+    worker.observe(aggregate_.emplace(options.prometheus->peak));
+    Log::instance().say("tev-host: metrics: " + metrics_->url());
+  }
+
+  void update(const FleetCounts& counts, const std::vector<PartitionLag>& lags) {
+    if (!metrics_) return;
+    std::vector<MetricFamily> families = workerFamilies(counts, lags);
+    std::ranges::move(aggregate_->families(), std::back_inserter(families));
+    metrics_->publish(std::move(families));
+  }
+
+ private:
+  WorkerMetrics* metrics_;
+  std::optional<Aggregate> aggregate_;
+};
+
+void pollUntilTheEnd(FleetWorker& worker, Subscription& subscription, Publication& publication) {
   constexpr std::chrono::milliseconds kPatience{200};
   Progress progress;
   auto updated = Clock::now();
@@ -128,26 +155,21 @@ void pollUntilTheEnd(FleetWorker& worker, Subscription& subscription, WorkerMetr
     if (Clock::now() - updated < kUpdate) continue;
     worker.update();
     progress.show(worker.counts(), subscription, secondsSince(updated));
-    if (metrics) metrics->publish(worker.counts(), subscription.lags());
+    publication.update(worker.counts(), subscription.lags());
     updated = Clock::now();
   }
 }
 
 // Until the user ends it. A reader that closes the output ends it, too.
-void work(const ConsumeOptions& options, FleetWorker& worker, Subscription& subscription,
+void work(FleetWorker& worker, Subscription& subscription, Publication& publication,
           const std::function<FleetCounts()>& counts) {
   const auto begin = Clock::now();
-  std::unique_ptr<WorkerMetrics> metrics;
-  if (options.prometheus) {
-    metrics = std::make_unique<WorkerMetrics>(*options.prometheus);
-    Log::instance().say("tev-host: metrics: " + metrics->url());
-  }
   const auto finish = [&] {
     subscription.close();
     showOnStderr(summaryOf(counts(), secondsSince(begin)));
   };
   try {
-    pollUntilTheEnd(worker, subscription, metrics.get());
+    pollUntilTheEnd(worker, subscription, publication);
     worker.update();
   } catch (const ClosedPipe&) {   // the summary says what was read
   } catch (const Interrupted&) {  // the message is read again by the next owner of its partition
@@ -158,25 +180,31 @@ void work(const ConsumeOptions& options, FleetWorker& worker, Subscription& subs
   finish();
 }
 
-void consumeIntoRanges(const ConsumeOptions& options, Subscription& subscription, Intake& intake) {
+void consumeIntoRanges(const ConsumeOptions& options, Subscription& subscription, Intake& intake,
+                       WorkerMetrics* metrics) {
   RangeFolder folder(options.output, options.kafka.topic, options.is_forced_out);
   Retries retries;
   ParquetWorker worker(folder, settledLimits(options, folder), intake, subscription,
                        [&](const std::string&) { return retries.wait(); });
+  Publication publication(options, metrics, worker);
   // What is half written is thrown away.
-  work(options, worker, subscription, [&] { return worker.written(); });
+  work(worker, subscription, publication, [&] { return worker.written(); });
 }
 
-void consumeIntoStream(const ConsumeOptions& options, Subscription& subscription, Intake& intake) {
+void consumeIntoStream(const ConsumeOptions& options, Subscription& subscription, Intake& intake,
+                       WorkerMetrics* metrics) {
   const auto sink = makeSink(options);
   StreamWorker worker(*sink, intake, subscription);
-  work(options, worker, subscription, [&] { return worker.counts(); });
+  Publication publication(options, metrics, worker);
+  work(worker, subscription, publication, [&] { return worker.counts(); });
 }
 
 }  // namespace
 
 int consume(const ConsumeOptions& options) {
   const StopSignal stop_signal;
+  std::optional<WorkerMetrics> metrics;  // before this joins the group: the port may be in use
+  if (options.prometheus) metrics.emplace(options.prometheus->address);
   std::unique_ptr<SchemaShelf> shelf;
   std::unique_ptr<Subscription> subscription;
   try {
@@ -185,16 +213,17 @@ int consume(const ConsumeOptions& options) {
   } catch (const Interrupted&) {  // nothing was read
     return kExitFine;
   }
-  return consume(options, *subscription, *shelf);
+  return consume(options, *subscription, *shelf, metrics ? &*metrics : nullptr);
 }
 
-int consume(const ConsumeOptions& options, Subscription& subscription, SchemaShelf& shelf) {
+int consume(const ConsumeOptions& options, Subscription& subscription, SchemaShelf& shelf,
+            WorkerMetrics* metrics) {
   SchemaCache schemas(shelf, options.schema_patience);
   Intake intake(schemas);
   if (options.format == ConsumeFormat::parquet)
-    consumeIntoRanges(options, subscription, intake);
+    consumeIntoRanges(options, subscription, intake, metrics);
   else
-    consumeIntoStream(options, subscription, intake);
+    consumeIntoStream(options, subscription, intake, metrics);
   return kExitFine;
 }
 

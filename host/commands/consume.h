@@ -7,8 +7,9 @@
 
 #include "host/bus/subscription.h"
 #include "host/fleet/range.h"
+#include "host/fleet/worker_metrics.h"
 #include "host/kafka/settings.h"
-#include "host/metrics/listen_address.h"
+#include "host/metrics/prometheus_options.h"
 
 namespace tev::host {
 
@@ -22,7 +23,7 @@ struct ConsumeOptions {
   RangeLimits limits;
   bool limits_given = false;
   bool is_forced_out = true;  // each range is forced to the disk before it counts as done
-  std::optional<ListenAddress> prometheus;
+  std::optional<PrometheusOptions> prometheus;
   std::chrono::milliseconds schema_patience{10'000};
 };
 
@@ -30,7 +31,8 @@ struct ConsumeOptions {
 // Throws UsageError and RunError.
 int consume(const ConsumeOptions& options);
 
-// The same for any message bus.
-int consume(const ConsumeOptions& options, Subscription& subscription, SchemaShelf& shelf);
+// The same for any message bus. `metrics` may be null.
+int consume(const ConsumeOptions& options, Subscription& subscription, SchemaShelf& shelf,
+            WorkerMetrics* metrics);
 
 }  // namespace tev::host

@@ -44,24 +44,30 @@ std::string headingOf(const Series& series) {
 }
 
 // Series follow each other in the same order again and again, so the next one is compared first.
-const Series& SeriesTable::of(const Event& event) {
+const Series* SeriesTable::of(const Event& event, std::size_t most) {
   Entry* const expected = last_ ? last_->next : nullptr;
   if (expected && isKey(expected->key, event)) {
     last_ = expected;
-    return expected->series;
+    return &expected->series;
   }
-  Entry& found = find(event);
-  if (last_) last_->next = &found;
-  last_ = &found;
-  return found.series;
+  Entry* const found = find(event, most);
+  if (!found) return nullptr;
+  if (last_) last_->next = found;
+  last_ = found;
+  return &found->series;
 }
 
-SeriesTable::Entry& SeriesTable::find(const Event& event) {
+const Series& SeriesTable::of(const Event& event) {
+  return *of(event, SIZE_MAX);
+}
+
+SeriesTable::Entry* SeriesTable::find(const Event& event, std::size_t most) {
   key_.assign(reinterpret_cast<const char*>(&event.type->number), sizeof event.type->number);
   for (const Column& column : event.type->keys)
     key_.append(reinterpret_cast<const char*>(event.data + column.offset), sizeOf(column));
   const auto known = by_key_.find(key_);
-  return known != by_key_.end() ? *known->second : add(event);
+  if (known != by_key_.end()) return known->second;
+  return entries_.size() < most ? &add(event) : nullptr;
 }
 
 SeriesTable::Entry& SeriesTable::add(const Event& event) {

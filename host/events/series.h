@@ -34,6 +34,9 @@ class SeriesTable {
   // The event's series, which is added when it is new. Its address does not change.
   const Series& of(const Event& event);
 
+  // Null instead of a new series when there are so many already.
+  const Series* of(const Event& event, std::size_t most);
+
  private:
   struct Entry {
     Series series;
@@ -41,7 +44,7 @@ class SeriesTable {
     Entry* next = nullptr;  // the series that last followed this one
   };
 
-  Entry& find(const Event& event);
+  Entry* find(const Event& event, std::size_t most);
   Entry& add(const Event& event);
 
   std::deque<Entry> entries_;

@@ -28,6 +28,7 @@ std::optional<std::int64_t> ParquetWorker::assigned(std::int32_t partition) {
 void ParquetWorker::revoked(std::int32_t partition) {
   const auto found = partitions_.find(partition);
   if (found == partitions_.end()) return;
+  noteRevoked(partition);
   if (found->second.range) thrown_away_ += found->second.range->counts();
   partitions_.erase(found);
 }
@@ -70,6 +71,7 @@ void ParquetWorker::add(Partition& partition, const PartitionMessage& message) {
   if (partition.range->isFull(limits_, head, contents)) closeRange(message.partition, partition);
   partition.range->add(message.message, head, arrival, contents);
   partition.sequences.take(head);
+  noteTaken(message.partition, head, contents, arrival);
   sayArrival(speaker_, head, arrival);
 }
 

@@ -33,6 +33,10 @@ void StreamWorker::take(const PartitionMessage& message) {
   partition.is_committed = false;
 }
 
+void StreamWorker::revoked(std::int32_t partition) {
+  if (partitions_.erase(partition) > 0) noteRevoked(partition);
+}
+
 void StreamWorker::write(Partition& partition, const PartitionMessage& message) {
   const MessageHead head = headOf(message.message);
   const Arrival arrival = partition.sequences.judge(head);
@@ -44,6 +48,7 @@ void StreamWorker::write(Partition& partition, const PartitionMessage& message) 
   const Contents contents = intake_.read(message.message, head, arrival.taken);
   sink_.take(head, contents, arrival.taken);
   partition.sequences.take(head);
+  noteTaken(message.partition, head, contents, arrival);
   counts_.events += head.events - arrival.taken;
   counts_.bytes += head.size;
   (arrival.is_first ? counts_.unseen : counts_.lost) += arrival.lost;

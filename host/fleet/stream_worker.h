@@ -23,7 +23,7 @@ class StreamWorker final : public FleetWorker {
 
   std::optional<std::int64_t> assigned(std::int32_t partition) override;
   void take(const PartitionMessage& message) override;
-  void revoked(std::int32_t partition) override { partitions_.erase(partition); }
+  void revoked(std::int32_t partition) override;
 
   // Commits what is written.
   void update() override;

@@ -78,10 +78,10 @@ WorkerMetrics::WorkerMetrics(const ListenAddress& address)
         return *latest;
       }) {}
 
-void WorkerMetrics::publish(const FleetCounts& counts, const std::vector<PartitionLag>& lags) {
-  auto families = std::make_shared<const std::vector<MetricFamily>>(workerFamilies(counts, lags));
+void WorkerMetrics::publish(std::vector<MetricFamily> families) {
+  auto latest = std::make_shared<const std::vector<MetricFamily>>(std::move(families));
   const std::lock_guard lock(mutex_);
-  latest_ = std::move(families);
+  latest_.swap(latest);  // the old one is released after the lock, if no scrape uses it
 }
 
 }  // namespace tev::host

@@ -17,13 +17,13 @@ namespace tev::host {
 std::vector<MetricFamily> workerFamilies(const FleetCounts& counts,
                                          const std::vector<PartitionLag>& lags);
 
-// Serves the state that was published last. One thread publishes.
+// Serves what was published last. One thread publishes.
 class WorkerMetrics {
  public:
   // Serves from now on. Throws UsageError and RunError.
   explicit WorkerMetrics(const ListenAddress& address);
 
-  void publish(const FleetCounts& counts, const std::vector<PartitionLag>& lags);
+  void publish(std::vector<MetricFamily> families);
 
   const std::string& url() const { return exporter_.url(); }
 
