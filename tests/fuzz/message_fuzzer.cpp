@@ -7,11 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "host/fleet/aggregate.h"
 #include "host/fleet/parquet_worker.h"
 #include "host/fleet/stream_worker.h"
 #include "src/data/schema/schema_id.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/host/fleet/fake_bus.h"
+#include "tests/host/metrics/values.h"
 #include "tests/support/temp_tree.h"
 
 namespace {
@@ -148,11 +150,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   SchemaCache schemas(bus, std::chrono::milliseconds(0));
   Intake intake(schemas);
   tev::test::FakeSubscription subscription(bus);
+  Aggregate aggregate(std::chrono::seconds(60));
   if (bits & kStream) {
     std::filesystem::create_directories(path);
     for (const auto& sink : {makeJsonlSink(path + "/lines"), makeCsvSink(path + "/tables"),
                              makeCaptureSink(path + "/captures")}) {
       StreamWorker worker(*sink, intake, subscription);
+      worker.observe(aggregate);
       subscription.join(worker);
       subscription.position = 0;
       subscription.poll(worker, bus.log.size(), {});
@@ -163,10 +167,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     RangeFolder folder(path, "t", false);
     ParquetWorker worker(folder, folder.settle(kLimits), intake, subscription,
                          [](const std::string&) { return false; });
+    worker.observe(aggregate);
     subscription.join(worker);
     subscription.poll(worker, bus.log.size(), {});
     checkFolder(path, worker.written());
     check(worker.written().messages >= sent, "the last range has ended");
   }
+  tev::test::valuesOf(aggregate.families());  // throws when a metric is there twice
   return 0;
 }
