@@ -7,6 +7,9 @@
 namespace tev::host {
 namespace {
 
+// How long after its end a window stays open for late samples, besides its own length.
+constexpr std::uint64_t kGraceUsec = 1'000'000;
+
 // By track.
 std::vector<TrackMark> marksOf(const SeriesFigures& series) {
   std::vector<TrackMark> marks;
@@ -45,6 +48,14 @@ Comparison& comparisonOf(std::vector<Comparison>& all, const std::string& field)
 
 std::uint64_t SeriesWindow::quantile(std::size_t field, double q) const {
   return std::clamp(buckets[field].quantile(q, samples), fields[field].min, fields[field].max);
+}
+
+bool isPartial(const SeriesWindow& window, std::uint64_t interval_usec, bool is_last) {
+  const std::uint64_t usual = interval_usec + interval_usec / 2;
+  const SeriesFigures& series = *window.series;
+  const bool is_first = series.first_usec >= window.begin_usec;
+  return (is_first && series.first_usec - window.begin_usec > usual) ||
+         (is_last && window.end_usec - series.last_usec > usual);
 }
 
 Windows::Windows(const Figures& figures, std::uint64_t length_usec, Receiver receiver)
@@ -118,6 +129,16 @@ void Windows::complete(std::uint64_t before_usec) {
       close(one, marksOf(*one.window.series));
   for (Group& group : groups_)
     if (group.complete > 0 && group.begin_usec + length_usec_ <= before_usec) emit(group);
+}
+
+void Windows::update(std::uint64_t now_usec) {
+  const std::uint64_t patience = length_usec_ + kGraceUsec;
+  if (now_usec > patience) complete(now_usec - patience);
+}
+
+void Windows::end() {
+  is_ending_ = true;
+  complete(UINT64_MAX);
 }
 
 void Windows::close(Current& current, const std::vector<TrackMark>& end) {

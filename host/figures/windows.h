@@ -50,6 +50,10 @@ struct SeriesWindow {
   std::uint64_t quantile(std::size_t field, double q) const;
 };
 
+// Whether the series begins or ends within this window, by more than an interval and a half. A
+// series ends only with the run: `is_last`. `interval_usec` may be 0: not known.
+bool isPartial(const SeriesWindow& window, std::uint64_t interval_usec, bool is_last);
+
 struct DeviceWindow {
   std::string device;
   std::uint64_t begin_usec = 0;
@@ -73,6 +77,17 @@ class Windows {
   // Completes the windows that ended before this time. Samples may come later than their time
   // stamps say, so it should be well in the past.
   void complete(std::uint64_t before_usec);
+
+  // Completes the windows for which no late samples are expected any more.
+  void update(std::uint64_t now_usec);
+
+  // Completes all windows: the run has ended.
+  void end();
+
+  // Of a window that the receiver gets.
+  bool isPartial(const SeriesWindow& window) const {
+    return host::isPartial(window, figures_.intervalUsec(), is_ending_);
+  }
 
  private:
   // What is kept of a plane until all planes of its device are complete.
@@ -113,6 +128,7 @@ class Windows {
   Receiver receiver_;
   std::vector<Current> current_;  // by the series' number
   std::vector<Group> groups_;
+  bool is_ending_ = false;
 };
 
 }  // namespace tev::host

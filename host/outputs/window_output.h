@@ -1,7 +1,6 @@
 // The base of outputs that write a record per window instead of the events.
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,10 +12,6 @@ namespace tev::host {
 
 std::unique_ptr<Output> makeWindowJsonl(const OutputSetup& setup);
 std::unique_ptr<Output> makeWindowCsv(const OutputSetup& setup);
-
-// Whether the series begins or ends within this window, by more than an interval and a half. A
-// series ends only with the run: `is_last`. `interval_usec` may be 0: not known.
-bool isPartial(const SeriesWindow& window, std::uint64_t interval_usec, bool is_last);
 
 class WindowOutput : public TextOutput {
  public:
@@ -35,9 +30,7 @@ class WindowOutput : public TextOutput {
   // Appends the lines of what the last update found.
   virtual void append(std::string& out, const RunStatus& status) = 0;
 
-  bool isPartial(const SeriesWindow& window) const {
-    return host::isPartial(window, figures_.intervalUsec(), is_ending_);
-  }
+  bool isPartial(const SeriesWindow& window) const { return windows_.isPartial(window); }
 
   static constexpr char kCauses = '\0';  // not part of any text
 
@@ -53,9 +46,7 @@ class WindowOutput : public TextOutput {
   void write(const RunStatus& status);
 
   Windows windows_;
-  std::uint64_t length_usec_;
   std::vector<Pending> pending_;
-  bool is_ending_ = false;
 };
 
 }  // namespace tev::host

@@ -8,7 +8,6 @@
 #include <random>
 
 #include "host/events/decoder.h"
-#include "host/outputs/window_output.h"
 #include "tests/host/sample_types.h"
 
 namespace tev::host {
