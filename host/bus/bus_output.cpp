@@ -24,19 +24,26 @@ std::unique_ptr<BatchStore> makeStore(const BusOptions& options, const CaptureHe
 }  // namespace
 
 BusOutput::BusOutput(const BusOptions& options, std::unique_ptr<Publisher> publisher,
-                     const CaptureHead& head, const SchemaView& schema)
+                     const CaptureHead& head, const SchemaView& schema,
+                     std::unique_ptr<WindowEvents> windows)
     : name_(publisher->name()),
+      windows_(std::move(windows)),
       sender_(std::move(publisher),
               makeStore(options, head, [this](const Batch& batch) { undelivered_.add(batch); }),
               [this](const Batch& batch) { undelivered_.add(batch); }),
-      batcher_({options.source, randomNumber()}, schema,
+      batcher_({options.source, randomNumber()}, windows_ ? windows_->schema() : schema,
                [this](Batch batch) { sender_.push(std::move(batch)); }) {}
 
 void BusOutput::blocks(Blocks blocks) {
-  batcher_.add(blocks);
+  if (!windows_) batcher_.add(blocks);
 }
 
-void BusOutput::update(const RunStatus&) {
+void BusOutput::event(const Event& event, const Series& series) {
+  windows_->sample(event, series);
+}
+
+void BusOutput::update(const RunStatus& status) {
+  if (windows_) batcher_.add(windows_->update(status.now_usec));
   batcher_.close();
 }
 
@@ -46,6 +53,7 @@ void BusOutput::end(const RunStatus&) {
 
 // Also after a run that failed: what has arrived is sent.
 void BusOutput::leave() {
+  if (windows_) batcher_.add(windows_->end());
   batcher_.close();
   LastWait wait(name_);
   sender_.finish(LastWait::kLongest, [&wait] { return wait.isCutShort(); });
@@ -53,11 +61,12 @@ void BusOutput::leave() {
 
 std::string BusOutput::summary() const {
   const SenderTotals totals = sender_.totals();
-  std::string text = fmt::format("  sent {} in {} ({}B) to {}", counted(totals.events, "event"),
+  const char* const unit = windows_ ? "window" : "event";
+  std::string text = fmt::format("  sent {} in {} ({}B) to {}", counted(totals.events, unit),
                                  counted(totals.messages, "message"),
                                  shortNumber(static_cast<double>(totals.bytes)), name_);
   if (const std::uint64_t events = undelivered_.events(); events > 0)
-    text += fmt::format("; {} undelivered", counted(events, "event"));
+    text += fmt::format("; {} undelivered", counted(events, unit));
   if (const std::string left = sender_.leftText(); !left.empty()) text += "; " + left;
   return text + "\n";
 }

@@ -1,4 +1,4 @@
-// Sends the blocks of a run over a message bus.
+// Sends the blocks of a run, or its windows, over a message bus.
 #pragma once
 
 #include <cstddef>
@@ -14,16 +14,23 @@
 #include "host/bus/spool_and_memory.h"
 #include "host/bus/undelivered.h"
 #include "host/outputs/output.h"
+#include "host/outputs/window_events.h"
 
 namespace tev::host {
 
 class BusOutput final : public Output {
  public:
-  // `head` describes the run for the files of a spool. `schema` must outlive this. Throws RunError.
+  // `head` describes the run for the files of a spool. `schema` must outlive this. With `windows`,
+  // which may be null, these are sent instead of the events. Throws RunError.
   BusOutput(const BusOptions& options, std::unique_ptr<Publisher> publisher,
-            const CaptureHead& head, const SchemaView& schema);
+            const CaptureHead& head, const SchemaView& schema,
+            std::unique_ptr<WindowEvents> windows);
 
+  const Projection* projection() const override {
+    return windows_ ? &windows_->projection() : nullptr;
+  }
   void blocks(Blocks blocks) override;
+  void event(const Event& event, const Series& series) override;
   void update(const RunStatus& status) override;
   void end(const RunStatus& status) override;
   void leave() override;
@@ -38,6 +45,7 @@ class BusOutput final : public Output {
 
  private:
   std::string name_;  // of the bus
+  std::unique_ptr<WindowEvents> windows_;
   Undelivered undelivered_;
   Sender sender_;
   Batcher batcher_;

@@ -1,4 +1,4 @@
-// Counts the samples that did not reach the bus.
+// Counts the samples that did not reach the bus, or whose windows did not.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,10 @@
 #include <vector>
 
 #include "host/bus/message.h"
+#include "host/events/decoder.h"
 #include "host/events/event_source.h"
 #include "host/events/schema_view.h"
+#include "host/events/series.h"
 
 namespace tev::host {
 
@@ -25,9 +27,22 @@ class Undelivered {
   std::uint64_t events() const;
 
  private:
+  // The samples of a device are those of one of its series.
+  struct Schema {
+    explicit Schema(SchemaView schema);
+
+    SchemaView view;
+    std::vector<const Column*> samples;  // by the type's number; null: an event is one sample
+    bool has_devices = false;            // types whose only key is the device
+    SeriesTable series;
+    std::map<std::string, const Series*> counted;  // by device
+  };
+
+  void count(Schema& schema, const Event& event);
+
   mutable std::mutex mutex_;
-  std::map<std::vector<std::string>, SchemaView> schemas_;  // by their ids
-  std::map<std::string, std::uint64_t> samples_;            // by device
+  std::map<std::vector<std::string>, Schema> schemas_;  // by their ids
+  std::map<std::string, std::uint64_t> samples_;        // by device
   std::uint64_t events_ = 0;
 };
 

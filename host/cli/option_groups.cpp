@@ -227,7 +227,7 @@ void addWritingOptions(CLI::App& command, RunOptions& options) {
         return std::chrono::milliseconds(wholeNumber(name, text, kMaxUpdate));
       },
       "With jsonl and csv: instead of the events, write the figures of each series per window of "
-      "this length, among them the highest rate of a single sample")
+      "this length, among them the highest rate of a single sample; run --kafka sends these")
       ->type_name("MILLISECONDS");
   addParsed(
       command, "--samples", options.samples,

@@ -65,6 +65,19 @@ CaptureHead headOf(const RunOptions& options, const PluginSource& source,
   return head;
 }
 
+std::unique_ptr<BusOutput> makeBus(const RunOptions& options, std::unique_ptr<Publisher> publisher,
+                                   CaptureHead head, const Figures& figures) {
+  if (!publisher) return nullptr;
+  std::unique_ptr<WindowEvents> windows;
+  if (const auto length = windowUsec(options)) {
+    windows = std::make_unique<WindowEvents>(figures, *length);
+    head.interval_usec = *length;
+    head.clear_on_read = false;
+  }
+  return std::make_unique<BusOutput>(options.bus, std::move(publisher), head,
+                                     figures.projection().schema(), std::move(windows));
+}
+
 }  // namespace
 
 std::unique_ptr<MetricsServer> serveMetrics(const RunOptions& options) {
@@ -86,9 +99,7 @@ RunOutputs::RunOutputs(const RunOptions& options, const PluginSource& source,
   const CaptureHead head = headOf(options, source, figures.intervalUsec(), clear_on_read);
   if (options.capture)
     capture_ = std::make_unique<CaptureOutput>(*options.capture, head, source.schema());
-  if (connections.bus)
-    bus_ =
-        std::make_unique<BusOutput>(options.bus, std::move(connections.bus), head, source.schema());
+  bus_ = makeBus(options, std::move(connections.bus), head, figures);
   metrics_ = makeMetrics(std::move(connections.metrics), options, figures, bus_.get());
 
   // What a killed run has recorded is in the spool, too. A capture is created before another output

@@ -11,20 +11,18 @@
 #include "host/support/errors.h"
 
 namespace tev::host {
-namespace {
 
 std::optional<std::uint64_t> windowUsec(const RunOptions& options) {
   if (!options.window) return std::nullopt;
   return static_cast<std::uint64_t>(std::chrono::microseconds(*options.window).count());
 }
 
-}  // namespace
-
 const OutputFormat& formatFor(const RunOptions& options, const OutputFile& file) {
   const bool derived = options.rates || options.window;
   const OutputFormat* format = options.format;
   if (!format) format = findOutputFormat(file.isTerminal() && !derived ? "table" : "jsonl");
-  if (derived && format->kind != FormatKind::records)
+  const bool sends_windows = !options.rates && !options.kafka.brokers.empty();
+  if (derived && format->kind != FormatKind::records && !sends_windows)
     throw UsageError(
         fmt::format("{} needs --format jsonl or csv", options.rates ? "--rates" : "--window"));
   return *format;

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,9 @@ namespace tev::host {
 // The chosen format; by default the table on a terminal. Throws UsageError when the format does not
 // fit the other options.
 const OutputFormat& formatFor(const RunOptions& options, const OutputFile& file);
+
+// The length of the windows; nothing: events are written.
+std::optional<std::uint64_t> windowUsec(const RunOptions& options);
 
 // The files that the options name and that are read.
 std::vector<std::string> inputsOf(const RunOptions& options);
