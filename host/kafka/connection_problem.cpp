@@ -20,8 +20,8 @@ enum class Use : std::uint8_t {
 // A text of the library, and what it means.
 struct Row {
   std::string_view pattern;
-  Kind kind;
   const char* meaning;
+  Kind kind;
   Use use = Use::alone;
 };
 
@@ -35,46 +35,47 @@ constexpr char kNoSasl[] = "they expect none (security.protocol)";
 
 // The first row whose pattern occurs counts.
 constexpr Row kRows[] = {
-    {"Name or service not known", Kind::unreachable, "no host has this name"},
-    {"Failed to resolve", Kind::unreachable, "the host's name cannot be resolved"},
-    {" failed: Connection refused", Kind::unreachable, "the connection was refused"},
-    {"Invalid response size", Kind::unreachable, kNoBroker},
-    {"Protocol parse failure", Kind::unreachable, kNoBroker},
-    {"Disconnected while requesting ApiVersion", Kind::unreachable, kNoBroker, Use::at_start},
-    {"ApiVersionRequest failed: Local: Timed out", Kind::unreachable, kNoAnswer},
-    {"ApiVersionRequest", Kind::unreachable, kNoBroker},
-    {"broker might require SASL", Kind::unreachable,
+    {"Name or service not known", "no host has this name", Kind::unreachable},
+    {"Failed to resolve", "the host's name cannot be resolved", Kind::unreachable},
+    {" failed: Connection refused", "the connection was refused", Kind::unreachable},
+    {"Invalid response size", kNoBroker, Kind::unreachable},
+    {"Protocol parse failure", kNoBroker, Kind::unreachable},
+    {"Disconnected while requesting ApiVersion", kNoBroker, Kind::unreachable, Use::at_start},
+    {"ApiVersionRequest failed: Local: Timed out", kNoAnswer, Kind::unreachable},
+    {"ApiVersionRequest", kNoBroker, Kind::unreachable},
+    {"broker might require SASL",
      "the connection was closed, perhaps because credentials are needed (security.protocol, "
      "sasl.mechanisms)",
-     Use::at_start},
-    {"not valid in current SASL state", Kind::credentials, kNoSasl},
-    {"SASL Handshake not supported", Kind::credentials, kNoSasl},
-    {"broker's supported mechanisms: ", Kind::credentials, "sasl.mechanisms must be one of ",
+     Kind::unreachable, Use::at_start},
+    {"not valid in current SASL state", kNoSasl, Kind::credentials},
+    {"SASL Handshake not supported", kNoSasl, Kind::credentials},
+    {"broker's supported mechanisms: ", "sasl.mechanisms must be one of ", Kind::credentials,
      Use::with_detail},
-    {"SASL authentication error: ", Kind::credentials, "", Use::with_detail},
-    {"SaslAuthenticateRequest failed: ", Kind::credentials, "", Use::with_detail},
-    {"check client ", Kind::credentials, "the connection was closed during the authentication"},
-    {"certificate verify failed", Kind::tls,
-     "the broker's certificate is not trusted (ssl.ca.location), or is not for this name"},
-    {"PLAINTEXT broker listener", Kind::tls, kNoTls},
-    {"wrong version number", Kind::tls, kNoTls},
-    {"client SSL authentication might be required", Kind::tls, kNoCertificate},
-    {"alert bad certificate", Kind::tls, kNoCertificate},
-    {"certificate required", Kind::tls, kNoCertificate},
-    {"unexpected eof while reading", Kind::unreachable,
+    {"SASL authentication error: ", "", Kind::credentials, Use::with_detail},
+    {"SaslAuthenticateRequest failed: ", "", Kind::credentials, Use::with_detail},
+    {"check client ", "the connection was closed during the authentication", Kind::credentials},
+    {"certificate verify failed",
+     "the broker's certificate is not trusted (ssl.ca.location), or is not for this name",
+     Kind::tls},
+    {"PLAINTEXT broker listener", kNoTls, Kind::tls},
+    {"wrong version number", kNoTls, Kind::tls},
+    {"client SSL authentication might be required", kNoCertificate, Kind::tls},
+    {"alert bad certificate", kNoCertificate, Kind::tls},
+    {"certificate required", kNoCertificate, Kind::tls},
+    {"unexpected eof while reading",
      "the TLS connection was closed, perhaps because the broker does not use TLS "
      "(security.protocol)",
-     Use::at_start},
-    {"unexpected eof while reading", Kind::unreachable, "the connection was closed"},
-    {"SSL handshake failed: Disconnected", Kind::unreachable, "the connection was closed"},
-    {"SSL routines::", Kind::tls, "", Use::with_detail},
-    {"Connection setup timed out", Kind::unreachable, kNoAnswer},
-    {"timed out", Kind::unreachable, "the answer did not come in time"},
-    {"SSL", Kind::tls, "the handshake failed"},
-    {"isconnected", Kind::unreachable, "the connection was closed"},
-    {"SASL ", Kind::credentials, "", Use::with_detail},
-    {"brokers are down", Kind::unreachable, "no connection is left"},
-    {" failed: ", Kind::unreachable, "", Use::with_detail},  // of a system call
+     Kind::unreachable, Use::at_start},
+    {"unexpected eof while reading", "the connection was closed", Kind::unreachable},
+    {"SSL handshake failed: Disconnected", "the connection was closed", Kind::unreachable},
+    {"SSL routines::", "", Kind::tls, Use::with_detail},
+    {"Connection setup timed out", kNoAnswer, Kind::unreachable},
+    {"timed out", "the answer did not come in time", Kind::unreachable},
+    {"SSL", "the handshake failed", Kind::tls},
+    {"isconnected", "the connection was closed", Kind::unreachable},
+    {"SASL ", "", Kind::credentials, Use::with_detail},
+    {"brokers are down", "no connection is left", Kind::unreachable},
+    {" failed: ", "", Kind::unreachable, Use::with_detail},  // of a system call
 };
 
 // "ssl://host:9092/bootstrap: Connect to ... (after 0ms in state CONNECT, 1 identical error(s)
