@@ -22,11 +22,10 @@ bool LastWait::isCutShort() {
   if (waited < kUsual) return false;
   if (StopSignal::requests() > requests_before_) return true;
   if (!std::exchange(said_, true))
-    Log::instance().say(
-        fmt::format("tev-host: waiting for {}; Ctrl-C ends the wait", what_));
+    Log::instance().say(fmt::format("tev-host: waiting for {}; Ctrl-C ends the wait", what_));
   if (waited < kLongest) return false;
-  Log::instance().say(fmt::format("tev-host: waited {} s for {}: the program ends now",
-                                  kLongest.count(), what_));
+  Log::instance().say(
+      fmt::format("tev-host: waited {} s for {}: the program ends now", kLongest.count(), what_));
   return true;
 }
 

@@ -70,8 +70,7 @@ TEST_F(RunTest, OneSigtermIsSufficientWhenThePluginDoesNotStop) {
   process.signal(SIGTERM);
   const Result result = process.finish();
   EXPECT_EQ(result.exit, 1);
-  EXPECT_THAT(result.err,
-              HasSubstr("waited 10 s for the plug-in to stop: the program ends now"));
+  EXPECT_THAT(result.err, HasSubstr("waited 10 s for the plug-in to stop: the program ends now"));
   EXPECT_THAT(result.err, HasSubstr("fake_plane"));
 }
 
