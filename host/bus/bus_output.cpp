@@ -47,12 +47,7 @@ void BusOutput::update(const RunStatus& status) {
   batcher_.close();
 }
 
-void BusOutput::end(const RunStatus&) {
-  leave();
-}
-
-// Also after a run that failed: what has arrived is sent.
-void BusOutput::leave() {
+void BusOutput::sendRest() {
   if (windows_) batcher_.add(windows_->end());
   batcher_.close();
   LastWait wait(name_);

@@ -32,8 +32,8 @@ class BusOutput final : public Output {
   void blocks(Blocks blocks) override;
   void event(const Event& event, const Series& series) override;
   void update(const RunStatus& status) override;
-  void end(const RunStatus& status) override;
-  void leave() override;
+  void sendRest() override;
+  void leave() override { sendRest(); }  // also after a run that failed
   void addCounts(std::vector<DeviceCounts>& counts) const override { undelivered_.addTo(counts); }
 
   std::uint64_t undeliveredEvents() const { return undelivered_.events(); }

@@ -27,7 +27,9 @@ Sender::Sender(std::unique_ptr<Publisher> publisher, std::unique_ptr<BatchStore>
                BatchStore::Dropped refused)
     : publisher_(std::move(publisher)),
       refused_(std::move(refused)),
+      was_connected_(publisher_->isConnected()),
       store_(std::move(store)),
+      totals_{.is_connected = was_connected_},
       thread_([this] { work(); }) {}
 
 Sender::~Sender() {
@@ -205,9 +207,10 @@ void Sender::showConnection() {
   if (is_connected == !disconnected_) return;
   if (is_connected) {
     const std::chrono::duration<double> lasted = Clock::now() - *disconnected_;
-    Log::instance().say(fmt::format("tev-host: {} answer again, after {:.1f} s", publisher_->name(),
-                                    lasted.count()));
+    Log::instance().say(fmt::format("tev-host: {} answer{}, after {:.1f} s", publisher_->name(),
+                                    was_connected_ ? " again" : "", lasted.count()));
     disconnected_.reset();
+    was_connected_ = true;
   } else {
     Log::instance().say(fmt::format("tev-host: {} cannot be reached", publisher_->name()));
     disconnected_ = Clock::now();

@@ -28,7 +28,9 @@ struct SenderTotals {
 
 class Sender {
  public:
-  // `refused` gets the batches that the bus does not take, on the sender's thread.
+  // `refused` gets the batches that the bus does not take, on the sender's thread; and in finish()
+  // those that the bus has not acknowledged and the store does not keep. That the publisher is not
+  // connected has been said.
   Sender(std::unique_ptr<Publisher> publisher, std::unique_ptr<BatchStore> store,
          BatchStore::Dropped refused);
 
@@ -87,8 +89,10 @@ class Sender {
   std::set<std::string> schemas_;  // ids that were published or are in flight
   std::uint64_t next_number_ = 0;
   bool is_restart_due_ = false;
-  std::string said_;  // the last problem
-  std::optional<std::chrono::steady_clock::time_point> disconnected_;
+  std::string said_;    // the last problem
+  bool was_connected_;  // at the start, or later
+  std::optional<std::chrono::steady_clock::time_point> disconnected_ =
+      was_connected_ ? std::nullopt : std::optional(std::chrono::steady_clock::now());
 
   mutable std::mutex mutex_;
   std::condition_variable changed_;

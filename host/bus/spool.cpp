@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/capture/capture_output.h"
 #include "host/support/errors.h"
 #include "host/support/log.h"
 #include "host/support/number_text.h"
@@ -117,6 +118,7 @@ bool Spool::keep(const Batch& batch) {
 void Spool::beginFile(const Batch& batch) {
   endFile();
   const std::uint64_t number = files_.empty() ? 1 : files_.back().number + 1;
+  head_.start = readClocks();
   head_.bus_source = batch.run.source;
   head_.bus_run = runText(batch.run.start);
   head_.schemas = batch.schemas->texts;
@@ -175,12 +177,12 @@ std::optional<StoredBatch> Spool::next() {
 void Spool::openReader(const File& file) {
   auto reader = std::make_unique<ChunkReader>(pathOf(file.number));
   const CaptureHead head = reader->readHead();
+  if (head.bus_source.empty() || head.schema_ids.size() != head.schemas.size())
+    throw RunError(asPrintable(reader->path()) + ": it is not the file of a spool");
   run_ = {head.bus_source, runFromText(head.bus_run)};
   auto schemas = std::make_shared<RunSchemas>();
   schemas->ids = head.schema_ids;
   schemas->texts = head.schemas;
-  if (run_.source.empty() || schemas->ids.size() != schemas->texts.size())
-    throw RunError(asPrintable(reader->path()) + ": it is not the file of a spool");
   schemas_ = std::move(schemas);
   numbers_.reset();
   follows_.reset();
@@ -254,8 +256,10 @@ void Spool::giveUp(File& file, const std::string& problem) {
 bool Spool::giveUpOldest() {
   if (files_.empty() || isWritten(files_.front())) return false;
   File& file = files_.front();
-  sayOnce(fmt::format("the spool {} is full: the oldest events are given up",
-                      asPrintable(options_.folder)));
+  if (!std::exchange(is_full_, true))
+    Log::instance().say(
+        fmt::format("tev-host: the spool {} is full: the oldest events are given up",
+                    asPrintable(options_.folder)));
   if (!file.is_read) {
     try {
       while (const auto batch = readFrom(file)) dropped_(*batch);
@@ -289,6 +293,7 @@ void Spool::removeDone() {
 
 void Spool::remove(const File& file) {
   bytes_ -= file.bytes;
+  if (bytes_ < options_.most_bytes / 2) is_full_ = false;
   const std::string path = pathOf(file.number);
   if (unlink(path.c_str()) != 0 && errno != ENOENT)
     sayOnce(fmt::format("cannot remove {}: {}", asPrintable(path),

@@ -79,6 +79,7 @@ class Spool final : public BatchStore {
   std::unique_ptr<CaptureFile> writer_;  // of the last file
   std::uint64_t unread_ = 0;             // batches of the last file, if it is written
   bool is_failing_ = false;              // the disk did not take the last batch
+  bool is_full_ = false;                 // that files are given up has been said
 
   std::unique_ptr<ChunkReader> reader_;  // of the first file that is not read
   RunId run_;                            // of the batches of this file

@@ -230,7 +230,7 @@ void Parser::readRest() {
   if (line.run.rates && line.run.window)
     throw UsageError("--rates and --window exclude each other");
   expectFormat(line.run, line.command);
-  readCapture(given.capture, command(), line.run);
+  if (line.command != Command::consume) readCapture(given.capture, command(), line.run);
   readPrometheus(given,
                  line.command == Command::consume ? line.consume.prometheus : line.run.prometheus);
   if (line.command == Command::run) readBus(given, line.run);

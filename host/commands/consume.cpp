@@ -35,21 +35,11 @@ constexpr std::chrono::seconds kLongestRetry{240};  // then the group gives the 
 constexpr std::chrono::milliseconds kUpdate{1000};
 constexpr std::size_t kMostMessages = 500;  // of a poll
 
-// Waits before a write is repeated.
-class Retries {
- public:
-  bool wait() {
-    const auto now = Clock::now();
-    if (now - last_ > 2 * kRetry) begin_ = now;  // the last one has succeeded
-    StopSignal::waitUntil(now + kRetry);
-    last_ = Clock::now();
-    return StopSignal::requests() == 0 && last_ - begin_ < kLongestRetry;
-  }
-
- private:
-  Clock::time_point begin_;
-  Clock::time_point last_;
-};
+// Waits before a write is repeated that has been failing for so long. False: it is given up.
+bool isWorthAnother(Clock::duration failing) {
+  StopSignal::waitUntil(Clock::now() + kRetry);
+  return StopSignal::requests() == 0 && failing < kLongestRetry;
+}
 
 RangeLimits settledLimits(const ConsumeOptions& options, RangeFolder& folder) {
   const RangeLimits limits = folder.settle(options.limits);
@@ -134,9 +124,9 @@ class Publication {
     Log::instance().say("tev-host: metrics: " + metrics_->url());
   }
 
-  void update(const FleetCounts& counts, const std::vector<PartitionLag>& lags) {
+  void update(const FleetCounts& counts, Subscription& subscription) {
     if (!metrics_) return;
-    std::vector<MetricFamily> families = workerFamilies(counts, lags);
+    std::vector<MetricFamily> families = workerFamilies(counts, subscription.lags());
     std::ranges::move(aggregate_->families(), std::back_inserter(families));
     metrics_->publish(std::move(families));
   }
@@ -155,7 +145,7 @@ void pollUntilTheEnd(FleetWorker& worker, Subscription& subscription, Publicatio
     if (Clock::now() - updated < kUpdate) continue;
     worker.update();
     progress.show(worker.counts(), subscription, secondsSince(updated));
-    publication.update(worker.counts(), subscription.lags());
+    publication.update(worker.counts(), subscription);
     updated = Clock::now();
   }
 }
@@ -183,9 +173,8 @@ void work(FleetWorker& worker, Subscription& subscription, Publication& publicat
 void consumeIntoRanges(const ConsumeOptions& options, Subscription& subscription, Intake& intake,
                        WorkerMetrics* metrics) {
   RangeFolder folder(options.output, options.kafka.topic, options.is_forced_out);
-  Retries retries;
   ParquetWorker worker(folder, settledLimits(options, folder), intake, subscription,
-                       [&](const std::string&) { return retries.wait(); });
+                       isWorthAnother);
   Publication publication(options, metrics, worker);
   // What is half written is thrown away.
   work(worker, subscription, publication, [&] { return worker.written(); });

@@ -87,6 +87,8 @@ void ParquetWorker::closeRange(std::int32_t number, Partition& partition) {
 }
 
 void ParquetWorker::publish(std::int32_t number, const Partition& partition) {
+  using Clock = std::chrono::steady_clock;
+  std::optional<Clock::time_point> failing;
   while (true) {
     try {
       folder_.publish(number, *partition.range, partition.sequences);
@@ -94,7 +96,8 @@ void ParquetWorker::publish(std::int32_t number, const Partition& partition) {
       return;
     } catch (const RunError& error) {
       speaker_.sayOnce("writing", fmt::format("{}; trying again, nothing is lost", error.what()));
-      if (!patience_(error.what())) throw;
+      if (!failing) failing = Clock::now();
+      if (!patience_(Clock::now() - *failing)) throw;
     }
   }
 }

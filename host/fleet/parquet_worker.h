@@ -1,6 +1,7 @@
 // A worker that writes the messages of its partitions into a folder, each event once.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -22,8 +23,9 @@ namespace tev::host {
 // Memory: the packed messages of one range for each partition, and the state of its sequences.
 class ParquetWorker final : public FleetWorker {
  public:
-  // Called when writing has failed, with the reason. Waits; false: it is not worth going on.
-  using Patience = std::function<bool(const std::string& problem)>;
+  // Called when writing has failed, with the time since the first failure. Waits; false: it is not
+  // worth going on.
+  using Patience = std::function<bool(std::chrono::steady_clock::duration failing)>;
 
   // The arguments must outlive this.
   ParquetWorker(RangeFolder& folder, const RangeLimits& limits, Intake& intake,

@@ -40,9 +40,9 @@ void StreamWorker::revoked(std::int32_t partition) {
 void StreamWorker::write(Partition& partition, const PartitionMessage& message) {
   const MessageHead head = headOf(message.message);
   const Arrival arrival = partition.sequences.judge(head);
-  counts_.repeated += arrival.taken;
   if (arrival.kind == Arrival::Kind::repeat) {
     ++counts_.repeats;
+    counts_.repeated += head.events;
     return;
   }
   const Contents contents = intake_.read(message.message, head, arrival.taken);
@@ -50,6 +50,7 @@ void StreamWorker::write(Partition& partition, const PartitionMessage& message) 
   partition.sequences.take(head);
   noteTaken(message.partition, head, contents, arrival);
   counts_.events += head.events - arrival.taken;
+  counts_.repeated += arrival.taken;
   counts_.bytes += head.size;
   (arrival.is_first ? counts_.unseen : counts_.lost) += arrival.lost;
   if (arrival.lost > 0 && !arrival.is_first) ++counts_.gaps;

@@ -78,8 +78,7 @@ class KafkaPublisher final : public Publisher, KafkaListener {
     for (const DeliveryReport& one : std::exchange(reports_, {})) report(one);
   }
 
-  // That no broker could be reached at the start has been said.
-  bool isConnected() const override { return is_connected_ || next_attempt_; }
+  bool isConnected() const override { return is_connected_; }
   bool hasFailed() const override { return has_failed_; }
 
   void restart() override {
@@ -107,7 +106,6 @@ class KafkaPublisher final : public Publisher, KafkaListener {
       expectTopics();
       next_attempt_.reset();
       is_connected_ = true;
-      Log::instance().say("tev-host: the Kafka brokers answer, and the events are sent");
     } catch (const NoConnection&) {
       next_attempt_ = Clock::now() + kPause;
     } catch (const RunError& error) {

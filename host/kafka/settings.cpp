@@ -116,7 +116,7 @@ constexpr Bounds kBounds[] = {
     {"request.timeout.ms", 1000, kNoLimit, kTime},
     {"linger.ms", 0, 5000, kEnd},
     {"queue.buffering.max.ms", 0, 5000, kEnd},
-    {"max.poll.interval.ms", 15'000, kNoLimit, "a schema is waited for up to ten seconds"},
+    {"max.poll.interval.ms", 300'000, kNoLimit, "writing is tried again for up to four minutes"},
 };
 
 // Values of these become part of a command line, which the library gives to a shell.

@@ -48,13 +48,10 @@ void Delivery::redraw(RunStatus status) {
 }
 
 void Delivery::end(RunStatus status) {
+  for (Output* const output : outputs_) output->sendRest();
   watchHealth(status);
   health_.end();
-  for (Output* const output : outputs_) {
-    for (const Output* const one : outputs_)
-      one->addCounts(status.devices);  // also of those that have ended
-    output->end(status);
-  }
+  for (Output* const output : outputs_) output->end(status);
 }
 
 void Delivery::leave() {

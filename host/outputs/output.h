@@ -30,8 +30,8 @@ struct RunStatus {
 };
 
 // The calls come from one thread, in this order: begin, update; after each fetch its blocks, its
-// events and update; at the end of the run end and leave. Several outputs may run at once. An
-// exception of an output (RunError, ClosedPipe) ends the run.
+// events and update; at the end of the run sendRest, end and leave. Several outputs may run at
+// once. An exception of an output (RunError, ClosedPipe) ends the run.
 class Output {
  public:
   Output() = default;
@@ -67,6 +67,10 @@ class Output {
   // Called between two updates when what the terminal shows is out of date: its size or the notes
   // have changed, or the user has pressed a key.
   virtual void redraw(const RunStatus&) {}
+
+  // Called after the last event, before the losses of the run are counted. Waits, within a limit,
+  // until what the output sends to others has arrived.
+  virtual void sendRest() {}
 
   // Called after the last event, unless the run failed.
   virtual void end(const RunStatus&) {}

@@ -103,6 +103,7 @@ class Load {
     tev_schema_t* const schema = tev_type_system_add_schema(types.get(), "load", 1, nullptr);
     addType(*schema, "device", {"device_name"}, kDeviceCounters);
     addType(*schema, "plane", {"device_name", "plane"}, kPlaneCounters);
+    tev_type_system_update_md5_hashes(types.get());
     schema_ = std::make_unique<SchemaView>(SchemaView::fromTypeSystem(*types));
   }
 
@@ -135,6 +136,8 @@ class Load {
       if (begin == 0) memory = mallinfo2().uordblks + mallinfo2().hblkhd - before;
       for (const auto& one : batchers) one->close();
     }
+    std::uint64_t events = 0;
+    for (const auto& one : batchers) events += one->events();
     // Readers end their files at an event of any of their sources that is much later.
     for (std::size_t node = 0; node < std::min(sources, kLate); ++node) {
       fill(blocks, start_usec + static_cast<std::uint64_t>(seconds + kPause) * kSecond,
@@ -143,8 +146,6 @@ class Load {
       batchers[node]->close();
     }
     while (waiting_ > 0) poll(100);
-    std::uint64_t events = 0;
-    for (const auto& one : batchers) events += one->events();
     fmt::print(R"({{"sources":{},"messages":{},"events":{},"block_bytes":{},"message_bytes":{},)"
                R"("wall_s":{:.3f},"cpu_s":{:.3f},"batch_cpu_s":{:.3f},"pack_cpu_s":{:.3f},)"
                R"("memory_bytes_per_source":{}}})"

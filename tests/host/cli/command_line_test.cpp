@@ -44,6 +44,13 @@ TEST_F(CommandLineTest, WhatIsGivenArrives) {
   EXPECT_EQ(run.buffer_bytes, 65536u);
   EXPECT_EQ(run.update, 20ms);
   EXPECT_EQ(run.duration, 250ms);
+  const ConsumeOptions consume =
+      parsed(test::wordsOf("consume --kafka k:1 --topic t --group g --output o --sync none "
+                           "--range-size 1M --prometheus 1 --prometheus-peak 5"))
+          .consume;
+  EXPECT_FALSE(consume.is_forced_out);
+  EXPECT_EQ(consume.limits.bytes, 1u << 20);
+  EXPECT_EQ(consume.prometheus->peak, 5s);
 }
 
 TEST_F(CommandLineTest, WhatTheUserSaysGoesFirst) {

@@ -121,7 +121,7 @@ struct Worker {
         folder(path, "t", true),
         subscription(bus),
         worker(folder, folder.settle(kLimits), intake, subscription,
-               [this](const std::string&) { return ++failures < 3; }) {
+               [this](auto) { return ++failures < 3; }) {
     subscription.join(worker);
   }
   void poll(std::size_t most) { subscription.poll(worker, most, {}); }

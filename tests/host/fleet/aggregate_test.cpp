@@ -52,7 +52,7 @@ class AggregateTest : public testing::TestWithParam<bool> {
     wide_ = bus_.publish(wide);
     if (GetParam())
       worker_ = std::make_unique<ParquetWorker>(folder_, RangeLimits{}, intake_, subscription_,
-                                                [](const std::string&) { return false; });
+                                                [](auto) { return false; });
     else
       worker_ = std::make_unique<StreamWorker>(sink_, intake_, subscription_);
     worker_->observe(aggregate_);
