@@ -20,6 +20,7 @@ constexpr std::size_t kMostInFlight = 64;                         // messages
 constexpr std::size_t kMostBytesInFlight = std::size_t{4} << 20;  // bytes of their values
 constexpr std::chrono::milliseconds kPatience{20};                // for reports
 constexpr std::chrono::milliseconds kRestartPause{1000};
+constexpr std::chrono::hours kSchemaLife{1};  // then they are published again: the topic may be new
 
 }  // namespace
 
@@ -128,6 +129,10 @@ void Sender::fill() {
 
 // A schema goes before the first batch that needs it.
 void Sender::addSchemas(const RunSchemas& schemas) {
+  if (Clock::now() - published_ >= kSchemaLife) {
+    published_ = Clock::now();
+    schemas_.clear();
+  }
   for (std::size_t i = 0; i < schemas.ids.size(); ++i) {
     if (schemas.texts[i].empty() || !schemas_.insert(schemas.ids[i]).second) continue;
     InFlight one;
@@ -180,6 +185,7 @@ void Sender::take(const DeliveryReport& report) {
 void Sender::refuse(const InFlight& one, const std::string& problem) {
   sayOnce(fmt::format("{} do not take {}: {}", publisher_->name(),
                       one.schema ? "the schema" : "a batch of events", problem));
+  if (one.schema) schemas_.erase(one.schema->id);
   if (!one.schema) refused_(one.stored.batch);
 }
 
@@ -200,6 +206,7 @@ void Sender::restart() {
   }
   is_restart_due_ = false;
   for (InFlight& one : in_flight_) one.is_sent = false;
+  published_ = {};
 }
 
 void Sender::showConnection() {

@@ -86,7 +86,8 @@ class Sender {
   MessageWriter writer_;
   std::deque<InFlight> in_flight_;  // in the order of sending
   std::size_t in_flight_bytes_ = 0;
-  std::set<std::string> schemas_;  // ids that were published or are in flight
+  std::set<std::string> schemas_;  // ids that were published lately or are in flight
+  std::chrono::steady_clock::time_point published_ = std::chrono::steady_clock::now();
   std::uint64_t next_number_ = 0;
   bool is_restart_due_ = false;
   std::string said_;    // the last problem

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -166,35 +165,21 @@ std::optional<StoredBatch> Spool::next() {
       handed_out_.emplace(next_number_, file->number);
       return StoredBatch{next_number_++, *std::move(batch)};
     }
-    reader_.reset();
+    leaveReader();
     if (isWritten(*file)) endFile();  // what was written cannot be read
     file->is_read = true;
     removeDone();
   }
 }
 
-// Throws RunError.
-void Spool::openReader(const File& file) {
-  auto reader = std::make_unique<ChunkReader>(pathOf(file.number));
-  const CaptureHead head = reader->readHead();
-  if (head.bus_source.empty() || head.schema_ids.size() != head.schemas.size())
-    throw RunError(asPrintable(reader->path()) + ": it is not the file of a spool");
-  run_ = {head.bus_source, runFromText(head.bus_run)};
-  auto schemas = std::make_shared<RunSchemas>();
-  schemas->ids = head.schema_ids;
-  schemas->texts = head.schemas;
-  schemas_ = std::move(schemas);
-  numbers_.reset();
-  follows_.reset();
-  reader_ = std::move(reader);
-}
-
 // Nothing when the file has been read to its end. Throws CannotOpen.
 std::optional<Batch> Spool::readFrom(File& file) {
   try {
-    if (!reader_) openReader(file);
-    reader_->refresh();
-    return nextBatch(*reader_);
+    if (!reader_) {
+      reader_ = std::make_unique<SpoolReader>(pathOf(file.number), dropped_);
+      if (damaged_end_) reader_->follow(*damaged_end_);
+    }
+    return reader_->next();
   } catch (const CannotOpen&) {
     throw;
   } catch (const RunError& error) {
@@ -203,44 +188,10 @@ std::optional<Batch> Spool::readFrom(File& file) {
   }
 }
 
-std::optional<Batch> Spool::nextBatch(ChunkReader& reader) {
-  while (reader.peek()) {
-    const auto chunk = reader.take();
-    if (!chunk) {
-      numbers_.reset();
-      continue;
-    }
-    if (chunk->header.kind == ChunkKind::numbers && chunk->body.size() == sizeof(EventNumbers)) {
-      std::memcpy(&numbers_.emplace(), chunk->body.data(), sizeof(EventNumbers));
-    } else if (chunk->header.kind == ChunkKind::events && numbers_) {
-      const EventNumbers numbers = *std::exchange(numbers_, std::nullopt);
-      countDamage(numbers);
-      return Batch{.run = run_,
-                   .schemas = schemas_,
-                   .first = numbers.first,
-                   .events = numbers.events,
-                   .first_usec = chunk->header.first_usec,
-                   .last_usec = chunk->header.last_usec,
-                   .blocks = {chunk->body.begin(), chunk->body.end()}};
-    }
-  }
-  for (const Damage& damage : reader.damages())
-    sayOnce(fmt::format("{} is {} at byte {}: {} bytes are not sent", asPrintable(reader.path()),
-                        damage.is_cut_off ? "cut off" : "damaged", damage.offset, damage.bytes));
-  return std::nullopt;
-}
-
-// Batches between the last one and the one with these numbers could not be read.
-void Spool::countDamage(const EventNumbers& numbers) {
-  if (follows_ && numbers.first > *follows_)
-    dropped_({.run = run_,
-              .schemas = schemas_,
-              .first = *follows_,
-              .events = numbers.first - *follows_,
-              .first_usec = 0,
-              .last_usec = 0,
-              .blocks = {}});
-  follows_ = numbers.first + numbers.events;
+// The next file is read.
+void Spool::leaveReader() {
+  damaged_end_ = reader_ ? reader_->damagedEnd() : std::nullopt;
+  reader_.reset();
 }
 
 // The file stays for a person to look at.
@@ -266,7 +217,7 @@ bool Spool::giveUpOldest() {
     } catch (const CannotOpen& error) {
       Log::instance().say(fmt::format("tev-host: {}; its events are not counted", error.what()));
     }
-    reader_.reset();
+    leaveReader();
   }
   remove(file);
   files_.pop_front();

@@ -11,8 +11,8 @@
 
 #include "host/bus/batch_store.h"
 #include "host/bus/bus_options.h"
+#include "host/bus/spool_reader.h"
 #include "host/capture/capture_file.h"
-#include "host/capture/chunk_reader.h"
 #include "host/capture/head.h"
 
 namespace tev::host {
@@ -61,10 +61,8 @@ class Spool final : public BatchStore {
   void beginFile(const Batch& batch);
   void endFile();
   void noteSize();
-  void openReader(const File& file);
   std::optional<Batch> readFrom(File& file);
-  std::optional<Batch> nextBatch(ChunkReader& reader);
-  void countDamage(const EventNumbers& numbers);
+  void leaveReader();
   void giveUp(File& file, const std::string& problem);
   void removeDone();
   void remove(const File& file);
@@ -81,11 +79,8 @@ class Spool final : public BatchStore {
   bool is_failing_ = false;              // the disk did not take the last batch
   bool is_full_ = false;                 // that files are given up has been said
 
-  std::unique_ptr<ChunkReader> reader_;  // of the first file that is not read
-  RunId run_;                            // of the batches of this file
-  std::shared_ptr<const RunSchemas> schemas_;
-  std::optional<EventNumbers> numbers_;   // of its next batch
-  std::optional<std::uint64_t> follows_;  // the first number behind the last batch
+  std::unique_ptr<SpoolReader> reader_;  // of the first file that is not read
+  std::optional<RunPlace> damaged_end_;  // of the file before it
 
   std::unordered_map<std::uint64_t, std::uint64_t> handed_out_;  // batch to file, by their numbers
   std::uint64_t next_number_ = 0;

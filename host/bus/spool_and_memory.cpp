@@ -19,8 +19,9 @@ bool isInMemory(std::uint64_t number) {
 
 SpoolAndMemory::SpoolAndMemory(SpoolOptions options, CaptureHead head, std::size_t most_bytes,
                                Dropped dropped)
-    : spool_(std::move(options), std::move(head), dropped),
-      memory_(most_bytes, std::move(dropped)) {}
+    : dropped_(std::move(dropped)),
+      spool_(std::move(options), std::move(head), dropped_),
+      memory_(most_bytes, dropped_) {}
 
 void SpoolAndMemory::push(Batch batch) {
   if (moveToSpool() && spool_.keep(batch)) return;
@@ -33,6 +34,10 @@ void SpoolAndMemory::push(Batch batch) {
 
 // False when batches remain that wait in memory.
 bool SpoolAndMemory::moveToSpool() {
+  if (sent_ && !sent_->is_in_spool) {
+    if (!spool_.keep(sent_->stored.batch)) return false;
+    sent_->is_in_spool = true;
+  }
   while (const Batch* const oldest = memory_.oldest()) {
     if (!spool_.keep(*oldest)) return false;
     memory_.takeOldest();
@@ -42,30 +47,38 @@ bool SpoolAndMemory::moveToSpool() {
 
 std::optional<StoredBatch> SpoolAndMemory::next() {
   if (auto stored = spool_.next()) return numbered(*std::move(stored), 0);
-  if (!spool_.isRead()) return std::nullopt;
-  if (auto stored = memory_.next()) return numbered(*std::move(stored), 1);
-  return std::nullopt;
+  const Batch* const oldest = memory_.oldest();
+  if (!spool_.isRead() || sent_ || !oldest) return std::nullopt;
+  sent_.emplace().stored = {next_number_++, *oldest};
+  memory_.takeOldest();
+  return numbered(sent_->stored, 1);
 }
 
 void SpoolAndMemory::done(std::uint64_t number) {
-  if (isInMemory(number))
-    memory_.done(number / 2);
-  else
+  if (!isInMemory(number))
     spool_.done(number / 2);
+  else if (sent_ && sent_->stored.number == number / 2)
+    sent_.reset();
 }
 
 void SpoolAndMemory::close() {
   moveToSpool();  // what would not survive the end of the process
+  if (sent_ && !sent_->is_in_spool) dropped_(sent_->stored.batch);
   memory_.close();
   spool_.close();
 }
 
 bool SpoolAndMemory::accountsFor(std::uint64_t number) const {
-  return isInMemory(number) ? memory_.accountsFor(number / 2) : spool_.accountsFor(number / 2);
+  return isInMemory(number) || spool_.accountsFor(number / 2);
 }
 
 bool SpoolAndMemory::isEmpty() const {
-  return spool_.isEmpty() && memory_.isEmpty();
+  return spool_.isEmpty() && memory_.isEmpty() && !sent_;
+}
+
+std::uint64_t SpoolAndMemory::waitingBytes() const {
+  return spool_.waitingBytes() + memory_.waitingBytes() +
+         (sent_ ? sent_->stored.batch.blocks.size() : 0);
 }
 
 }  // namespace tev::host

@@ -11,8 +11,8 @@
 
 namespace tev::host {
 
-// The batches in memory are newer than all batches of the spool. They go back to the disk when it
-// takes them again.
+// The batches in memory are newer than all batches of the spool. They go to the disk when it takes
+// them again, also the one that was handed out: it may then be sent a second time.
 class SpoolAndMemory final : public BatchStore {
  public:
   // `most_bytes` of event blocks in memory. Throws RunError, as the spool does.
@@ -24,16 +24,23 @@ class SpoolAndMemory final : public BatchStore {
   void close() override;
   bool accountsFor(std::uint64_t number) const override;
   bool isEmpty() const override;
-  std::uint64_t waitingBytes() const override {
-    return spool_.waitingBytes() + memory_.waitingBytes();
-  }
+  std::uint64_t waitingBytes() const override;
   std::string leftText() const override { return spool_.leftText(); }
 
  private:
+  // A batch of the memory that was handed out.
+  struct Sent {
+    StoredBatch stored;
+    bool is_in_spool = false;
+  };
+
   bool moveToSpool();
 
+  Dropped dropped_;
   Spool spool_;
   MemoryStore memory_;
+  std::optional<Sent> sent_;  // one at a time, so that little is lost when the process is killed
+  std::uint64_t next_number_ = 0;
 };
 
 }  // namespace tev::host

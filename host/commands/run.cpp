@@ -98,10 +98,10 @@ int run(const RunOptions& options) {
   if (options.full_screen) expectTerminal();
   const StopSignal stop_signal(options.capture ? HangUp::counts : HangUp::stops);
   Connections connections;
-  connections.metrics = serveMetrics(options);  // before a file is created: the port may be in use
+  connections.metrics = serveMetrics(options);  // these may fail: before a file is created, and
+  connections.bus = connectToBus(options);      // before the plug-in samples
   OutputFile file(options.output);
   expectOtherFile(file.descriptor(), inputsOf(options));
-  connections.bus = connectToBus(options);  // before the plug-in samples
   PluginSource source(options.plugin, options.buffer_bytes);
   const Projection projection(source.schema(), options.selection);
   expectDevicesOf(source, projection.devices());

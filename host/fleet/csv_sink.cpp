@@ -1,5 +1,7 @@
 // Comma-separated values: a file for each layout of events.
 #include <fmt/format.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -58,6 +60,7 @@ class CsvSink final : public Sink {
     }
     auto& opened = files_[name];
     opened = std::make_unique<OutputFile>(folder_ + "/" + name);
+    expectOnlyWriter(*opened);
     if (lseek(opened->descriptor(), 0, SEEK_END) == 0) writeHeadings(layout, opened->buffer());
     return *opened;
   }
@@ -75,6 +78,14 @@ class CsvSink final : public Sink {
 };
 
 }  // namespace
+
+void expectOnlyWriter(const OutputFile& file) {
+  struct stat status {};
+  if (fstat(file.descriptor(), &status) != 0 || !S_ISREG(status.st_mode)) return;
+  if (flock(file.descriptor(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+    throw RunError(fmt::format("another process writes {}; each worker needs an output of its own",
+                               asPrintable(file.name())));
+}
 
 void makeSinkFolder(const std::string& folder) {
   std::error_code error;

@@ -30,6 +30,9 @@ class Rejected : public RunError {
   Rejected(Cause cause, const std::string& reason) : RunError(reason), cause_(cause) {}
   Cause cause() const { return cause_; }
 
+  // Whether the numbers of its events are those of the header: they are skipped, and not missing.
+  bool areEventsKnown() const { return cause_ != Cause::format && cause_ != Cause::events; }
+
  private:
   Cause cause_;
 };

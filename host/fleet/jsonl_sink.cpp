@@ -37,6 +37,7 @@ std::vector<Labels> labelsOf(const SchemaView& view) {
 class JsonlSink final : public Sink {
  public:
   explicit JsonlSink(const std::string& path) : file_(path) {
+    expectOnlyWriter(file_);
     lseek(file_.descriptor(), 0, SEEK_END);
     file_.whileStalled([](auto) { return StopSignal::requests() == 0; });
   }

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include "host/support/text.h"
+
 namespace tev::host {
 
 void sayRejected(Speaker& speaker, const PartitionMessage& message, const Rejected& rejected) {
@@ -18,11 +20,23 @@ void sayMissing(Speaker& speaker, const PartitionMessage& message, std::int64_t 
 }
 
 void sayArrival(Speaker& speaker, const MessageHead& head, const Arrival& arrival) {
-  if (arrival.kind != Arrival::Kind::gap || arrival.is_first) return;
-  speaker.sayOnce("gap", fmt::format("{} events of {} are missing, from number {} of run {} "
-                                     "on; other gaps are only counted",
-                                     arrival.lost, head.run.source, head.first - arrival.lost,
-                                     runText(head.run.start)));
+  const std::string& source = head.run.source;
+  const std::string run = runText(head.run.start);
+  if (arrival.taken > 0)
+    speaker.sayOnce("repeat",
+                    fmt::format("{} of {} came again and are dropped, from number {} of "
+                                "run {} on; other repeats are only counted",
+                                counted(arrival.taken, "event"), source, head.first, run));
+  if (arrival.kind != Arrival::Kind::gap) return;
+  if (arrival.is_first)
+    speaker.sayOnce("begin", fmt::format("the topic does not have the first {} of run {} of {}; "
+                                         "other runs are only counted",
+                                         counted(arrival.lost, "event"), run, source));
+  else
+    speaker.sayOnce(
+        "gap", fmt::format("{} of {} are missing, from number {} of run {} on; other "
+                           "gaps are only counted",
+                           counted(arrival.lost, "event"), source, head.first - arrival.lost, run));
 }
 
 }  // namespace tev::host

@@ -65,13 +65,21 @@ void ParquetWorker::add(Partition& partition, const PartitionMessage& message) {
   if (arrival.kind == Arrival::Kind::repeat) {
     ++partition.range->counts().repeats;
     partition.range->counts().repeated += head.events;
+    sayArrival(speaker_, head, arrival);
     return;
   }
-  const Contents contents = intake_.read(message.message, head, arrival.taken);
-  if (partition.range->isFull(limits_, head, contents)) closeRange(message.partition, partition);
-  partition.range->add(message.message, head, arrival, contents);
+  try {
+    const Contents contents = intake_.read(message.message, head, arrival.taken);
+    if (partition.range->isFull(limits_, head, contents)) closeRange(message.partition, partition);
+    partition.range->add(message.message, head, arrival, contents);
+    noteTaken(message.partition, head, contents, arrival);
+  } catch (const Rejected& rejected) {
+    if (!rejected.areEventsKnown()) throw;
+    partition.range->noteLoss(head, arrival);
+    partition.sequences.take(head);
+    throw;
+  }
   partition.sequences.take(head);
-  noteTaken(message.partition, head, contents, arrival);
   sayArrival(speaker_, head, arrival);
 }
 

@@ -37,16 +37,19 @@ bool Range::isFull(const RangeLimits& limits, const MessageHead& head,
   return fit.tables > kMostTables || fit.is_ambiguous;
 }
 
+void Range::noteLoss(const MessageHead& head, const Arrival& arrival) {
+  if (arrival.lost == 0) return;
+  if (losses_.size() < kMostLosses)
+    losses_.push_back({head.run, head.first - arrival.lost, arrival.lost, arrival.is_first});
+  (arrival.is_first ? counts_.unseen : counts_.lost) += arrival.lost;
+  if (!arrival.is_first) ++counts_.gaps;
+}
+
 void Range::add(const IncomingMessage& message, const MessageHead& head, const Arrival& arrival,
                 const Contents& contents) {
   if (const Fit fit = fitOf(contents); fit.tables > kMostTables || fit.is_ambiguous)
     throw Rejected(Cause::spread, "its events do not fit into the files of a range");
-  if (arrival.lost > 0) {
-    if (losses_.size() < kMostLosses)
-      losses_.push_back({head.run, head.first - arrival.lost, arrival.lost, arrival.is_first});
-    (arrival.is_first ? counts_.unseen : counts_.lost) += arrival.lost;
-    if (!arrival.is_first) ++counts_.gaps;
-  }
+  noteLoss(head, arrival);
   counts_.events += head.events - arrival.taken;
   counts_.repeated += arrival.taken;
   counts_.bytes += head.size;

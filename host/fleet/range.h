@@ -69,6 +69,9 @@ class Range {
   // Whether it cannot take any message more, whatever its contents are.
   bool isFull(const RangeLimits& limits) const { return counts_.messages >= limits.messages; }
 
+  // Notes the events that are missing before the message.
+  void noteLoss(const MessageHead& head, const Arrival& arrival);
+
   // Takes the message. Throws Rejected when a range without other messages cannot take it.
   void add(const IncomingMessage& message, const MessageHead& head, const Arrival& arrival,
            const Contents& contents);

@@ -31,6 +31,7 @@ namespace fs = std::filesystem;
 constexpr char kRanges[] = "_ranges";
 constexpr std::string_view kDone = ".done";
 constexpr std::size_t kOffsetDigits = 20;
+constexpr std::size_t kLongestTopic = 150;  // characters: it is in the names of the files
 
 [[noreturn]] void fail(const char* what, const std::string& path, int error) {
   throw RunError(fmt::format("cannot {} {}: {}", what, asPrintable(path),
@@ -140,6 +141,10 @@ RangeFolder::RangeFolder(std::string path, std::string topic, bool is_forced_out
       topic_(std::move(topic)),
       is_forced_out_(is_forced_out),
       token_(runText(randomNumber())) {
+  if (topic_.size() > kLongestTopic)
+    throw RunError(fmt::format(
+        "the name of the topic has {} characters, and with Parquet files {} are possible",
+        topic_.size(), kLongestTopic));
   makeFolder(kRanges);
 }
 

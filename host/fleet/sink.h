@@ -9,6 +9,7 @@
 
 #include "host/events/decoder.h"
 #include "host/fleet/intake.h"
+#include "host/outputs/output_file.h"
 
 namespace tev::host {
 
@@ -63,6 +64,9 @@ class PerSchema {
 std::unique_ptr<Sink> makeJsonlSink(const std::string& path);
 std::unique_ptr<Sink> makeCsvSink(const std::string& folder);
 std::unique_ptr<Sink> makeCaptureSink(const std::string& folder);
+
+// Throws RunError when another process writes the file.
+void expectOnlyWriter(const OutputFile& file);
 
 // Throws RunError.
 void makeSinkFolder(const std::string& folder);

@@ -43,18 +43,27 @@ void StreamWorker::write(Partition& partition, const PartitionMessage& message) 
   if (arrival.kind == Arrival::Kind::repeat) {
     ++counts_.repeats;
     counts_.repeated += head.events;
+    sayArrival(speaker_, head, arrival);
     return;
   }
-  const Contents contents = intake_.read(message.message, head, arrival.taken);
-  sink_.take(head, contents, arrival.taken);
+  // The events before the first message of a run may have been written by the worker before.
+  if (arrival.lost > 0 && !arrival.is_first) {
+    ++counts_.gaps;
+    counts_.lost += arrival.lost;
+  }
+  try {
+    const Contents contents = intake_.read(message.message, head, arrival.taken);
+    sink_.take(head, contents, arrival.taken);
+    noteTaken(message.partition, head, contents, arrival);
+  } catch (const Rejected& rejected) {
+    if (rejected.areEventsKnown()) partition.sequences.take(head);
+    throw;
+  }
   partition.sequences.take(head);
-  noteTaken(message.partition, head, contents, arrival);
   counts_.events += head.events - arrival.taken;
   counts_.repeated += arrival.taken;
   counts_.bytes += head.size;
-  (arrival.is_first ? counts_.unseen : counts_.lost) += arrival.lost;
-  if (arrival.lost > 0 && !arrival.is_first) ++counts_.gaps;
-  sayArrival(speaker_, head, arrival);
+  if (!arrival.is_first) sayArrival(speaker_, head, arrival);
 }
 
 void StreamWorker::update() {

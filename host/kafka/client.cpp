@@ -38,23 +38,6 @@ std::uint32_t levelOf(int level, std::string_view facility) {
   return level <= TEV_LEVEL_INFO ? TEV_LEVEL_INFO : TEV_LEVEL_DEBUG;
 }
 
-// The library's threads, which also begin when brokers are added, are threads of the host.
-rd_kafka_resp_err_t noteThread(rd_kafka_t*, rd_kafka_thread_type_t, const char*, void*) {
-  addHostThread(gettid());
-  return RD_KAFKA_RESP_ERR_NO_ERROR;
-}
-
-rd_kafka_resp_err_t forgetThread(rd_kafka_t*, rd_kafka_thread_type_t, const char*, void*) {
-  removeHostThread(gettid());
-  return RD_KAFKA_RESP_ERR_NO_ERROR;
-}
-
-rd_kafka_resp_err_t noteThreads(rd_kafka_t* handle, const rd_kafka_conf_t*, void*, char*, size_t) {
-  rd_kafka_interceptor_add_on_thread_start(handle, "threads", noteThread, nullptr);
-  rd_kafka_interceptor_add_on_thread_exit(handle, "threads", forgetThread, nullptr);
-  return RD_KAFKA_RESP_ERR_NO_ERROR;
-}
-
 }  // namespace
 
 KafkaClient::KafkaClient(rd_kafka_type_t type, const KafkaOptions& options, const Settings& own,
@@ -65,11 +48,11 @@ KafkaClient::KafkaClient(rd_kafka_type_t type, const KafkaOptions& options, cons
     if (isSecret(setting.key) && setting.value.size() >= kLeastHidden)
       secrets_.push_back(setting.value);
 
+  addHostThreadNames("rdk:");  // the library's threads, which also begin when brokers are added
   Conf conf(rd_kafka_conf_new());
   rd_kafka_conf_set_opaque(conf.get(), this);
   rd_kafka_conf_set_log_cb(conf.get(), onLog);
   rd_kafka_conf_set_error_cb(conf.get(), onError);
-  rd_kafka_conf_interceptor_add_on_new(conf.get(), "threads", noteThreads, nullptr);
   if (type == RD_KAFKA_PRODUCER && listener) rd_kafka_conf_set_dr_msg_cb(conf.get(), onDelivery);
   if (type == RD_KAFKA_CONSUMER && listener)
     rd_kafka_conf_set_rebalance_cb(conf.get(), onRebalance);
@@ -199,7 +182,6 @@ void KafkaClient::connect() {
   }
 }
 
-// Whether waiting for other brokers does not help.
 bool KafkaClient::isSettled() const {
   return are_all_down_ || (problem_ && problem_->kind != ConnectionProblem::Kind::unreachable);
 }

@@ -89,6 +89,12 @@ class KafkaClient {
   // reached, and RunError when it refuses.
   void connect();
 
+  // Whether waiting for other brokers does not help.
+  bool isSettled() const;
+
+  // Throws RunError, or NoConnection, with what is known of the reason.
+  [[noreturn]] void throwNoConnection() const;
+
   // Whether a broker answers within this time.
   bool answers(std::chrono::milliseconds patience);
 
@@ -125,8 +131,6 @@ class KafkaClient {
   void guarded(Action&& action) noexcept;
   void rethrow();
   void apply(rd_kafka_conf_t* conf, const KafkaSetting& setting) const;
-  bool isSettled() const;
-  [[noreturn]] void throwNoConnection() const;
 
   // The library uses these until the handle is destroyed.
   const std::string brokers_;

@@ -39,6 +39,8 @@ bool isFinal(rd_kafka_resp_err_t error) {
     case RD_KAFKA_RESP_ERR__UNKNOWN_TOPIC:
     case RD_KAFKA_RESP_ERR_TOPIC_AUTHORIZATION_FAILED:
     case RD_KAFKA_RESP_ERR_GROUP_AUTHORIZATION_FAILED:
+    case RD_KAFKA_RESP_ERR_INVALID_SESSION_TIMEOUT:
+    case RD_KAFKA_RESP_ERR_INCONSISTENT_GROUP_PROTOCOL:
       return true;
     default:
       return false;
@@ -107,7 +109,10 @@ class KafkaSubscription final : public Subscription, private KafkaListener {
     rd_kafka_resp_err_t error = rd_kafka_commit(client_.handle(), offsets.get(), 0);
     if (!error) error = offsets->elems[0].err;
     if (!error) return true;
-    problem = kafkaText(error);
+    const bool is_lost = error == RD_KAFKA_RESP_ERR_ILLEGAL_GENERATION ||
+                         error == RD_KAFKA_RESP_ERR_UNKNOWN_MEMBER_ID ||
+                         error == RD_KAFKA_RESP_ERR_REBALANCE_IN_PROGRESS;
+    problem = is_lost ? "the group is being divided anew" : kafkaText(error);
     return false;
   }
 

@@ -4,6 +4,8 @@
 
 #include <chrono>
 #include <optional>
+#include <set>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -53,7 +55,11 @@ class KafkaPublisher final : public Publisher, KafkaListener {
   }
 
   // Tries again and again. Takes no message until then.
-  void connectLater() { next_attempt_ = Clock::now() + kPause; }
+  void connectLater(const std::string& reason) {
+    next_attempt_ = Clock::now() + kPause;
+    is_connected_ = false;
+    sayWaiting(reason);
+  }
 
   std::string name() const override { return "the Kafka brokers"; }
 
@@ -102,17 +108,26 @@ class KafkaPublisher final : public Publisher, KafkaListener {
   void tryToConnect() {
     next_attempt_ = Clock::now() + kPause;
     try {
-      if (!client_->answers(kGlance)) return;
+      if (!client_->answers(kGlance)) {
+        if (client_->isSettled()) client_->throwNoConnection();
+        return;
+      }
       expectTopics();
       next_attempt_.reset();
       is_connected_ = true;
-    } catch (const NoConnection&) {
+    } catch (const NoConnection& error) {
       next_attempt_ = Clock::now() + kPause;
+      sayWaiting(error.what());
     } catch (const RunError& error) {
       next_attempt_ = Clock::now() + kLongPause;
-      if (std::exchange(said_, error.what()) != error.what())
-        Log::instance().say(fmt::format("tev-host: {}; the events wait", error.what()));
+      sayWaiting(error.what());
     }
+  }
+
+  // Each reason is one line.
+  void sayWaiting(const std::string& reason) {
+    if (said_.insert(reason).second)
+      Log::instance().say(fmt::format("tev-host: {}; the events wait", reason));
   }
 
   bool produce(std::uint64_t number, const std::string& topic, const std::string& key,
@@ -176,7 +191,7 @@ class KafkaPublisher final : public Publisher, KafkaListener {
   std::unique_ptr<KafkaClient> client_;
   std::vector<DeliveryReport> reports_;
   std::optional<Clock::time_point> next_attempt_;  // until a broker has answered
-  std::string said_;                               // why the events wait
+  std::set<std::string> said_;                     // why the events wait
   bool is_connected_ = true;
   bool has_failed_ = false;
 };
@@ -189,8 +204,7 @@ std::unique_ptr<Publisher> makeKafkaPublisher(const KafkaOptions& options, bool 
     publisher->connect();
   } catch (const NoConnection& error) {
     if (!may_wait) throw;
-    Log::instance().say(fmt::format("tev-host: {}; the events wait", error.what()));
-    publisher->connectLater();
+    publisher->connectLater(error.what());
   }
   return publisher;
 }

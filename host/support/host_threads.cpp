@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <mutex>
 
 namespace tev::host {
@@ -10,11 +11,12 @@ namespace {
 struct Noted {
   std::mutex mutex;
   std::set<pid_t> threads;
+  std::set<std::string> names;  // their beginnings
 };
 
 // Never destroyed: a thread may be left behind when the process ends.
 Noted& noted() {
-  static Noted& only = *new Noted{{}, {getpid()}};
+  static Noted& only = *new Noted{{}, {getpid()}, {}};
   return only;
 }
 
@@ -36,6 +38,19 @@ std::set<pid_t> hostThreads() {
   Noted& all = noted();
   const std::lock_guard lock(all.mutex);
   return all.threads;
+}
+
+void addHostThreadNames(const std::string& begin) {
+  Noted& all = noted();
+  const std::lock_guard lock(all.mutex);
+  all.names.insert(begin);
+}
+
+bool isHostThreadName(std::string_view name) {
+  Noted& all = noted();
+  const std::lock_guard lock(all.mutex);
+  return std::ranges::any_of(all.names,
+                             [&](const std::string& begin) { return name.starts_with(begin); });
 }
 
 HostThread::HostThread() {

@@ -4,6 +4,8 @@
 #include <sys/types.h>
 
 #include <set>
+#include <string>
+#include <string_view>
 
 namespace tev::host {
 
@@ -11,6 +13,10 @@ namespace tev::host {
 void addHostThread(pid_t thread);
 void removeHostThread(pid_t thread);
 std::set<pid_t> hostThreads();
+
+// The same for the threads of a library, whose names begin with this text.
+void addHostThreadNames(const std::string& begin);
+bool isHostThreadName(std::string_view name);
 
 // Notes the calling thread until the end of the scope.
 class HostThread {

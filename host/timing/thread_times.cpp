@@ -32,6 +32,7 @@ std::map<pid_t, std::uint64_t> threadTimes() {
 std::map<pid_t, std::uint64_t> pluginThreadTimes() {
   auto times = threadTimes();
   for (const pid_t thread : hostThreads()) times.erase(thread);
+  std::erase_if(times, [](const auto& one) { return isHostThreadName(threadName(one.first)); });
   return times;
 }
 
