@@ -104,7 +104,7 @@ void fleetToParquet(benchmark::State& state) {
     host::Intake intake(schemas);
     host::RangeFolder folder(path, "bench", false);
     host::ParquetWorker worker(folder, {UINT64_MAX, kRangeMessages, 1'000'000'000}, intake,
-                               messages, [](const std::string&) { return false; });
+                               messages, [](auto) { return false; });
     worker.assigned(0);
     messages.poll(worker, kMessages, {});
     events = worker.written().events;

@@ -166,7 +166,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   } else {
     RangeFolder folder(path, "t", false);
     ParquetWorker worker(folder, folder.settle(kLimits), intake, subscription,
-                         [](const std::string&) { return false; });
+                         [](auto) { return false; });
     worker.observe(aggregate);
     subscription.join(worker);
     subscription.poll(worker, bus.log.size(), {});
