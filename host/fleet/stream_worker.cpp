@@ -46,20 +46,23 @@ void StreamWorker::write(Partition& partition, const PartitionMessage& message) 
     sayArrival(speaker_, head, arrival);
     return;
   }
-  // The events before the first message of a run may have been written by the worker before.
-  if (arrival.lost > 0 && !arrival.is_first) {
-    ++counts_.gaps;
-    counts_.lost += arrival.lost;
-  }
+  const auto pass = [&] {
+    // The events before the first message of a run may have been written by the worker before.
+    if (arrival.lost > 0 && !arrival.is_first) {
+      ++counts_.gaps;
+      counts_.lost += arrival.lost;
+    }
+    partition.sequences.take(head);
+  };
   try {
     const Contents contents = intake_.read(message.message, head, arrival.taken);
     sink_.take(head, contents, arrival.taken);
     noteTaken(message.partition, head, contents, arrival);
   } catch (const Rejected& rejected) {
-    if (rejected.areEventsKnown()) partition.sequences.take(head);
+    if (rejected.areEventsKnown()) pass();
     throw;
   }
-  partition.sequences.take(head);
+  pass();
   counts_.events += head.events - arrival.taken;
   counts_.repeated += arrival.taken;
   counts_.bytes += head.size;
