@@ -49,7 +49,7 @@ std::optional<StoredBatch> SpoolAndMemory::next() {
   if (auto stored = spool_.next()) return numbered(*std::move(stored), 0);
   const Batch* const oldest = memory_.oldest();
   if (!spool_.isRead() || sent_ || !oldest) return std::nullopt;
-  sent_.emplace().stored = {next_number_++, *oldest};
+  sent_ = Sent{{next_number_++, *oldest}, false};
   memory_.takeOldest();
   return numbered(sent_->stored, 1);
 }

@@ -31,7 +31,7 @@ class SpoolAndMemory final : public BatchStore {
   // A batch of the memory that was handed out.
   struct Sent {
     StoredBatch stored;
-    bool is_in_spool = false;
+    bool is_in_spool;
   };
 
   bool moveToSpool();
