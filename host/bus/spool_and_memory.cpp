@@ -46,19 +46,38 @@ bool SpoolAndMemory::moveToSpool() {
 }
 
 std::optional<StoredBatch> SpoolAndMemory::next() {
-  if (auto stored = spool_.next()) return numbered(*std::move(stored), 0);
+  while (auto stored = spool_.next())
+    if (!isCopy(*stored)) return numbered(*std::move(stored), 0);
   const Batch* const oldest = memory_.oldest();
   if (!spool_.isRead() || sent_ || !oldest) return std::nullopt;
-  sent_ = Sent{{next_number_++, *oldest}, false};
+  sent_ = Sent{{next_number_++, *oldest}, false, {}};
   memory_.takeOldest();
   return numbered(sent_->stored, 1);
 }
 
+// A batch that was sent from memory is not sent again from the spool.
+bool SpoolAndMemory::isCopy(const StoredBatch& stored) {
+  const auto isOf = [&](const Batch& batch) {
+    return batch.run == stored.batch.run && batch.first == stored.batch.first;
+  };
+  if (sent_ && isOf(sent_->stored.batch)) {
+    sent_->copy = stored.number;
+    return true;
+  }
+  if (!copied_ || !isOf(*copied_)) return false;
+  copied_.reset();
+  spool_.done(stored.number);
+  return true;
+}
+
 void SpoolAndMemory::done(std::uint64_t number) {
-  if (!isInMemory(number))
-    spool_.done(number / 2);
-  else if (sent_ && sent_->stored.number == number / 2)
-    sent_.reset();
+  if (!isInMemory(number)) return spool_.done(number / 2);
+  if (!sent_ || sent_->stored.number != number / 2) return;
+  if (sent_->copy)
+    spool_.done(*sent_->copy);
+  else if (sent_->is_in_spool)
+    copied_ = std::move(sent_->stored.batch);
+  sent_.reset();
 }
 
 void SpoolAndMemory::close() {

@@ -12,7 +12,7 @@
 namespace tev::host {
 
 // The batches in memory are newer than all batches of the spool. They go to the disk when it takes
-// them again, also the one that was handed out: it may then be sent a second time.
+// them again, also the one that was handed out: this copy is for the next run.
 class SpoolAndMemory final : public BatchStore {
  public:
   // `most_bytes` of event blocks in memory. Throws RunError, as the spool does.
@@ -32,14 +32,17 @@ class SpoolAndMemory final : public BatchStore {
   struct Sent {
     StoredBatch stored;
     bool is_in_spool;
+    std::optional<std::uint64_t> copy;  // its number in the spool, when it was read there
   };
 
   bool moveToSpool();
+  bool isCopy(const StoredBatch& stored);
 
   Dropped dropped_;
   Spool spool_;
   MemoryStore memory_;
-  std::optional<Sent> sent_;  // one at a time, so that little is lost when the process is killed
+  std::optional<Sent> sent_;     // one at a time, so that little is lost when the process is killed
+  std::optional<Batch> copied_;  // was sent from memory, and its copy was not read yet
   std::uint64_t next_number_ = 0;
 };
 
