@@ -206,7 +206,7 @@ void Sender::restart() {
   }
   is_restart_due_ = false;
   for (InFlight& one : in_flight_) one.is_sent = false;
-  published_ = {};
+  schemas_.clear();
 }
 
 void Sender::showConnection() {

@@ -153,7 +153,8 @@ std::optional<StoredBatch> Spool::next() {
     try {
       batch = readFrom(*file);
     } catch (const CannotOpen& error) {  // in the meantime, what is behind it must wait, too
-      if (fs::exists(pathOf(file->number))) {
+      std::error_code unknown;
+      if (fs::exists(pathOf(file->number), unknown) || unknown) {
         sayOnce(error.what());
         return std::nullopt;
       }

@@ -120,7 +120,7 @@ std::string setUpProblem(std::string_view reason) {
     return "sasl.mechanisms is GSSAPI, which needs sasl.kerberos.keytab";
   const std::size_t failure = reason.find(" failed: error:");
   if (failure == std::string_view::npos) return asPrintable(reason);
-  return asPrintable(reason.substr(0, failure)) + " cannot be read";
+  return asPrintable(reason.substr(0, failure)) + " cannot be used";
 }
 
 }  // namespace tev::host

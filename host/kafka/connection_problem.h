@@ -1,4 +1,4 @@
-// Why there is no connection to the Kafka brokers, in words for users.
+// The reasons why the Kafka brokers cannot be reached, in words for users.
 #pragma once
 
 #include <cstdint>

@@ -103,8 +103,10 @@ std::optional<TopicState> TopicAdmin::read(const std::string& name) {
   const auto layout = client_.topic(name);
   if (!layout) return std::nullopt;
   TopicState state{layout->partitions, layout->replicas, {}, {}};
-  // Any broker can answer, also while there is no controller. It may not know a new topic yet.
+  // Each broker answers this, also when the cluster has lost its controller. It may not know a new
+  // topic yet.
   const std::vector<std::int32_t> brokers = client_.brokers();
+  if (brokers.empty()) throw NoConnection("the Kafka cluster does not name a broker");
   const auto end = std::chrono::steady_clock::now() + kAppearance;
   while (!describe(name, brokers.at(0), state)) {
     if (std::chrono::steady_clock::now() >= end)

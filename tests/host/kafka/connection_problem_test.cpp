@@ -66,7 +66,7 @@ TEST(ConnectionProblem, IsSaidInPlainWords) {
   EXPECT_THAT(connectionProblem(kClosed, false).text, testing::HasSubstr("security.protocol"));
   EXPECT_EQ(connectionProblem(kClosed, true).text, "the connection was closed");
   EXPECT_EQ(setUpProblem("ssl.ca.location failed: error:05880002:x509 routines::system lib"),
-            "ssl.ca.location cannot be read");
+            "ssl.ca.location cannot be used");
 }
 
 }  // namespace
